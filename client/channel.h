@@ -1,0 +1,65 @@
+// The channel layer: one session. Takes packets in, checks them at the door, feeds the video module and
+// hands whole frames to the application.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "stream_report.h"
+#include "video_stream.h"
+
+// One whole frame. `data` is only valid during the callback.
+struct channel_frame {
+    const uint8_t *data;
+    size_t size;             // bytes
+    uint8_t codec;           // VIDEO_PACKET_TYPE
+    bool is_key;
+    uint32_t uid;            // the sender: the SSRC of an RTP stream
+    uint8_t stream_id;
+    uint32_t rtp_timestamp;  // RTP streams; 0 on the native path
+    uint32_t frame_seq;      // the module's frame number
+    seq_t first_seq;         // RTP sequence numbers of the frame's packets
+    seq_t last_seq;
+};
+
+// Called for each frame, in order. It must not call back into the channel or the service: what it wants
+// done is to be done after the call that it came from returns.
+using channel_frame_callback = void (*)(void *context, const channel_frame *frame);
+
+struct channel_config {
+    const char *name;                  // printable; cut to RTC_CHANNEL_NAME_SIZE - 1 bytes
+    bool enable_bandwidth_est_downlink;
+    channel_frame_callback on_frame;   // may be null
+    void *on_frame_context;
+};
+
+// A new channel, owned by the service; null without memory.
+rtc_channel *rtc_channel_create(rtc_service *service, const channel_config *config);
+
+// Destroys the channel with its users and streams. Null is harmless.
+void rtc_channel_destroy(rtc_channel *channel);
+
+// Says what an RTP payload type carries: VIDEO_TYPE_H264, VIDEO_TYPE_H265, or VIDEO_TYPE_UNKNOWN to refuse
+// it. Only the low seven bits of `payload_type` count. All are refused at first.
+void rtc_channel_set_payload_type(rtc_channel *channel, uint8_t payload_type, uint8_t codec);
+
+// Takes in one RTP packet as it came from the network; the bytes stay the caller's. A sender (SSRC) that is
+// new becomes a user with stream 0, up to a limit. Returns
+//   0   the packet went to its stream
+//   -1  it was refused at the door or dropped, and counted by reason.
+int rtc_channel_receive_rtp(rtc_channel *channel, const uint8_t *packet, size_t size, bool is_retrans,
+                            const zeb_ts_t *now_p);
+
+// Takes in one packet of the native path for stream `stream_id` of user `video->common.uid`. The payload and
+// the extension are taken over and left empty, whatever becomes of the packet. Returns as above.
+int rtc_channel_receive_native(rtc_channel *channel, PVideoData4 *video, uint8_t stream_id, bool is_retrans,
+                               const zeb_ts_t *now_p);
+
+// The stream `stream_id` of user `uid`, or null.
+user_video_stream *rtc_channel_find_stream(rtc_channel *channel, uint32_t uid, uint8_t stream_id);
+
+// What happened to a stream of this channel so far; null for a stream that the channel does not know.
+const stream_report *rtc_channel_stream_report(const user_video_stream *stream);
+
+// Packets that belong to no stream: refused before their sender was known, by reason.
+const uint64_t *rtc_channel_packets_refused(const rtc_channel *channel);  // packet_drop_e long

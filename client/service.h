@@ -1,0 +1,18 @@
+// The service layer: owns the channels and the pool of stream records, and runs the service loop's tick.
+// No sockets, threads or clocks: bytes and `now` in, frames and "call me again at" out.
+#pragma once
+
+#include "rtc_client.h"
+
+// How often the reorder caches want to be looked at, milliseconds.
+constexpr zeb_ts_t kServiceTickInterval = 10;
+
+// A new service, which the caller owns; null without memory.
+rtc_service *rtc_service_create();
+
+// Destroys the service, its channels with their users and streams, and the pooled records. Null is harmless.
+void rtc_service_destroy(rtc_service *service);
+
+// Runs what is due at `*now_p` on every stream: the periodic check of the reorder cache, the watchdog and
+// the picture reports. Returns the time of the next call. Must not be called from a frame callback.
+zeb_ts_t rtc_service_tick(rtc_service *service, const zeb_ts_t *now_p);
