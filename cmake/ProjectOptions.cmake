@@ -1,0 +1,25 @@
+# What every target of this project is built with.
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+# project_target(NAME): language standard, warnings as errors, and instrumentation where it is asked for.
+function(project_target target)
+  target_compile_features(${target} PRIVATE cxx_std_17 c_std_11)
+  set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF C_EXTENSIONS OFF)
+  if(PROJECT_IS_TOP_LEVEL)
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+  endif()
+  if(VIDEO_STREAM_SANITIZE)
+    target_compile_options(${target} PRIVATE -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(${target} PRIVATE -fsanitize=address,undefined)
+  endif()
+  if(VIDEO_STREAM_COVERAGE)
+    target_compile_options(${target} PRIVATE --coverage -O0)
+    target_link_options(${target} PRIVATE --coverage)
+  endif()
+endfunction()
+
+# device_target(NAME): the same for code that runs on the device too, which has no C++ run time.
+function(device_target target)
+  project_target(${target})
+  target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
+endfunction()
