@@ -1,0 +1,79 @@
+#include "depacketizer.h"
+
+#include "annexb.h"
+#include "nal_payload.h"
+
+// The NAL unit types that RFC 6184 gives to packets (5.2) and that are taken here; types 1 to 23 are a NAL
+// unit's own.
+constexpr uint8_t kStapA = 24;
+constexpr uint8_t kFuA = 28;
+
+constexpr uint8_t kTypeMask = 0x1F;
+constexpr uint8_t kFragmentStart = 0x80;
+constexpr uint8_t kFragmentEnd = 0x40;
+
+static bool __is_unit_type(uint8_t type)
+{
+    return type >= 1 && type <= 23;
+}
+
+static uint8_t __unit_type(nal_bytes unit)
+{
+    if (unit.size == 0) {
+        return kNalTypeNone;
+    }
+    const uint8_t type = unit.data[0] & kTypeMask;
+    return __is_unit_type(type) ? type : kNalTypeNone;
+}
+
+// FU indicator, FU header, fragment (RFC 6184, 5.8). A NAL unit in one fragment, both its start and its end, must
+// not be sent.
+static nal_payload __fragment_parse(nal_bytes payload)
+{
+    constexpr size_t headers = 2;
+    nal_payload parsed = {};
+    if (payload.size < headers) {
+        return parsed;
+    }
+    const uint8_t fu_indicator = payload.data[0];
+    const uint8_t fu_header = payload.data[1];
+    parsed.is_start = (fu_header & kFragmentStart) != 0;
+    parsed.is_end = (fu_header & kFragmentEnd) != 0;
+    parsed.type = fu_header & kTypeMask;
+    if ((parsed.is_start && parsed.is_end) || !__is_unit_type(parsed.type)) {
+        return parsed;
+    }
+    parsed.kind = NAL_PAYLOAD_FRAGMENT;
+    parsed.bytes = {payload.data + headers, payload.size - headers};
+    parsed.header[0] = static_cast<uint8_t>((fu_indicator & ~kTypeMask) | parsed.type);
+    parsed.header_size = 1;
+    return parsed;
+}
+
+static nal_payload __payload_parse(nal_bytes payload)
+{
+    nal_payload parsed = {};
+    if (payload.size == 0) {
+        return parsed;
+    }
+    switch (payload.data[0] & kTypeMask) {
+    case kFuA:
+        return __fragment_parse(payload);
+    case kStapA:
+        parsed.kind = NAL_PAYLOAD_AGGREGATE;
+        parsed.bytes = {payload.data + 1, payload.size - 1};
+        return parsed;
+    default:
+        parsed.kind = __unit_type(payload) != kNalTypeNone ? NAL_PAYLOAD_SINGLE : NAL_PAYLOAD_OTHER;
+        parsed.bytes = payload;
+        return parsed;
+    }
+}
+
+const nal_format nal_format_h264 = {__payload_parse, __unit_type};
+
+int depacketizer_h264_packet(uint8_t *frame_data, const uint8_t *cur_ptr, const uint8_t *end_ptr, size_t *frame_offset,
+                             size_t *frame_size)
+{
+    return annexb_packet_write(&nal_format_h264, frame_data, cur_ptr, end_ptr, frame_offset, frame_size);
+}

@@ -1,0 +1,86 @@
+#include "depacketizer.h"
+
+#include "annexb.h"
+#include "nal_payload.h"
+
+// The NAL unit types that RFC 7798 gives to packets (4.4) and that are taken here; types 0 to 47 are a NAL
+// unit's own.
+constexpr uint8_t kAggregation = 48;
+constexpr uint8_t kFragmentation = 49;
+
+constexpr size_t kHeaderSize = 2;       // NAL unit header and payload header alike
+constexpr uint8_t kTypeBits = 0x7E;     // of a header's first byte; F and the layer's top bit stand beside them
+constexpr uint8_t kFragmentType = 0x3F; // of the FU header
+constexpr uint8_t kFragmentStart = 0x80;
+constexpr uint8_t kFragmentEnd = 0x40;
+
+static uint8_t __header_type(const uint8_t *header)
+{
+    return static_cast<uint8_t>((header[0] & kTypeBits) >> 1);
+}
+
+static bool __is_unit_type(uint8_t type)
+{
+    return type <= 47;
+}
+
+static uint8_t __unit_type(nal_bytes unit)
+{
+    if (unit.size < kHeaderSize) {
+        return kNalTypeNone;
+    }
+    const uint8_t type = __header_type(unit.data);
+    return __is_unit_type(type) ? type : kNalTypeNone;
+}
+
+// Payload header, FU header, fragment (RFC 7798, 4.4.3). A NAL unit in one fragment, both its start and its end,
+// must not be sent.
+static nal_payload __fragment_parse(nal_bytes payload)
+{
+    constexpr size_t headers = kHeaderSize + 1;
+    nal_payload parsed = {};
+    if (payload.size < headers) {
+        return parsed;
+    }
+    const uint8_t fu_header = payload.data[kHeaderSize];
+    parsed.is_start = (fu_header & kFragmentStart) != 0;
+    parsed.is_end = (fu_header & kFragmentEnd) != 0;
+    parsed.type = fu_header & kFragmentType;
+    if ((parsed.is_start && parsed.is_end) || !__is_unit_type(parsed.type)) {
+        return parsed;
+    }
+    parsed.kind = NAL_PAYLOAD_FRAGMENT;
+    parsed.bytes = {payload.data + headers, payload.size - headers};
+    parsed.header[0] = static_cast<uint8_t>((payload.data[0] & ~kTypeBits) | (parsed.type << 1));
+    parsed.header[1] = payload.data[1];
+    parsed.header_size = kHeaderSize;
+    return parsed;
+}
+
+static nal_payload __payload_parse(nal_bytes payload)
+{
+    nal_payload parsed = {};
+    if (payload.size < kHeaderSize) {
+        return parsed;
+    }
+    switch (__header_type(payload.data)) {
+    case kFragmentation:
+        return __fragment_parse(payload);
+    case kAggregation:
+        parsed.kind = NAL_PAYLOAD_AGGREGATE;
+        parsed.bytes = {payload.data + kHeaderSize, payload.size - kHeaderSize};
+        return parsed;
+    default:
+        parsed.kind = __unit_type(payload) != kNalTypeNone ? NAL_PAYLOAD_SINGLE : NAL_PAYLOAD_OTHER;
+        parsed.bytes = payload;
+        return parsed;
+    }
+}
+
+const nal_format nal_format_h265 = {__payload_parse, __unit_type};
+
+int depacketizer_h265_packet(uint8_t *frame_data, const uint8_t *cur_ptr, const uint8_t *end_ptr, size_t *frame_offset,
+                             size_t *frame_size)
+{
+    return annexb_packet_write(&nal_format_h265, frame_data, cur_ptr, end_ptr, frame_offset, frame_size);
+}

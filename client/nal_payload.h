@@ -1,0 +1,65 @@
+// How RTP payloads carry NAL units: as one, as several behind their sizes, or as a fragment of one. What
+// RFC 6184 and RFC 7798 have in common, with a record of functions for what is each format's own.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+enum nal_payload_kind : uint8_t {
+    NAL_PAYLOAD_OTHER,     // damaged, or of a kind that is not taken
+    NAL_PAYLOAD_SINGLE,    // one NAL unit
+    NAL_PAYLOAD_AGGREGATE, // NAL units, each behind its size
+    NAL_PAYLOAD_FRAGMENT   // a piece of a NAL unit
+};
+
+constexpr uint8_t kNalTypeNone = 0xFF; // no NAL unit type: they have five or six bits
+constexpr size_t kNalHeaderSizeMax = 2;
+
+// Bytes within a payload, which owns them.
+struct nal_bytes {
+    const uint8_t *data;
+    size_t size;
+};
+
+struct nal_payload {
+    nal_payload_kind kind;
+    // The NAL unit; the aggregate's NAL units with their sizes; the fragment's bytes, which may be none.
+    nal_bytes bytes;
+    // Of a fragment alone: whether the NAL unit begins or ends with it (never both), the unit's type, and its
+    // header, put together again from the fragment's own headers.
+    bool is_start;
+    bool is_end;
+    uint8_t type;
+    uint8_t header[kNalHeaderSizeMax];
+    size_t header_size;
+};
+
+// One payload format.
+struct nal_format {
+    // Tells what a payload is. Every size is fine, 0 included.
+    nal_payload (*payload_parse)(nal_bytes payload);
+    // The type of a NAL unit; kNalTypeNone when it has no whole header or its type is kept for packets.
+    uint8_t (*unit_type)(nal_bytes unit);
+};
+
+extern const nal_format nal_format_h264; // RFC 6184, single NAL unit and non-interleaved mode
+extern const nal_format nal_format_h265; // RFC 7798, without DONL
+
+// Takes the next NAL unit off the front of an aggregate's rest, passing over empty ones. False when no whole
+// NAL unit is left.
+inline bool nal_aggregate_next(nal_bytes *rest, nal_bytes *unit)
+{
+    constexpr size_t size_field = 2; // bytes, network order
+    while (rest->size >= size_field) {
+        const size_t unit_size = static_cast<size_t>((rest->data[0] << 8) | rest->data[1]);
+        if (unit_size > rest->size - size_field) {
+            return false;
+        }
+        *unit = {rest->data + size_field, unit_size};
+        *rest = {unit->data + unit_size, rest->size - size_field - unit_size};
+        if (unit_size > 0) {
+            return true;
+        }
+    }
+    return false;
+}
