@@ -130,7 +130,6 @@ static void rebalance_after_erase(zeb_rb_root *root, zeb_rb_node *parent, Side s
             continue;
         }
         if (!is_red(outer)) {
-            inner->is_red = 0;
             rotate(root, sibling, opposite(side));
             outer = sibling;
             sibling = inner;
