@@ -11,14 +11,14 @@
 // One whole frame. `data` is only valid during the callback.
 struct channel_frame {
     const uint8_t *data;
-    size_t size;             // bytes
-    uint8_t codec;           // VIDEO_PACKET_TYPE
+    size_t size;   // bytes
+    uint8_t codec; // VIDEO_PACKET_TYPE
     bool is_key;
-    uint32_t uid;            // the sender: the SSRC of an RTP stream
+    uint32_t uid; // the sender: the SSRC of an RTP stream
     uint8_t stream_id;
-    uint32_t rtp_timestamp;  // RTP streams; 0 on the native path
-    uint32_t frame_seq;      // the module's frame number
-    seq_t first_seq;         // RTP sequence numbers of the frame's packets
+    uint32_t rtp_timestamp; // RTP streams; 0 on the native path
+    uint32_t frame_seq;     // the module's frame number
+    seq_t first_seq;        // RTP sequence numbers of the frame's packets
     seq_t last_seq;
 };
 
@@ -27,9 +27,9 @@ struct channel_frame {
 using channel_frame_callback = void (*)(void *context, const channel_frame *frame);
 
 struct channel_config {
-    const char *name;                  // printable; cut to RTC_CHANNEL_NAME_SIZE - 1 bytes
+    const char *name; // printable; cut to RTC_CHANNEL_NAME_SIZE - 1 bytes
     bool enable_bandwidth_est_downlink;
-    channel_frame_callback on_frame;   // may be null
+    channel_frame_callback on_frame; // may be null
     void *on_frame_context;
 };
 
@@ -62,4 +62,4 @@ user_video_stream *rtc_channel_find_stream(rtc_channel *channel, uint32_t uid, u
 const stream_report *rtc_channel_stream_report(const user_video_stream *stream);
 
 // Packets that belong to no stream: refused before their sender was known, by reason.
-const uint64_t *rtc_channel_packets_refused(const rtc_channel *channel);  // packet_drop_e long
+const uint64_t *rtc_channel_packets_refused(const rtc_channel *channel); // packet_drop_e long

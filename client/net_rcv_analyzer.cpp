@@ -182,8 +182,11 @@ uint8_t net_rcv_analyzer_take_fraction_lost(net_rcv_analyzer_t *analyzer)
     const uint64_t received = analyzer->received - analyzer->received_prior;
     analyzer->expected_prior = expected_now;
     analyzer->received_prior = analyzer->received;
-    // Nothing received at all would be 256, which does not fit, and cannot be: the newest number did come.
-    return received >= expected ? 0 : static_cast<uint8_t>((expected - received) * 256 / expected);
+    if (received >= expected) {
+        return 0;
+    }
+    // Below 256: what is expected only grows with a packet that did come.
+    return static_cast<uint8_t>((expected - received) * 256 / expected);
 }
 
 uint32_t net_rcv_analyzer_jitter(const net_rcv_analyzer_t *analyzer)

@@ -14,9 +14,9 @@ struct rtp_view {
     seq_t seq;
     uint32_t timestamp;
     uint32_t ssrc;
-    size_t header_size;   // fixed header, CSRC list and header extension, bytes
-    size_t payload_size;  // behind the header, without padding, bytes; may be 0
-    size_t padding_size;  // bytes at the end, the count byte included; 0 without padding
+    size_t header_size;  // fixed header, CSRC list and header extension, bytes
+    size_t payload_size; // behind the header, without padding, bytes; may be 0
+    size_t padding_size; // bytes at the end, the count byte included; 0 without padding
 };
 
 // Checks a packet and fills `view`. Returns PACKET_DROP_REASONS when it is well formed; else the reason, and

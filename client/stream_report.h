@@ -8,30 +8,31 @@
 
 // Why a packet did not reach a frame.
 enum packet_drop_e : uint8_t {
-    PACKET_DROP_BAD_VERSION,        // RTP version other than 2
-    PACKET_DROP_BAD_HEADER,         // fixed header or CSRC list longer than the packet
-    PACKET_DROP_BAD_EXTENSION,      // header extension longer than the packet
-    PACKET_DROP_BAD_ENCAPSULATION,  // encapsulation bytes longer than the packet
-    PACKET_DROP_BAD_PADDING,        // padding longer than the payload, or of length 0
-    PACKET_DROP_BAD_FRAME_HEADER,   // native header: n_pkts 0 or above 1280, subseq or FEC count beyond it
-    PACKET_DROP_TOO_LARGE,          // above 65,535 bytes
+    PACKET_DROP_BAD_VERSION,       // RTP version other than 2
+    PACKET_DROP_BAD_HEADER,        // fixed header or CSRC list longer than the packet
+    PACKET_DROP_BAD_EXTENSION,     // header extension longer than the packet
+    PACKET_DROP_BAD_ENCAPSULATION, // encapsulation bytes longer than the packet
+    PACKET_DROP_BAD_PADDING,       // padding longer than the payload, or of length 0
+    PACKET_DROP_BAD_FRAME_HEADER,  // native header: n_pkts 0 or above 1280, subseq or FEC count beyond it
+    PACKET_DROP_TOO_LARGE,         // above 65,535 bytes
     PACKET_DROP_UNKNOWN_PAYLOAD_TYPE,
+    PACKET_DROP_WRONG_PATH,  // an RTP packet for a native stream, or the other way round
     PACKET_DROP_TOO_MANY_SENDERS,
     PACKET_DROP_NO_MEMORY,
     PACKET_DROP_WAITING_FOR_KEY_FRAME,
     PACKET_DROP_DUPLICATE,
-    PACKET_DROP_LATE,  // older than what is expected next
+    PACKET_DROP_LATE, // older than what is expected next
     PACKET_DROP_REASONS
 };
 
 // Why a frame was not handed out.
 enum frame_drop_e : uint8_t {
-    FRAME_DROP_INCOMPLETE,     // packets were still missing when the patience ended
-    FRAME_DROP_AFTER_GAP,      // whole, but frames before it were lost, and it is no key frame
-    FRAME_DROP_TORN,           // complete by its numbers, but its beginning was never seen
-    FRAME_DROP_OUT_OF_ORDER,   // older than one already handed out
-    FRAME_DROP_NOT_ASSEMBLED,  // its packets made no bitstream
-    FRAME_DROP_WATCHDOG,       // thrown away when a stuck cache was cleared
+    FRAME_DROP_INCOMPLETE,    // packets were still missing when the patience ended
+    FRAME_DROP_AFTER_GAP,     // whole, but frames before it were lost, and it is no key frame
+    FRAME_DROP_TORN,          // complete by its numbers, but its beginning was never seen
+    FRAME_DROP_OUT_OF_ORDER,  // older than one already handed out
+    FRAME_DROP_NOT_ASSEMBLED, // its packets made no bitstream
+    FRAME_DROP_WATCHDOG,      // thrown away when a stuck cache was cleared
     FRAME_DROP_REASONS
 };
 
@@ -49,27 +50,27 @@ const char *frame_drop_name(frame_drop_e reason);
 const char *watchdog_name(watchdog_e reason);
 
 struct stream_report {
-    uint64_t packets;              // well-formed packets that came in, whatever became of them
-    uint64_t bytes;                // of those, RTP headers included
+    uint64_t packets; // well-formed packets that came in, whatever became of them
+    uint64_t bytes;   // of those, RTP headers included
     uint64_t packets_retransmitted;
-    uint64_t packets_reordered;    // came after a packet with a later number
-    uint64_t packets_lost;         // numbers never seen between the first and the newest one
-    uint64_t gaps;                 // runs of numbers that were missing when a later one came
+    uint64_t packets_reordered; // came after a packet with a later number
+    uint64_t packets_lost;      // numbers never seen between the first and the newest one
+    uint64_t gaps;              // runs of numbers that were missing when a later one came
     uint64_t packets_dropped[PACKET_DROP_REASONS];
 
-    uint64_t frames;               // handed out
-    uint64_t key_frames;           // of those
-    uint64_t frame_bytes;          // of those
+    uint64_t frames;      // handed out
+    uint64_t key_frames;  // of those
+    uint64_t frame_bytes; // of those
     uint64_t frames_dropped[FRAME_DROP_REASONS];
 
-    uint64_t key_frame_requests;       // times the need was seen; the pacing comes behind it
-    uint64_t retransmission_requests;  // the same
+    uint64_t key_frame_requests;      // times the need was seen; the pacing comes behind it
+    uint64_t retransmission_requests; // the same
     uint64_t watchdog[WATCHDOG_REASONS];
 
-    uint32_t freezes_200ms, freezes_500ms, freezes_600ms;      // pauses between frames of at least that long
-    zeb_ts_t frozen_200ms, frozen_500ms, frozen_600ms;         // milliseconds of those pauses
+    uint32_t freezes_200ms, freezes_500ms, freezes_600ms; // pauses between frames of at least that long
+    zeb_ts_t frozen_200ms, frozen_500ms, frozen_600ms;    // milliseconds of those pauses
 
-    zeb_ts_t first_packet_at, last_packet_at;  // milliseconds; both 0 before the first packet
-    zeb_ts_t first_frame_at, last_frame_at;    // milliseconds; both 0 before the first frame
-    uint32_t jitter;                           // RFC 3550 interarrival jitter, timestamp units
+    zeb_ts_t first_packet_at, last_packet_at; // milliseconds; both 0 before the first packet
+    zeb_ts_t first_frame_at, last_frame_at;   // milliseconds; both 0 before the first frame
+    uint32_t jitter;                          // RFC 3550 interarrival jitter, timestamp units
 };

@@ -25,16 +25,16 @@ typedef struct KelvraBcmStatistics {
 
     void *stream; /* as configured */
 
-    uint64_t n_packets;           /* samples taken */
-    uint64_t n_bytes;             /* of those, RTP headers included */
-    uint64_t n_retransmitted;     /* samples of retransmissions */
-    uint64_t n_pictures;          /* reports taken */
-    uint64_t n_pictures_good;     /* of those, reported as continuous */
-    zeb_ts_t first_packet_at;     /* milliseconds; 0 before the first sample */
-    zeb_ts_t last_packet_at;      /* milliseconds; 0 before the first sample */
-    uint32_t wait_time_sum;       /* milliseconds that reported pictures waited, modulo 2^32 */
-    uint16_t wait_time_max;       /* milliseconds */
-    uint16_t highest_sequence;    /* newest RTP sequence number sampled */
+    uint64_t n_packets;        /* samples taken */
+    uint64_t n_bytes;          /* of those, RTP headers included */
+    uint64_t n_retransmitted;  /* samples of retransmissions */
+    uint64_t n_pictures;       /* reports taken */
+    uint64_t n_pictures_good;  /* of those, reported as continuous */
+    zeb_ts_t first_packet_at;  /* milliseconds; 0 before the first sample */
+    zeb_ts_t last_packet_at;   /* milliseconds; 0 before the first sample */
+    uint32_t wait_time_sum;    /* milliseconds that reported pictures waited, modulo 2^32 */
+    uint16_t wait_time_max;    /* milliseconds */
+    uint16_t highest_sequence; /* newest RTP sequence number sampled */
 } KelvraBcmStatistics;
 
 /* A new object, which the caller owns; null without memory. */

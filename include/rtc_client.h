@@ -16,7 +16,9 @@ extern "C" {
 typedef struct user_video_stream user_video_stream;
 typedef struct webrtc_video_cache_t webrtc_video_cache_t;
 
-enum { RTC_CHANNEL_NAME_SIZE = 64 }; /* bytes, the terminating zero included */
+enum {
+    RTC_CHANNEL_NAME_SIZE = 64 /* bytes, the terminating zero included */
+};
 
 /* The service: one per client. */
 typedef struct rtc_service {

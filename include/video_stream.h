@@ -167,16 +167,16 @@ struct webrtc_video_frame_t {
 /* The reorder cache of one stream. */
 struct webrtc_video_cache_t {
     user_video_stream *stream;
-    webrtc_video_packet_t *pkt_arr;  /* owned: the ring, null until the first packet */
-    uint32_t pkt_cur_cnt;            /* slots in use */
-    uint32_t pkt_all_cnt;            /* slots of the ring: 0 or 8192 */
-    uint32_t pkt_exp_seq;            /* next packet expected in order */
-    uint32_t pkt_min_seq;            /* oldest and newest packet held, in wrapping order */
+    webrtc_video_packet_t *pkt_arr; /* owned: the ring, null until the first packet */
+    uint32_t pkt_cur_cnt;           /* slots in use */
+    uint32_t pkt_all_cnt;           /* slots of the ring: 0 or 8192 */
+    uint32_t pkt_exp_seq;           /* next packet expected in order */
+    uint32_t pkt_min_seq;           /* oldest and newest packet held, in wrapping order */
     uint32_t pkt_max_seq;
-    zeb_rb_root frm_map;             /* frames by RTP timestamp, in plain unsigned order */
-    uint32_t frm_cur_cnt;            /* frames in the map */
-    uint32_t frm_all_cnt;            /* only cleared here */
-    uint64_t frm_min_timestamp;      /* oldest and newest RTP timestamp in the map, in wrapping order */
+    zeb_rb_root frm_map;        /* frames by RTP timestamp, in plain unsigned order */
+    uint32_t frm_cur_cnt;       /* frames in the map */
+    uint32_t frm_all_cnt;       /* only cleared here */
+    uint64_t frm_min_timestamp; /* oldest and newest RTP timestamp in the map, in wrapping order */
     uint64_t frm_max_timestamp;
     uint32_t frm_flag;               /* bit 0: waiting for a key frame */
     zeb_ts_t last_deliver_frm_ts;    /* time of the last delivery, 0: none */
@@ -441,8 +441,7 @@ void webrtc_video_cache_dump(webrtc_video_cache_t *video_cache);
  * stream 0 and has a statistics object. */
 
 /* Reports one frame, and holds the periodic report back for 500 ms. A null frame ends the process. */
-void video_stream_send_goodbad_pic(user_video_stream *self, video_frame *frame, bool continuous,
-                                   const zeb_ts_t *now_p);
+void video_stream_send_goodbad_pic(user_video_stream *self, video_frame *frame, bool continuous, const zeb_ts_t *now_p);
 
 /* Reports the complete frames after the one reported last, at most every 500 ms. */
 void video_stream_check_send_goodbad_pic(user_video_stream *self, const zeb_ts_t *now_p);
