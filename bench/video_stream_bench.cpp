@@ -100,7 +100,7 @@ void native_insert_and_remove(benchmark::State &state)
     BenchStream bench;
     uint32_t frame = 0;
 
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         video_stream_remove_frame(bench.get(), insert_frame(bench.get(), frame++, 1000));
     }
     count_packets(state);
@@ -113,7 +113,7 @@ void rtp_intake_through_delivery(benchmark::State &state)
     const zeb_ts_t now = 1000;
     uint32_t frame = 0;
 
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         for (uint16_t i = 0; i < kPacketsPerFrame; i++) {
             PVideoData4 video = make_packet(frame, i);
             webrtc_video_cache_process(&bench.get()->video_cache_q, &video, false, &now);
@@ -130,7 +130,7 @@ void parse_and_regroup(benchmark::State &state)
     BenchStream bench;
     video_frame *frame = insert_frame(bench.get(), 0, 1000);
 
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         video_frame parsed;
         size_t size = 0;
         video_frame_parse_payload(frame, &parsed);
@@ -151,7 +151,7 @@ void next_frame_over_gap(benchmark::State &state)
     video_frame *first = insert_frame(bench.get(), 0, 1000);
 
     insert_frame(bench.get(), static_cast<uint32_t>(state.range(0)), 1000);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         benchmark::DoNotOptimize(video_frames_q_next_frame(&bench.get()->video_frames_q, first));
     }
 }
@@ -167,7 +167,7 @@ void periodic_check(benchmark::State &state)
         PVideoData4 video = make_packet(frame, 0); // never complete
         webrtc_video_cache_process(&bench.get()->video_cache_q, &video, false, &now);
     }
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         webrtc_video_cache_check_deliver(&bench.get()->video_cache_q, &now);
     }
 }
