@@ -1,0 +1,179 @@
+#include "commands.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstring>
+#include <memory>
+
+#include "log.h"
+#include "output_file.h"
+#include "progress_bar.h"
+#include "replay.h"
+#include "summary.h"
+
+namespace vrc
+{
+namespace
+{
+
+std::string json_text(const json &object)
+{
+    // Names of files need not be UTF-8.
+    return object.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
+}
+
+search_result streams_find_with_progress(const capture_file &file, bool is_quiet)
+{
+    progress_bar bar("looking for streams", file.size(), !is_quiet);
+    return streams_find(file, [&bar](uint64_t position) { bar.update(position); });
+}
+
+// The receiver's messages, one line each.
+void log_write(void * /*context*/, int /*level*/, const char *format, va_list args)
+{
+    std::vfprintf(stderr, format, args);
+    const size_t size = std::strlen(format);
+    if (size == 0 || format[size - 1] != '\n') {
+        std::fputc('\n', stderr);
+    }
+}
+
+void log_prepare(int verbosity)
+{
+    rtc_log_set_sink(log_write, nullptr);
+    rtc_log_set_level(verbosity == 0 ? RTC_LOG_DEFAULT : verbosity == 1 ? RTC_LOG_INFO : RTC_LOG_DEBUG);
+}
+
+bool is_file(const std::string &path)
+{
+    return !path.empty() && path != "-";
+}
+
+// What is written must not land in what is read, nor two things in one file.
+void outputs_check(const replay_options &options, const capture_file &file)
+{
+    for (const std::string &path : {options.output, options.frames}) {
+        if (is_file(path) && file.is_same_file(path)) {
+            throw failure(exit_code::wrong_usage,
+                          fmt::format("'{}' is the capture itself and would be overwritten: name another file", path));
+        }
+    }
+    if (!options.output.empty() && options.output == options.frames) {
+        throw failure(exit_code::wrong_usage,
+                      fmt::format("-o and --frames both name '{}': name two files", options.output));
+    }
+}
+
+std::unique_ptr<output_file> output_open(const std::string &path)
+{
+    return path.empty() ? nullptr : std::make_unique<output_file>(path);
+}
+
+// Where frames go: their bytes to one file, a line for each to another.
+class frame_writer
+{
+  public:
+    explicit frame_writer(const replay_options &options)
+        : bitstream_(output_open(options.output)), list_(output_open(options.frames))
+    {
+        if (list_) {
+            constexpr std::string_view heading = "index,rtp_timestamp,is_key,size,first_seq,last_seq\n";
+            list_->write(heading.data(), heading.size());
+        }
+    }
+
+    bool write(const channel_frame &frame)
+    {
+        const bool is_written = !bitstream_ || bitstream_->write(frame.data, frame.size);
+        return write_line(frame) && is_written;
+    }
+
+    void close()
+    {
+        for (output_file *file : {bitstream_.get(), list_.get()}) {
+            if (file != nullptr) {
+                file->close();
+            }
+        }
+    }
+
+  private:
+    bool write_line(const channel_frame &frame)
+    {
+        const uint64_t index = count_++;
+        if (!list_) {
+            return true;
+        }
+        const std::string text = fmt::format("{},{},{:d},{},{},{}\n", index, frame.rtp_timestamp, frame.is_key,
+                                             frame.size, frame.first_seq, frame.last_seq);
+        return list_->write(text.data(), text.size());
+    }
+
+    std::unique_ptr<output_file> bitstream_;
+    std::unique_ptr<output_file> list_;
+    uint64_t count_ = 0;
+};
+
+replay_result replay_with_progress(const capture_file &file, const rtp_stream &stream, frame_writer *writer,
+                                   bool is_quiet)
+{
+    progress_bar bar("replaying", file.size(), !is_quiet);
+    return stream_replay(
+        file, stream, [writer](const channel_frame &frame) { return writer->write(frame); },
+        [&bar](uint64_t position) { bar.update(position); });
+}
+
+void other_videos_note(const search_result &found, const rtp_stream &chosen)
+{
+    for (const rtp_stream &stream : found.streams) {
+        if (stream.is_video() && !(stream.identity == chosen.identity)) {
+            text_write(stderr, fmt::format("vrc: there is another video stream, SSRC 0x{:08x} with payload type {}: "
+                                           "choose with --ssrc and --pt\n",
+                                           stream.identity.ssrc, stream.identity.payload_type));
+        }
+    }
+}
+
+} // namespace
+
+exit_code info_run(const info_options &options)
+{
+    const capture_file file(options.capture);
+    const search_result found = streams_find_with_progress(file, false);
+    text_write(stdout, options.is_json ? json_text(streams_json(found, file.name())) : streams_text(found));
+    if (found.streams.empty() || !found.streams.front().is_video()) {
+        throw failure(exit_code::nothing_usable,
+                      fmt::format("no RTP video in '{}': {}", file.name(), no_video_reason(found)));
+    }
+    return exit_code::success;
+}
+
+exit_code replay_run(const replay_options &options)
+{
+    const capture_file file(options.capture);
+    outputs_check(options, file);
+    log_prepare(options.verbosity);
+    const bool is_quiet = options.verbosity > 0;
+    const search_result found = streams_find_with_progress(file, is_quiet);
+    const rtp_stream stream = stream_choose(found, options.choice, file.name());
+    other_videos_note(found, stream);
+
+    frame_writer writer(options);
+    const replay_result result = replay_with_progress(file, stream, &writer, is_quiet);
+    writer.close();
+
+    const bool is_stdout_taken = options.output == "-" || options.frames == "-";
+    text_write(is_stdout_taken ? stderr : stdout,
+               options.is_json ? json_text(replay_json(result, file.name())) : replay_text(result, file.name()));
+    if (result.report.frames == 0) {
+        throw failure(exit_code::nothing_usable,
+                      fmt::format("no frame came out of the stream in '{}'; the summary says what became of its "
+                                  "packets",
+                                  file.name()));
+    }
+    return exit_code::success;
+}
+
+} // namespace vrc

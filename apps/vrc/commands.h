@@ -1,0 +1,32 @@
+// The tool's commands. Each throws failure when it cannot do what it is for.
+#pragma once
+
+#include <string>
+
+#include "failure.h"
+#include "stream_choice.h"
+
+namespace vrc
+{
+
+struct info_options {
+    std::string capture;
+    bool is_json = false;
+};
+
+// Lists a capture's streams. Returns nothing_usable when there is no video among them.
+exit_code info_run(const info_options &options);
+
+struct replay_options {
+    std::string capture;
+    std::string output; // Annex B; "-" is standard output, empty for none
+    std::string frames; // the list of frames; the same
+    stream_choice choice;
+    bool is_json = false;
+    int verbosity = 0; // 1: what the receiver does, 2: everything it says
+};
+
+// Replays one stream of a capture. Returns nothing_usable when no frame came out.
+exit_code replay_run(const replay_options &options);
+
+} // namespace vrc

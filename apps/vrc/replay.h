@@ -1,0 +1,33 @@
+// Runs one stream of a capture through the receiver, on the capture's own time.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+
+#include "capture_reader.h"
+#include "channel.h"
+#include "rtp_finder.h"
+
+namespace vrc
+{
+
+struct replay_result {
+    rtp_stream stream;
+    capture_counts capture;
+    stream_report report{};
+    std::array<uint64_t, PACKET_DROP_REASONS> refused{}; // packets that did not even reach the stream
+    uint64_t silence_skipped_ms = 0;
+};
+
+// Takes one frame; returns false when the replay shall end.
+using frame_taker = std::function<bool(const channel_frame &frame)>;
+
+// Feeds the packets of `stream` to a receiver of their codec, runs its service loop on time between them, and goes
+// on after the last one until everything is delivered or given up. `progress` is called now and then with the
+// position in the file; it may be empty. Throws failure (no_access) when the capture cannot be read, and
+// std::bad_alloc without memory.
+replay_result stream_replay(const capture_file &file, const rtp_stream &stream, const frame_taker &on_frame,
+                            const std::function<void(uint64_t position)> &progress);
+
+} // namespace vrc

@@ -1,0 +1,29 @@
+// What the tool says about streams and replays, for people and for machines. README.md has the keys of the JSON.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+
+#include "replay.h"
+#include "rtp_finder.h"
+
+namespace vrc
+{
+
+// Keys keep the order in which they are written here.
+using json = nlohmann::ordered_json;
+
+// The streams of a capture that behave like RTP, a line each. Lines end with a newline.
+std::string streams_text(const search_result &found);
+json streams_json(const search_result &found, const std::string &capture);
+
+// What became of a stream's packets.
+std::string replay_text(const replay_result &result, const std::string &capture);
+json replay_json(const replay_result &result, const std::string &capture);
+
+// What is odd about a capture, a line each: where it is damaged, what was skipped, a clock that went back.
+// Empty when nothing is.
+std::string capture_notes(const capture_counts &counts);
+
+} // namespace vrc
