@@ -7,6 +7,7 @@
 #include <list>
 #include <map>
 #include <numeric>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -306,6 +307,11 @@ struct Order {
     const char *name;
     std::vector<uint32_t> (*keys)(uint32_t n);
 };
+
+std::ostream &operator<<(std::ostream &out, const Order &order)
+{
+    return out << order.name;
+}
 
 const Order orders[] = {
     {"Ascending", ascending}, {"Descending", descending}, {"OutsideIn", outside_in}, {"InsideOut", inside_out}};
