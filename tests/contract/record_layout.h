@@ -26,7 +26,7 @@
 #define CHECK_FIELD(record, type, name)                                                                                \
     CHECK_TYPE(record, type, name)                                                                                     \
     static_assert(offsetof(record, name) == offsetof(struct mirror_##record, name), #record "." #name " is "           \
-                                                                                                      "elsewhere");
+                                                                                            "elsewhere");
 
 #define CHECK_RECORD(record, FIELDS)                                                                                   \
     struct mirror_##record {                                                                                           \
