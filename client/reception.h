@@ -13,7 +13,7 @@
 // has to reach at least as far.
 constexpr uint16_t kReceptionMaxDropout = 3000;
 constexpr uint16_t kReceptionMaxMisorder = 2000;
-constexpr size_t kReceptionHistory = 2048; // numbers; a power of 2
+constexpr uint32_t kReceptionHistory = 2048; // numbers; a power of 2
 
 enum reception_verdict : uint8_t {
     RECEPTION_NEWEST,    // later than all before
@@ -43,7 +43,7 @@ struct reception {
     seq_t stray_seq;
     uint32_t stray_timestamp;
     // Extended numbers start one cycle up, so that a packet from before the first one has a number too.
-    uint32_t first;
+    uint32_t first; // oldest number that is expected, or older than any that may still come
     uint32_t newest;
     uint32_t last_transit; // timestamp units
     uint64_t jitter;       // RFC 3550, A.8: sixteenths of a timestamp unit
@@ -56,8 +56,9 @@ reception_verdict reception_note(reception *self, stream_report *report, const r
 // The extended number of `seq`: the one nearest to the newest. Only after the first packet.
 uint32_t reception_number(const reception *self, seq_t seq);
 
-// Takes back that `seq` came, so that a retransmission is not taken for its duplicate.
-void reception_forget(reception *self, seq_t seq);
+// Takes back that `seq` came, because it could not be kept: it counts as lost, and a retransmission is not taken
+// for its duplicate.
+void reception_forget(reception *self, stream_report *report, seq_t seq);
 
 // True when the number before `seq` came and had another timestamp than `timestamp`: a frame begins with `seq`.
 bool reception_proves_beginning(const reception *self, seq_t seq, uint32_t timestamp);

@@ -16,7 +16,7 @@ enum packet_drop_e : uint8_t {
     PACKET_DROP_BAD_FRAME_HEADER,  // native header: n_pkts 0 or above 1280, subseq or FEC count beyond it
     PACKET_DROP_TOO_LARGE,         // above 65,535 bytes
     PACKET_DROP_UNKNOWN_PAYLOAD_TYPE,
-    PACKET_DROP_WRONG_PATH,  // an RTP packet for a native stream, or the other way round
+    PACKET_DROP_WRONG_PATH, // an RTP packet for a native stream, or the other way round
     PACKET_DROP_TOO_MANY_SENDERS,
     PACKET_DROP_NO_MEMORY,
     PACKET_DROP_WAITING_FOR_KEY_FRAME,

@@ -1,0 +1,214 @@
+#include "channel.h"
+
+#include <cstring>
+
+#include "client_log.h"
+#include "native_intake.h"
+#include "rtp_intake.h"
+#include "user.h"
+
+constexpr zeb_ts_t kRefusalLogInterval = 1000; // milliseconds
+
+// ---- Life ----
+
+static void __name_copy(rtc_channel *channel, const char *name)
+{
+    if (name != nullptr) {
+        strncpy(channel->name_id, name, RTC_CHANNEL_NAME_SIZE - 1);
+    }
+}
+
+rtc_channel *rtc_channel_create(rtc_service *service, const channel_config *config)
+{
+    if (service == nullptr || service->state == nullptr || config == nullptr) {
+        return nullptr;
+    }
+    auto *state = static_cast<channel_state *>(zeb_malloc_impl_dbg(sizeof(channel_state), __func__, __LINE__));
+    if (state == nullptr) {
+        return nullptr;
+    }
+    memset(state, 0, sizeof *state);
+    memset(state->codecs, VIDEO_TYPE_UNKNOWN, sizeof state->codecs);
+    rtc_list_init(&state->users);
+    state->on_frame = config->on_frame;
+    state->on_frame_context = config->on_frame_context;
+    rtc_channel *channel = &state->channel;
+    __name_copy(channel, config->name);
+    channel->service = service;
+    rtc_list_init(&channel->video_stream_q);
+    channel->bandwidth_est_opt.enable_bandwidth_est_downlink = config->enable_bandwidth_est_downlink;
+    channel->state = state;
+    rtc_list_add_tail(&service->state->channels, &state->node);
+    return channel;
+}
+
+void channel_free(channel_state *channel)
+{
+    while (channel->users.count > 0) {
+        user_destroy(channel, reinterpret_cast<user_state *>(channel->users.head.next));
+    }
+    service_video_streams_cleanup(channel->channel.service, &channel->channel.video_stream_q, true);
+    zeb_free_impl(channel);
+}
+
+void rtc_channel_destroy(rtc_channel *channel)
+{
+    if (channel == nullptr || channel->state == nullptr || service_is_in_callback(channel->service)) {
+        return;
+    }
+    rtc_list_del(&channel->service->state->channels, &channel->state->node);
+    channel_free(channel->state);
+}
+
+void rtc_channel_set_payload_type(rtc_channel *channel, uint8_t payload_type, uint8_t codec)
+{
+    if (channel == nullptr || channel->state == nullptr) {
+        return;
+    }
+    const bool is_known = codec == VIDEO_TYPE_H264 || codec == VIDEO_TYPE_H265;
+    channel->state->codecs[payload_type & 0x7F] = is_known ? codec : static_cast<uint8_t>(VIDEO_TYPE_UNKNOWN);
+}
+
+// ---- The door ----
+
+static int __refuse(channel_state *channel, packet_drop_e reason, zeb_ts_t now)
+{
+    channel->refused[reason] += 1;
+    if (now < channel->next_refusal_log_at) {
+        channel->refusals_not_logged += 1;
+        return -1;
+    }
+    CLIENT_LOG(LM_CHANNEL, RTC_LOG_WARNING, "[%s] packet refused: %s, %llu more since the last such line",
+               channel->channel.name_id, packet_drop_name(reason),
+               static_cast<unsigned long long>(channel->refusals_not_logged));
+    channel->next_refusal_log_at = now + kRefusalLogInterval;
+    channel->refusals_not_logged = 0;
+    return -1;
+}
+
+static bool __may_receive(const rtc_channel *channel, const zeb_ts_t *now_p)
+{
+    return channel != nullptr && channel->state != nullptr && now_p != nullptr &&
+           !service_is_in_callback(channel->service);
+}
+
+// The stream's path is the one that its first packet took; the two number differently and cannot be mixed.
+static bool __is_on_path(stream_state *state, bool is_native)
+{
+    if (state->report.packets == 0) {
+        state->is_native = is_native;
+    }
+    return state->is_native == is_native;
+}
+
+static int __finish(stream_state *state, packet_drop_e result, const zeb_ts_t *now_p)
+{
+    stream_state_ask(state, now_p);
+    return result == PACKET_DROP_REASONS ? 0 : -1;
+}
+
+int rtc_channel_receive_rtp(rtc_channel *channel, const uint8_t *packet, size_t size, bool is_retrans,
+                            const zeb_ts_t *now_p)
+{
+    if (!__may_receive(channel, now_p)) {
+        return -1;
+    }
+    channel_state *self = channel->state;
+    rtp_view view;
+    packet_drop_e reason = rtp_parse(packet, packet == nullptr ? 0 : size, &view);
+    if (reason != PACKET_DROP_REASONS) {
+        return __refuse(self, reason, *now_p);
+    }
+    const uint8_t codec = self->codecs[view.payload_type];
+    if (codec == VIDEO_TYPE_UNKNOWN) {
+        return __refuse(self, PACKET_DROP_UNKNOWN_PAYLOAD_TYPE, *now_p);
+    }
+    stream_state *state = channel_admit_stream(self, view.ssrc, 0, now_p, &reason);
+    if (state == nullptr) {
+        return __refuse(self, reason, *now_p);
+    }
+    if (!__is_on_path(state, false)) {
+        return __refuse(self, PACKET_DROP_WRONG_PATH, *now_p);
+    }
+    return __finish(state, rtp_intake_take(state, packet, &view, codec, is_retrans, now_p), now_p);
+}
+
+static int __receive_native(channel_state *self, PVideoData4 *video, uint8_t stream_id, bool is_retrans,
+                            const zeb_ts_t *now_p)
+{
+    rtp_view view;
+    packet_drop_e reason = native_intake_check(video, &view);
+    if (reason != PACKET_DROP_REASONS) {
+        return __refuse(self, reason, *now_p);
+    }
+    stream_state *state = channel_admit_stream(self, video->common.uid, stream_id, now_p, &reason);
+    if (state == nullptr) {
+        return __refuse(self, reason, *now_p);
+    }
+    if (!__is_on_path(state, true)) {
+        return __refuse(self, PACKET_DROP_WRONG_PATH, *now_p);
+    }
+    return __finish(state, native_intake_take(state, video, &view, is_retrans, now_p), now_p);
+}
+
+int rtc_channel_receive_native(rtc_channel *channel, PVideoData4 *video, uint8_t stream_id, bool is_retrans,
+                               const zeb_ts_t *now_p)
+{
+    if (video == nullptr) {
+        return -1;
+    }
+    int result = -1;
+    if (__may_receive(channel, now_p)) {
+        result = __receive_native(channel->state, video, stream_id, is_retrans, now_p);
+    }
+    zeb_fini_typed_obj(&zeb_dynamic_bytes_type, &video->extension.contents);
+    zeb_fini_typed_obj(&zeb_dynamic_bytes_type, &video->payload);
+    return result;
+}
+
+// ---- Looking ----
+
+user_video_stream *rtc_channel_find_stream(rtc_channel *channel, uint32_t uid, uint8_t stream_id)
+{
+    if (channel == nullptr || channel->state == nullptr) {
+        return nullptr;
+    }
+    user_state *user = channel_find_user(channel->state, uid);
+    return user == nullptr ? nullptr : video_streams_find_video_stream(&user->user.video_streams_q, stream_id);
+}
+
+const stream_report *rtc_channel_stream_report(const user_video_stream *stream)
+{
+    const stream_state *state = stream_state_of(stream);
+    return state == nullptr ? nullptr : &state->report;
+}
+
+const uint64_t *rtc_channel_packets_refused(const rtc_channel *channel)
+{
+    return channel == nullptr || channel->state == nullptr ? nullptr : channel->state->refused;
+}
+
+// ---- The tick ----
+
+static void __stream_tick(stream_state *state, const zeb_ts_t *now_p)
+{
+    if (state->is_native) {
+        native_delivery_run(state, now_p);
+    } else {
+        rtp_intake_tick(state, now_p);
+    }
+    video_stream_check_send_goodbad_pic(state->stream, now_p);
+    stream_state_ask(state, now_p);
+}
+
+void channel_tick(channel_state *channel, const zeb_ts_t *now_p)
+{
+    list_head *head = &channel->users.head;
+    for (list_head *node = head->next; node != head; node = node->next) {
+        for (stream_state *state : reinterpret_cast<user_state *>(node)->streams) {
+            if (state != nullptr) {
+                __stream_tick(state, now_p);
+            }
+        }
+    }
+}

@@ -1,0 +1,147 @@
+#include "frame_output.h"
+
+#include "channel_state.h"
+#include "client_log.h"
+#include "user.h"
+
+static PACKETIZER_TYPE __packetizer_of(const video_frame *frame)
+{
+    if (video_frame_is_generic(frame) != 0) {
+        return PACKETIZER_TYPE_GENERIC;
+    }
+    switch (frame->codec) {
+    case VIDEO_TYPE_H264:
+        return PACKETIZER_TYPE_H264;
+    case VIDEO_TYPE_H265:
+        return PACKETIZER_TYPE_H265;
+    default:
+        return PACKETIZER_TYPE_UNKNOWN;
+    }
+}
+
+// The packets of a frame may disagree about its headers, and the frame goes by the first one that came. A view that
+// is longer than its packet has wrapped.
+static bool __views_fit(const video_frame *frame, const video_frame *parsed)
+{
+    for (size_t i = 0; i < frame->n_pkts_total; i++) {
+        if (parsed->pkts[i].count > frame->pkts[i].count) {
+            return false;
+        }
+    }
+    return true;
+}
+
+static uint8_t *__bitstream_make(const video_frame *frame, size_t *size)
+{
+    const PACKETIZER_TYPE packetizer = __packetizer_of(frame);
+    video_frame parsed = {};
+    if (packetizer == PACKETIZER_TYPE_UNKNOWN || video_frame_parse_payload(frame, &parsed) != 0 ||
+        parsed.pkts == nullptr) {
+        return nullptr;
+    }
+    uint8_t *bitstream = nullptr;
+    if (__views_fit(frame, &parsed)) {
+        bitstream = video_frame_regroup_pkts(&parsed, packetizer, size);
+    }
+    zeb_free_impl(parsed.pkts);
+    return bitstream;
+}
+
+// ---- Counting ----
+
+static void __count_freeze(stream_state *state, zeb_ts_t pause)
+{
+    user_video_stream *stream = state->stream;
+    stream_report *report = &state->report;
+    if (pause >= 200) {
+        report->freezes_200ms = ++stream->freeze_count_200ms;
+        report->frozen_200ms = stream->freeze_time_200ms += pause;
+    }
+    if (pause >= 500) {
+        report->freezes_500ms = ++stream->freeze_count_500ms;
+        report->frozen_500ms = stream->freeze_time_500ms += pause;
+    }
+    if (pause >= 600) {
+        report->freezes_600ms = ++stream->freeze_count_600ms;
+        report->frozen_600ms = stream->freeze_time_600ms += pause;
+    }
+}
+
+static void __count_in_record(user_video_stream *stream, const video_frame *frame, const channel_frame *out,
+                              zeb_ts_t now)
+{
+    stream->n_xfer_frames += 1;
+    stream->n_frames_to_user_recent = static_cast<uint16_t>(stream->n_frames_to_user_recent + 1);
+    stream->n_bytes_to_user_recent += static_cast<uint32_t>(out->size);
+    stream->last_to_user_at = now;
+    stream->last_to_user_ts = frame->ts;
+    stream->downlink_frame_total += 1;
+    if (frame->n_pkts_total > stream->frame_pkt_num_max) {
+        stream->frame_pkt_num_max = frame->n_pkts_total;
+    }
+    if (!out->is_key) {
+        return;
+    }
+    // A fresh record says 0 for "none" here and a reset one -1, so the count of key frames decides.
+    if (stream->n_k_frames_to_user == 0) {
+        stream->first_rcv_key_frame_seq = static_cast<int32_t>(frame->frame_seq);
+    } else if (stream->n_k_frames_to_user == 1) {
+        stream->second_rcv_key_frame_seq = static_cast<int32_t>(frame->frame_seq);
+    }
+    stream->n_k_frames_to_user += 1;
+}
+
+static void __count(stream_state *state, const channel_frame *out, zeb_ts_t now)
+{
+    stream_report *report = &state->report;
+    if (report->frames == 0) {
+        report->first_frame_at = now;
+    } else {
+        __count_freeze(state, now - report->last_frame_at);
+    }
+    report->last_frame_at = now;
+    report->frames += 1;
+    report->key_frames += out->is_key ? 1 : 0;
+    report->frame_bytes += out->size;
+}
+
+void frame_output_drop(stream_state *state, frame_drop_e reason)
+{
+    state->report.frames_dropped[reason] += 1;
+    CLIENT_LOG(LM_CHANNEL, RTC_LOG_INFO, "[%s] frame dropped: %s", state->stream->channel->name_id,
+               frame_drop_name(reason));
+}
+
+// ---- Handing out ----
+
+static void __call_back(const rtc_channel *channel, const channel_frame *out)
+{
+    if (channel->state == nullptr || channel->state->on_frame == nullptr) {
+        return;
+    }
+    service_state *service = channel->service->state;
+    service->is_in_callback = true;
+    channel->state->on_frame(channel->state->on_frame_context, out);
+    service->is_in_callback = false;
+}
+
+bool frame_output_hand_out(stream_state *state, const video_frame *frame, channel_frame *out, const zeb_ts_t *now_p)
+{
+    uint8_t *bitstream = __bitstream_make(frame, &out->size);
+    if (bitstream == nullptr) {
+        frame_output_drop(state, FRAME_DROP_NOT_ASSEMBLED);
+        return false;
+    }
+    out->data = bitstream;
+    out->codec = frame->codec;
+    out->uid = state->stream->user->state->uid;
+    out->stream_id = state->stream->stream_id;
+    out->frame_seq = frame->frame_seq;
+    out->first_seq = frame->min_rtp_seq;
+    out->last_seq = frame->max_rtp_seq;
+    __count(state, out, *now_p);
+    __count_in_record(state->stream, frame, out, *now_p);
+    __call_back(state->stream->channel, out);
+    zeb_free_impl(bitstream);
+    return true;
+}

@@ -1,0 +1,196 @@
+#include "native_intake.h"
+
+#include "client_log.h"
+#include "frame_output.h"
+#include "stream_counters.h"
+#include "user.h"
+
+// ---- The door ----
+
+static uint16_t __fec_count(const Video4Header *header)
+{
+    return (header->reserved >> 8) & 0xFF;
+}
+
+static uint32_t __fec_method(const Video4Header *header)
+{
+    return (header->reserved >> 3) & 7;
+}
+
+static bool __is_fec(const Video4Header *header)
+{
+    return header->subseq >= header->n_pkts - __fec_count(header);
+}
+
+static bool __is_generic(const Video4Header *header)
+{
+    video_frame frame = {};
+    frame.protocol_version = header->protocol_version;
+    frame.codec = header->codec;
+    return video_frame_is_generic(&frame) != 0;
+}
+
+// Bytes between the RTP header and the payload. `first` is the byte there, 0 when there is none.
+static size_t __encapsulation_size(const Video4Header *header, uint8_t payload_type, uint8_t first)
+{
+    constexpr uint8_t wrapped_payload_type = 116;
+    switch (__fec_method(header)) {
+    case 0:
+        return __is_generic(header) ? 1 : 0;
+    case 1:
+        if (payload_type != wrapped_payload_type) {
+            return 0;
+        }
+        return first == 127 ? 2 : (first == 107 ? 1 : 0);
+    case 2:
+        if (!__is_generic(header)) {
+            return 0;
+        }
+        return __is_fec(header) ? 2 : 1;
+    default:
+        return 0;
+    }
+}
+
+packet_drop_e native_intake_check(const PVideoData4 *video, rtp_view *view)
+{
+    const Video4Header *header = &video->header;
+    const bool is_sane = header->n_pkts > 0 && header->n_pkts <= VIDEO_FRAMES_Q_PKT_INDEX &&
+                         header->subseq < header->n_pkts && __fec_count(header) <= header->n_pkts;
+    if (!is_sane) {
+        return PACKET_DROP_BAD_FRAME_HEADER;
+    }
+    const auto *bytes = static_cast<const uint8_t *>(video->payload.values);
+    const packet_drop_e reason = rtp_parse(bytes, bytes == nullptr ? 0 : video->payload.count, view);
+    if (reason != PACKET_DROP_REASONS) {
+        return reason;
+    }
+    const uint8_t first = view->payload_size > 0 ? bytes[view->header_size] : 0;
+    const bool fits = __encapsulation_size(header, view->payload_type, first) <= view->payload_size;
+    return fits ? PACKET_DROP_REASONS : PACKET_DROP_BAD_ENCAPSULATION;
+}
+
+// ---- Taking packets in ----
+
+// The module does not know RTP padding, so it goes.
+static void __padding_cut(PVideoData4 *video, const rtp_view *view)
+{
+    auto *bytes = static_cast<uint8_t *>(video->payload.values);
+    bytes[0] &= 0xDF; // padding bit
+    video->payload.count = static_cast<uint16_t>(video->payload.count - view->padding_size);
+}
+
+static reception_verdict __note(stream_state *state, const PVideoData4 *video, const rtp_view *view, bool is_retrans,
+                                zeb_ts_t now)
+{
+    const reception_packet arrival = {video->common.seq, view->timestamp, video->payload.count, is_retrans};
+    const reception_verdict verdict = reception_note(&state->arrivals, &state->report, &arrival, now);
+    const counted_packet counted = {arrival, reception_highest(&state->arrivals), video->common.sent_ts,
+                                    __is_fec(&video->header)};
+    stream_counters_note(state->stream, &counted, now);
+    return verdict;
+}
+
+static void __restart(stream_state *state)
+{
+    CLIENT_LOG(LM_CHANNEL, RTC_LOG_INFO, "[%s] stream of user %u numbers its frames anew",
+               state->stream->channel->name_id, state->stream->user->state->uid);
+    for (const video_frame &frame : state->stream->video_frames_q.video_frames) {
+        if (frame.n_pkts_total != 0) {
+            frame_output_drop(state, FRAME_DROP_AFTER_GAP);
+        }
+    }
+    stream_native_path_empty(state->stream);
+    native_delivery_init(&state->native);
+    state->wants_key_frame = true;
+}
+
+// Why the frame queue is going to refuse the packet, by its own rules. What it refuses for none of them it has no
+// memory for.
+static packet_drop_e __refusal_of(const rtc_video_frames_t *queue, const PVideoData4 *video)
+{
+    const uint32_t slot = video->header.frame_seq % VIDEO_FRAMES_Q_SLOTS;
+    const video_frame *tenant = &queue->video_frames[slot];
+    if (tenant->n_pkts_total != 0 && zeb_uint32_after(tenant->frame_seq, video->header.frame_seq) != 0) {
+        return PACKET_DROP_LATE;
+    }
+    const int32_t holder = queue->pkt_frame_pos[video->common.seq % VIDEO_FRAMES_Q_PKT_INDEX];
+    if (holder < 0 || holder >= VIDEO_FRAMES_Q_SLOTS) {
+        return PACKET_DROP_NO_MEMORY;
+    }
+    if (static_cast<uint32_t>(holder) == slot) {
+        return PACKET_DROP_DUPLICATE;
+    }
+    const bool is_newer = zeb_uint32_after(video->header.frame_seq, queue->video_frames[holder].frame_seq) != 0;
+    return is_newer ? PACKET_DROP_NO_MEMORY : PACKET_DROP_LATE;
+}
+
+static packet_drop_e __insert(stream_state *state, PVideoData4 *video, const zeb_ts_t *now_p)
+{
+    const seq_t seq = video->common.seq;
+    const packet_drop_e refusal = __refusal_of(&state->stream->video_frames_q, video);
+    video_stream_insert_video_packet(state->stream, video, 0, now_p);
+    if (zeb_dynamic_array_is_empty(&video->payload)) {
+        return PACKET_DROP_REASONS;
+    }
+    if (refusal == PACKET_DROP_NO_MEMORY) {
+        reception_forget(&state->arrivals, &state->report, seq);
+    }
+    return refusal;
+}
+
+static bool __has_key_frame(const user_video_stream *stream)
+{
+    for (const video_frame &frame : stream->video_frames_q.video_frames) {
+        if (frame.n_pkts_total != 0 && frame.is_key_frame != 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+static packet_drop_e __place(stream_state *state, PVideoData4 *video, reception_verdict verdict, const zeb_ts_t *now_p)
+{
+    switch (verdict) {
+    case RECEPTION_DUPLICATE:
+        return PACKET_DROP_DUPLICATE;
+    case RECEPTION_STRAY:
+        return PACKET_DROP_LATE;
+    case RECEPTION_RESTARTED:
+        __restart(state);
+        break;
+    case RECEPTION_NEWEST:
+    case RECEPTION_EARLIER:
+        break;
+    }
+    if (native_delivery_is_past(&state->native, video->header.frame_seq)) {
+        // FEC packets come behind the media that made their frame whole.
+        const bool is_latest_frame = video->header.frame_seq == state->native.output_seq;
+        if (verdict != RECEPTION_NEWEST || is_latest_frame) {
+            return PACKET_DROP_LATE;
+        }
+        // The packets go on and the frames do not: the sender's encoder was made anew.
+        __restart(state);
+    }
+    const packet_drop_e result = __insert(state, video, now_p);
+    if (state->native.needs_key_frame && !__has_key_frame(state->stream)) {
+        state->wants_key_frame = true;
+    }
+    native_delivery_run(state, now_p);
+    return result;
+}
+
+packet_drop_e native_intake_take(stream_state *state, PVideoData4 *video, const rtp_view *view, bool is_retrans,
+                                 const zeb_ts_t *now_p)
+{
+    state->stream->is_nass = 1;
+    state->stream->codec = video->header.codec;
+    const reception_verdict verdict = __note(state, video, view, is_retrans, *now_p);
+    __padding_cut(video, view);
+    video_stream_send_bandwidth_est(state->stream, video, !is_retrans, now_p);
+    const packet_drop_e result = __place(state, video, verdict, now_p);
+    if (result != PACKET_DROP_REASONS) {
+        state->report.packets_dropped[result] += 1;
+    }
+    return result;
+}

@@ -1,0 +1,165 @@
+#include "reception.h"
+
+#include <cstring>
+
+static_assert(kReceptionHistory >= kReceptionMaxMisorder, "a late packet must be told from a duplicate");
+static_assert((kReceptionHistory & (kReceptionHistory - 1)) == 0, "entries stay in place when numbers wrap");
+
+constexpr uint32_t kCycle = 0x10000;
+constexpr zeb_ts_t kTicksPerMillisecond = 90; // RFC 6184 and RFC 7798: a 90 kHz clock
+
+static reception_entry *__entry(reception *self, uint32_t number)
+{
+    return &self->history[number % kReceptionHistory];
+}
+
+static const reception_entry *__entry_find(const reception *self, uint32_t number)
+{
+    const reception_entry *entry = &self->history[number % kReceptionHistory];
+    return entry->number == number ? entry : nullptr;
+}
+
+static void __remember(reception *self, uint32_t number, uint32_t timestamp)
+{
+    *__entry(self, number) = {number, timestamp};
+}
+
+uint32_t reception_number(const reception *self, seq_t seq)
+{
+    const auto distance = static_cast<int16_t>(static_cast<seq_t>(seq - static_cast<seq_t>(self->newest)));
+    return self->newest + static_cast<uint32_t>(distance);
+}
+
+static void __begin(reception *self, seq_t seq, uint32_t timestamp)
+{
+    memset(self, 0, sizeof *self);
+    self->has_started = true;
+    self->first = self->newest = kCycle + seq;
+    __remember(self, self->newest, timestamp);
+}
+
+static void __advance(reception *self, stream_report *report, uint32_t number, uint32_t timestamp)
+{
+    const uint32_t missing = number - self->newest - 1;
+    report->packets_lost += missing;
+    report->gaps += missing > 0 ? 1 : 0;
+    self->newest = number;
+    // Nothing from before that is looked at any more, so the first number may follow and never wraps away.
+    if (number - self->first > kReceptionHistory) {
+        self->first = number - kReceptionHistory;
+    }
+    __remember(self, number, timestamp);
+}
+
+static void __fill_hole(reception *self, stream_report *report, uint32_t number, const reception_packet *packet)
+{
+    if (static_cast<int32_t>(number - self->first) < 0) {
+        report->packets_lost += self->first - number - 1;
+        self->first = number;
+    } else {
+        report->packets_lost -= 1;
+    }
+    report->packets_reordered += packet->is_retrans ? 0 : 1;
+    __remember(self, number, packet->timestamp);
+}
+
+// RFC 3550, A.8.
+static void __jitter_update(reception *self, stream_report *report, uint32_t timestamp, zeb_ts_t now)
+{
+    const uint32_t transit = static_cast<uint32_t>(now * kTicksPerMillisecond) - timestamp;
+    if (self->has_transit) {
+        const auto difference = static_cast<int32_t>(transit - self->last_transit);
+        const int64_t distance = difference < 0 ? -static_cast<int64_t>(difference) : difference;
+        self->jitter += static_cast<uint64_t>(distance) - ((self->jitter + 8) >> 4);
+    }
+    self->has_transit = true;
+    self->last_transit = transit;
+    report->jitter = static_cast<uint32_t>(self->jitter >> 4);
+}
+
+static void __count(stream_report *report, const reception_packet *packet, zeb_ts_t now)
+{
+    if (report->packets == 0) {
+        report->first_packet_at = now;
+    }
+    report->last_packet_at = now;
+    report->packets += 1;
+    report->bytes += packet->size;
+    report->packets_retransmitted += packet->is_retrans ? 1 : 0;
+}
+
+static bool __is_jump(const reception *self, seq_t seq)
+{
+    const auto ahead = static_cast<seq_t>(seq - static_cast<seq_t>(self->newest));
+    return ahead >= kReceptionMaxDropout && ahead <= static_cast<seq_t>(0 - kReceptionMaxMisorder);
+}
+
+// Two numbers in sequence make a new beginning. A retransmission is old by nature and proves nothing.
+static reception_verdict __jump(reception *self, stream_report *report, const reception_packet *packet)
+{
+    if (packet->is_retrans) {
+        return RECEPTION_STRAY;
+    }
+    if (self->has_stray && packet->seq == zeb_uint16_next(self->stray_seq)) {
+        __begin(self, self->stray_seq, self->stray_timestamp);
+        __advance(self, report, self->newest + 1, packet->timestamp);
+        return RECEPTION_RESTARTED;
+    }
+    self->has_stray = true;
+    self->stray_seq = packet->seq;
+    self->stray_timestamp = packet->timestamp;
+    return RECEPTION_STRAY;
+}
+
+static reception_verdict __place(reception *self, stream_report *report, const reception_packet *packet)
+{
+    if (!self->has_started) {
+        __begin(self, packet->seq, packet->timestamp);
+        return RECEPTION_NEWEST;
+    }
+    if (__is_jump(self, packet->seq)) {
+        return __jump(self, report, packet);
+    }
+    self->has_stray = false;
+    const uint32_t number = reception_number(self, packet->seq);
+    if (__entry_find(self, number) != nullptr) {
+        return RECEPTION_DUPLICATE;
+    }
+    if (static_cast<int32_t>(number - self->newest) > 0) {
+        __advance(self, report, number, packet->timestamp);
+        return RECEPTION_NEWEST;
+    }
+    __fill_hole(self, report, number, packet);
+    return RECEPTION_EARLIER;
+}
+
+reception_verdict reception_note(reception *self, stream_report *report, const reception_packet *packet, zeb_ts_t now)
+{
+    __count(report, packet, now);
+    const reception_verdict verdict = __place(self, report, packet);
+    const bool is_sample = verdict != RECEPTION_DUPLICATE && verdict != RECEPTION_STRAY && !packet->is_retrans;
+    if (is_sample) {
+        __jitter_update(self, report, packet->timestamp, now);
+    }
+    return verdict;
+}
+
+void reception_forget(reception *self, stream_report *report, seq_t seq)
+{
+    reception_entry *entry = __entry(self, reception_number(self, seq));
+    if (entry->number == reception_number(self, seq)) {
+        *entry = {};
+        report->packets_lost += 1;
+    }
+}
+
+bool reception_proves_beginning(const reception *self, seq_t seq, uint32_t timestamp)
+{
+    const reception_entry *before = __entry_find(self, reception_number(self, zeb_uint16_prev(seq)));
+    return before != nullptr && before->timestamp != timestamp;
+}
+
+uint32_t reception_highest(const reception *self)
+{
+    return self->has_started ? self->newest - kCycle : 0;
+}

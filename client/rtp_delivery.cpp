@@ -1,0 +1,281 @@
+#include "rtp_delivery.h"
+
+#include <cstring>
+
+#include "frame_output.h"
+#include "nal.h"
+#include "nal_edges.h"
+#include "rtp.h"
+#include "stream_state.h"
+
+// A refusal of a frame that nothing speaks against.
+constexpr frame_drop_e kNoRefusal = FRAME_DROP_REASONS;
+
+// A packet that the cache hands over, with what its bytes say. The payload is the packet's until it is taken over.
+struct delivered_packet {
+    PVideoData4 *video;
+    rtp_view view;
+    const uint8_t *payload;
+};
+
+void rtp_delivery_init(rtp_delivery *self)
+{
+    memset(self, 0, sizeof *self);
+    self->refusal = kNoRefusal;
+    self->needs_key_frame = true;
+}
+
+void rtp_delivery_restart(rtp_delivery *self)
+{
+    const uint64_t n_handed_over = self->n_handed_over;
+    rtp_delivery_init(self);
+    self->n_handed_over = n_handed_over;
+}
+
+static uint32_t __last_number(const rtp_delivery *self)
+{
+    return self->first_number + self->n_pkts - 1;
+}
+
+// ---- Closing a frame ----
+
+static frame_drop_e __refusal_at_end(const rtp_delivery *self)
+{
+    if (self->refusal != kNoRefusal) {
+        return self->refusal;
+    }
+    if (self->next_subseq != self->n_pkts) {
+        return FRAME_DROP_INCOMPLETE;
+    }
+    return self->ends_open ? FRAME_DROP_TORN : kNoRefusal;
+}
+
+static video_frame *__queued_frame(stream_state *state)
+{
+    video_frame *frame = &state->stream->video_frames_q.video_frames[state->rtp.frame_seq % VIDEO_FRAMES_Q_SLOTS];
+    return frame->n_pkts_total != 0 && frame->frame_seq == state->rtp.frame_seq ? frame : nullptr;
+}
+
+static bool __hand_out(stream_state *state, video_frame *frame, const zeb_ts_t *now_p)
+{
+    channel_frame out = {};
+    out.rtp_timestamp = state->rtp.timestamp;
+    out.is_key = state->rtp.is_key;
+    const bool is_out = frame_output_hand_out(state, frame, &out, now_p);
+    video_stream_send_goodbad_pic(state->stream, frame, is_out, now_p);
+    return is_out;
+}
+
+static void __lose(stream_state *state, frame_drop_e reason)
+{
+    frame_output_drop(state, reason);
+    if (reason != FRAME_DROP_OUT_OF_ORDER) {
+        state->rtp.needs_key_frame = true;
+        state->wants_key_frame = true;
+    }
+}
+
+static void __decide(stream_state *state, const zeb_ts_t *now_p)
+{
+    rtp_delivery *self = &state->rtp;
+    const frame_drop_e refusal = __refusal_at_end(self);
+    if (refusal != kNoRefusal) {
+        __lose(state, refusal);
+        return;
+    }
+    video_frame *frame = __queued_frame(state);
+    if (frame == nullptr || !__hand_out(state, frame, now_p)) {
+        self->needs_key_frame = true;
+        state->wants_key_frame = true;
+        return;
+    }
+    self->needs_key_frame = false;
+    self->has_output = true;
+    self->output_number = __last_number(self);
+}
+
+static void __close(stream_state *state, const zeb_ts_t *now_p)
+{
+    rtp_delivery *self = &state->rtp;
+    if (!self->is_open) {
+        return;
+    }
+    self->is_open = false;
+    // Packets without payload fill the path and the numbering; they stand for no picture.
+    if (self->has_media || self->refusal != kNoRefusal) {
+        __decide(state, now_p);
+    }
+    video_frame *frame = __queued_frame(state);
+    if (frame != nullptr) {
+        video_stream_remove_frame(state->stream, frame);
+    }
+    if (state->stream->video_frames_q.count != 0) {
+        stream_native_path_empty(state->stream);
+    }
+}
+
+void rtp_delivery_finish(stream_state *state, const zeb_ts_t *now_p)
+{
+    __close(state, now_p);
+}
+
+// ---- Opening a frame ----
+
+// The cache takes the lowest key-frame packet that it has for the first one of its frame. It is that one if the packet
+// before it belongs to another frame, handed over or at least seen, or if it says itself that it begins a picture.
+static bool __is_beginning_proven(const stream_state *state, const delivered_packet *packet)
+{
+    if (!nal_edges_inspect(packet->video->header.codec, packet->payload, packet->view.payload_size).begins) {
+        return false;
+    }
+    return state->rtp.is_continuous ||
+           reception_proves_beginning(&state->arrivals, packet->view.seq, packet->view.timestamp) ||
+           nal_inspect(packet->video->header.codec, packet->payload, packet->view.payload_size).starts_access_unit;
+}
+
+static frame_drop_e __refusal_at_start(const stream_state *state, const delivered_packet *packet)
+{
+    const rtp_delivery *self = &state->rtp;
+    if (self->has_output && !zeb_uint32_after(self->first_number, self->output_number)) {
+        return FRAME_DROP_OUT_OF_ORDER;
+    }
+    if (self->n_pkts == 0 || self->n_pkts > VIDEO_FRAMES_Q_PKT_INDEX) {
+        return FRAME_DROP_NOT_ASSEMBLED;
+    }
+    if (self->n_pkts == 1 && packet->view.payload_size == 0) {
+        return kNoRefusal;
+    }
+    if (!self->is_key && self->needs_key_frame) {
+        return FRAME_DROP_AFTER_GAP;
+    }
+    return __is_beginning_proven(state, packet) ? kNoRefusal : FRAME_DROP_TORN;
+}
+
+static bool __is_new_frame(const rtp_delivery *self, const Video4Header *header)
+{
+    return !self->is_open || self->numbering_restarts || header->frame_seq != self->frame_seq ||
+           header->subseq < self->next_subseq;
+}
+
+static void __open(stream_state *state, const delivered_packet *packet, bool is_key)
+{
+    rtp_delivery *self = &state->rtp;
+    const Video4Header *header = &packet->video->header;
+    // After a drop to a key frame the numbering starts over without a word.
+    if (self->numbering_restarts || header->frame_seq != zeb_uint32_next(self->frame_seq)) {
+        stream_native_path_empty(state->stream);
+    }
+    self->numbering_restarts = false;
+    self->is_open = true;
+    self->is_key = is_key;
+    self->ends_open = false;
+    self->has_media = false;
+    self->frame_seq = header->frame_seq;
+    self->timestamp = packet->view.timestamp;
+    self->first_number = reception_number(&state->arrivals, packet->view.seq) - header->subseq;
+    self->n_pkts = header->n_pkts;
+    self->next_subseq = 0;
+    self->is_continuous = self->has_previous && self->first_number == self->previous_number + 1;
+    self->needs_key_frame = self->needs_key_frame || !self->is_continuous;
+    self->refusal = __refusal_at_start(state, packet);
+    self->n_handed_over += 1;
+    if (self->refusal != FRAME_DROP_OUT_OF_ORDER) {
+        self->has_previous = true;
+        self->previous_number = __last_number(self);
+    }
+}
+
+// ---- Taking packets ----
+
+static frame_drop_e __refusal_of_packet(const stream_state *state, const delivered_packet *packet)
+{
+    const rtp_delivery *self = &state->rtp;
+    const Video4Header *header = &packet->video->header;
+    const bool is_consistent =
+        header->n_pkts == self->n_pkts && header->subseq < self->n_pkts && packet->view.timestamp == self->timestamp &&
+        reception_number(&state->arrivals, packet->view.seq) == self->first_number + header->subseq;
+    if (!is_consistent) {
+        return FRAME_DROP_TORN;
+    }
+    return header->subseq == self->next_subseq ? kNoRefusal : FRAME_DROP_INCOMPLETE;
+}
+
+static bool __insert(stream_state *state, PVideoData4 *video, const zeb_ts_t *now_p)
+{
+    rtp_delivery *self = &state->rtp;
+    // Counted from 0 in each frame: the packet index has no room for a frame of more than 256 packets across the wrap
+    // of the 16-bit numbers. The RTP header keeps the real one.
+    video->common.seq = video->header.subseq;
+    video3_video_type type = {video->header.video_type};
+    type.frame_type = (self->is_key ? KEY_FRAME : DELTA_FRAME) & 0xF;
+    video->header.video_type = type.video_type;
+    const video_frame *frame = video_stream_insert_video_packet(state->stream, video, 0, now_p);
+    return frame != nullptr && zeb_dynamic_array_is_empty(&video->payload);
+}
+
+static bool __read(PVideoData4 *video, delivered_packet *packet)
+{
+    const auto *bytes = static_cast<const uint8_t *>(video->payload.values);
+    if (bytes == nullptr || rtp_parse(bytes, video->payload.count, &packet->view) != PACKET_DROP_REASONS) {
+        return false;
+    }
+    packet->video = video;
+    packet->payload = bytes + packet->view.header_size;
+    return true;
+}
+
+static void __note_edges(rtp_delivery *self, const delivered_packet *packet)
+{
+    self->next_subseq = static_cast<uint16_t>(packet->video->header.subseq + 1);
+    if (packet->view.payload_size > 0) {
+        self->has_media = true;
+        self->ends_open =
+            !nal_edges_inspect(packet->video->header.codec, packet->payload, packet->view.payload_size).ends;
+    }
+}
+
+static int __add_packet(stream_state *state, PVideoData4 *video, bool is_key, const zeb_ts_t *now_p)
+{
+    rtp_delivery *self = &state->rtp;
+    delivered_packet packet;
+    if (!__read(video, &packet)) {
+        return -1;
+    }
+    if (__is_new_frame(self, &video->header)) {
+        __close(state, now_p);
+        __open(state, &packet, is_key);
+    }
+    if (self->refusal == kNoRefusal) {
+        self->refusal = __refusal_of_packet(state, &packet);
+    }
+    if (self->refusal != kNoRefusal) {
+        return -1;
+    }
+    __note_edges(self, &packet);
+    if (!__insert(state, video, now_p)) {
+        self->refusal = FRAME_DROP_NOT_ASSEMBLED;
+        return -1;
+    }
+    return 0;
+}
+
+int rtc_video_add_packet(user_video_stream *stream, PVideoData4 *video, int is_retrans, int is_key,
+                         const zeb_ts_t *now_p)
+{
+    (void)is_retrans;
+    stream_state *state = stream_state_of(stream);
+    if (state == nullptr || video == nullptr) {
+        return -1;
+    }
+    return __add_packet(state, video, is_key != 0, now_p);
+}
+
+void rtc_video_stream_reset_state(user_video_stream *stream, const zeb_ts_t *ts)
+{
+    (void)ts;
+    // The frame before may still be open, so its packets stay until the first one of the next comes.
+    stream_state *state = stream_state_of(stream);
+    if (state != nullptr) {
+        state->rtp.numbering_restarts = true;
+    }
+}

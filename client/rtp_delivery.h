@@ -1,0 +1,42 @@
+// RTP path, behind the reorder cache: takes the packets of its frames one by one, puts them together in the frame
+// queue and hands out those that a decoder can use.
+//
+// A frame is closed when the next one begins or when the delivery is over, not with its last packet: only then is
+// it known that the cache handed over nothing else under its number.
+#pragma once
+
+#include "rtc_packet.h"
+#include "stream_report.h"
+
+struct stream_state;
+
+struct rtp_delivery {
+    // The frame whose packets are coming in.
+    bool is_open;
+    bool is_key;
+    bool is_continuous;   // follows the frame before without a missing number
+    bool ends_open;       // its last packet so far leaves a fragmented NAL unit unfinished
+    bool has_media;       // some packet carries payload
+    frame_drop_e refusal; // FRAME_DROP_REASONS: none so far
+    uint32_t frame_seq;
+    uint32_t timestamp;
+    uint32_t first_number; // extended sequence number, as the others below
+    uint16_t n_pkts;
+    uint16_t next_subseq;
+
+    bool numbering_restarts; // the cache numbers anew with its next frame
+    bool needs_key_frame;    // something that a delta frame may refer to is missing
+    bool has_previous;       // the cache handed over a frame that ended with `previous_number`
+    bool has_output;         // a frame was handed out that ended with `output_number`
+    uint32_t previous_number;
+    uint32_t output_number;
+    uint64_t n_handed_over; // frames that the cache handed over
+};
+
+void rtp_delivery_init(rtp_delivery *self);
+
+// Forgets what came before: the sender numbers anew.
+void rtp_delivery_restart(rtp_delivery *self);
+
+// Closes the frame that is still open, when the cache has done its work. No packet may come for it any more.
+void rtp_delivery_finish(stream_state *state, const zeb_ts_t *now_p);

@@ -1,0 +1,389 @@
+#include "rtp_intake.h"
+
+#include <cstring>
+
+#include "client_log.h"
+#include "frame_output.h"
+#include "nal.h"
+#include "stream_counters.h"
+#include "user.h"
+
+constexpr uint32_t kTicksPerMillisecond = 90; // RFC 6184 and RFC 7798: a 90 kHz clock
+constexpr uint8_t kProtocolVersion = 10;      // the first whose payloads are not generic
+
+// ---- From bytes to a packet record ----
+
+// A packet without payload belongs to no picture: senders probe the path with them, between frames. It gets a
+// timestamp and an end of its own, or it would stand in the cache as a frame that never ends. The offset
+// differs for neighbours and stays below the distance of two pictures.
+static bool __is_filler(const rtp_view *view)
+{
+    return view->payload_size == 0 && !view->marker;
+}
+
+static uint32_t __timestamp_of(const rtp_view *view)
+{
+    return __is_filler(view) ? view->timestamp + 1 + (view->seq & 0x3FF) : view->timestamp;
+}
+
+static void __filler_mark(uint8_t *bytes, uint32_t timestamp)
+{
+    bytes[1] |= 0x80;
+    for (int i = 0; i < 4; i++) {
+        bytes[4 + i] = static_cast<uint8_t>(timestamp >> (24 - 8 * i));
+    }
+}
+
+// Copies the packet without its padding, which the module does not know. False without memory.
+static bool __payload_copy(rtn_bytes_t *payload, const uint8_t *packet, const rtp_view *view)
+{
+    const size_t size = view->header_size + view->payload_size;
+    auto *bytes = static_cast<uint8_t *>(zeb_malloc_impl_dbg(size, __func__, __LINE__));
+    if (bytes == nullptr) {
+        return false;
+    }
+    memcpy(bytes, packet, size);
+    bytes[0] &= 0xDF; // padding bit
+    if (__is_filler(view)) {
+        __filler_mark(bytes, __timestamp_of(view));
+    }
+    payload->values = bytes;
+    payload->count = payload->allocated = static_cast<uint16_t>(size);
+    return true;
+}
+
+static uint16_t __sent_ts(const rtp_view *view)
+{
+    return static_cast<uint16_t>(view->timestamp / kTicksPerMillisecond);
+}
+
+static bool __video_make(PVideoData4 *video, const uint8_t *packet, const rtp_view *view, uint8_t codec)
+{
+    memset(video, 0, sizeof *video);
+    if (!__payload_copy(&video->payload, packet, view)) {
+        return false;
+    }
+    const bool is_key = nal_inspect(codec, packet + view->header_size, view->payload_size).is_key;
+    video3_video_type type = {};
+    type.frame_type = (is_key ? KEY_FRAME : DELTA_FRAME) & 0xF;
+    video->common.uid = view->ssrc;
+    video->common.seq = view->seq;
+    video->common.sent_ts = __sent_ts(view);
+    video->header.video_type = type.video_type;
+    video->header.codec = codec;
+    video->header.protocol_version = kProtocolVersion;
+    return true;
+}
+
+static void __video_release(PVideoData4 *video)
+{
+    zeb_fini_typed_obj(&zeb_dynamic_bytes_type, &video->payload);
+}
+
+// ---- The reorder cache's view of a packet ----
+
+static bool __is_waiting_for_key_frame(const webrtc_video_cache_t *cache)
+{
+    // Before its ring is there the cache waits as well.
+    return (cache->frm_flag & 1u) != 0;
+}
+
+static const webrtc_video_packet_t *__slot_of(const webrtc_video_cache_t *cache, seq_t seq)
+{
+    if (cache->pkt_arr == nullptr) {
+        return nullptr;
+    }
+    const webrtc_video_packet_t *slot = &cache->pkt_arr[seq % WEBRTC_VIDEO_RING_SLOTS];
+    return slot->state == WEBRTC_VIDEO_PKT_SET && slot->pkt_seq == seq ? slot : nullptr;
+}
+
+// Why the cache is going to refuse the packet, by its own rules. What it refuses for none of them it has no memory for.
+static packet_drop_e __refusal_of(const webrtc_video_cache_t *cache, const PVideoData4 *video)
+{
+    if (__is_waiting_for_key_frame(cache) && __is_key_frame(video->header.video_type) == 0) {
+        return PACKET_DROP_WAITING_FOR_KEY_FRAME;
+    }
+    if (__slot_of(cache, video->common.seq) != nullptr) {
+        return PACKET_DROP_DUPLICATE;
+    }
+    if (cache->pkt_exp_seq <= UINT16_MAX &&
+        zeb_uint16_after(static_cast<uint16_t>(cache->pkt_exp_seq), video->common.seq) != 0) {
+        return PACKET_DROP_LATE;
+    }
+    return PACKET_DROP_NO_MEMORY;
+}
+
+static void __count_no_memory(stream_state *state, seq_t seq)
+{
+    state->report.packets_dropped[PACKET_DROP_NO_MEMORY] += 1;
+    reception_forget(&state->arrivals, &state->report, seq);
+}
+
+// Gives the packet to the cache, which may deliver. Returns PACKET_DROP_REASONS or why the packet was released.
+static packet_drop_e __feed(stream_state *state, PVideoData4 *video, bool is_retrans, const zeb_ts_t *now_p)
+{
+    webrtc_video_cache_t *cache = &state->stream->video_cache_q;
+    const seq_t seq = video->common.seq;
+    const packet_drop_e refusal = __refusal_of(cache, video);
+    webrtc_video_cache_process(cache, video, is_retrans, now_p);
+    if (video->payload.values != nullptr) {
+        __video_release(video);
+        if (refusal == PACKET_DROP_NO_MEMORY) {
+            __count_no_memory(state, seq);
+        } else {
+            state->report.packets_dropped[refusal] += 1;
+        }
+        return refusal;
+    }
+    const webrtc_video_packet_t *slot = __slot_of(cache, seq);
+    if (slot != nullptr && slot->frm_ptr == nullptr) {
+        __count_no_memory(state, seq);
+        return PACKET_DROP_NO_MEMORY;
+    }
+    return PACKET_DROP_REASONS;
+}
+
+// ---- Holding back at the beginning ----
+
+// The packet is the first one of a frame: it says so itself, or the one before it belongs to another.
+static bool __begins_frame(const stream_state *state, const PVideoData4 *video)
+{
+    const auto *bytes = static_cast<const uint8_t *>(video->payload.values);
+    rtp_view view;
+    if (rtp_parse(bytes, video->payload.count, &view) != PACKET_DROP_REASONS) {
+        return false;
+    }
+    return nal_inspect(video->header.codec, bytes + view.header_size, view.payload_size).starts_access_unit ||
+           reception_proves_beginning(&state->arrivals, view.seq, view.timestamp);
+}
+
+static void __hold_release(stream_state *state, const zeb_ts_t *now_p)
+{
+    held_packet *packet = packet_hold_take_first(&state->hold);
+    while (packet != nullptr) {
+        __feed(state, &packet->video, packet->is_retrans, now_p);
+        held_packet_free(packet);
+        packet = packet_hold_take_first(&state->hold);
+    }
+}
+
+static void __hold_release_when_due(stream_state *state, const zeb_ts_t *now_p)
+{
+    const held_packet *key = packet_hold_first_key(&state->hold);
+    if (key != nullptr && (__begins_frame(state, &key->video) || packet_hold_is_over(&state->hold, *now_p))) {
+        __hold_release(state, now_p);
+    }
+}
+
+static packet_drop_e __hold(stream_state *state, PVideoData4 *video, bool is_retrans, const zeb_ts_t *now_p)
+{
+    const seq_t seq = video->common.seq;
+    if (!packet_hold_add(&state->hold, video, reception_number(&state->arrivals, seq), is_retrans, *now_p)) {
+        __video_release(video);
+        __count_no_memory(state, seq);
+        return PACKET_DROP_NO_MEMORY;
+    }
+    __hold_release_when_due(state, now_p);
+    return PACKET_DROP_REASONS;
+}
+
+static packet_drop_e __hold_or_feed(stream_state *state, PVideoData4 *video, bool is_retrans, const zeb_ts_t *now_p)
+{
+    const bool is_waiting = __is_waiting_for_key_frame(&state->stream->video_cache_q);
+    const bool is_key = __is_key_frame(video->header.video_type) != 0;
+    if (is_waiting && (is_key || state->hold.packets.count > 0)) {
+        return __hold(state, video, is_retrans, now_p);
+    }
+    return __feed(state, video, is_retrans, now_p);
+}
+
+// ---- Clearing the cache ----
+
+static void __cache_clear(stream_state *state, frame_drop_e reason)
+{
+    webrtc_video_cache_t *cache = &state->stream->video_cache_q;
+    for (uint32_t i = 0; i < cache->frm_map.count; i++) {
+        frame_output_drop(state, reason);
+    }
+    webrtc_video_cache_reset(cache);
+    stream_native_path_empty(state->stream);
+    state->rtp.needs_key_frame = true;
+    state->wants_key_frame = true;
+}
+
+// The sender numbers anew, and the packet before the current one was the first of the new numbers.
+static void __restart(stream_state *state, const zeb_ts_t *now_p)
+{
+    CLIENT_LOG(LM_CHANNEL, RTC_LOG_INFO, "[%s] stream of user %u numbers its packets anew",
+               state->stream->channel->name_id, state->stream->user->state->uid);
+    packet_hold_clear(&state->hold);
+    __cache_clear(state, FRAME_DROP_AFTER_GAP);
+    rtp_delivery_restart(&state->rtp);
+    state->has_floor = false;
+    held_packet *first = packet_hold_take_first(&state->stray);
+    if (first != nullptr) {
+        __hold_or_feed(state, &first->video, first->is_retrans, now_p);
+        held_packet_free(first);
+    }
+}
+
+// ---- Taking packets in ----
+
+static packet_drop_e __drop(stream_state *state, PVideoData4 *video, packet_drop_e reason)
+{
+    __video_release(video);
+    state->report.packets_dropped[reason] += 1;
+    return reason;
+}
+
+static void __stray_forget(stream_state *state)
+{
+    if (state->stray.packets.count > 0) {
+        packet_hold_clear(&state->stray);
+        state->report.packets_dropped[PACKET_DROP_LATE] += 1;
+    }
+}
+
+static packet_drop_e __stray_keep(stream_state *state, PVideoData4 *video, bool is_retrans, zeb_ts_t now)
+{
+    if (is_retrans) {
+        return __drop(state, video, PACKET_DROP_LATE);
+    }
+    __stray_forget(state);
+    if (!packet_hold_add(&state->stray, video, 0, is_retrans, now)) {
+        return __drop(state, video, PACKET_DROP_NO_MEMORY);
+    }
+    return PACKET_DROP_REASONS;
+}
+
+static bool __is_below_floor(const stream_state *state, seq_t seq)
+{
+    return state->has_floor && !zeb_uint32_after(reception_number(&state->arrivals, seq), state->floor);
+}
+
+static packet_drop_e __place(stream_state *state, PVideoData4 *video, bool is_retrans, reception_verdict verdict,
+                             const zeb_ts_t *now_p)
+{
+    switch (verdict) {
+    case RECEPTION_DUPLICATE:
+        return __drop(state, video, PACKET_DROP_DUPLICATE);
+    case RECEPTION_STRAY:
+        return __stray_keep(state, video, is_retrans, *now_p);
+    case RECEPTION_RESTARTED:
+    case RECEPTION_NEWEST:
+    case RECEPTION_EARLIER:
+        break;
+    }
+    __stray_forget(state);
+    if (__is_below_floor(state, video->common.seq)) {
+        return __drop(state, video, PACKET_DROP_LATE);
+    }
+    return __hold_or_feed(state, video, is_retrans, now_p);
+}
+
+static reception_verdict __note(stream_state *state, const rtp_view *view, bool is_retrans, zeb_ts_t now)
+{
+    const size_t size = view->header_size + view->payload_size + view->padding_size;
+    const reception_packet arrival = {view->seq, __timestamp_of(view), size, is_retrans};
+    const reception_verdict verdict = reception_note(&state->arrivals, &state->report, &arrival, now);
+    const counted_packet counted = {arrival, reception_highest(&state->arrivals), __sent_ts(view), false};
+    stream_counters_note(state->stream, &counted, now);
+    return verdict;
+}
+
+packet_drop_e rtp_intake_take(stream_state *state, const uint8_t *packet, const rtp_view *view, uint8_t codec,
+                              bool is_retrans, const zeb_ts_t *now_p)
+{
+    user_video_stream *stream = state->stream;
+    stream->is_webrtc = 1;
+    stream->is_nass = 1;
+    stream->codec = codec;
+    const reception_verdict verdict = __note(state, view, is_retrans, *now_p);
+    PVideoData4 video;
+    if (verdict == RECEPTION_RESTARTED) {
+        __restart(state, now_p);
+    }
+    packet_drop_e result = PACKET_DROP_NO_MEMORY;
+    if (__video_make(&video, packet, view, codec)) {
+        video_stream_send_bandwidth_est(stream, &video, !is_retrans, now_p);
+        result = __place(state, &video, is_retrans, verdict, now_p);
+    } else {
+        __count_no_memory(state, view->seq);
+    }
+    rtp_delivery_finish(state, now_p);
+    return result;
+}
+
+// ---- The tick ----
+
+struct cache_census {
+    uint32_t n_frames;
+    uint32_t n_incomplete;
+    uint64_t n_handed_over; // so far
+};
+
+static int __count_incomplete(zeb_rb_node *node, void *arg)
+{
+    const auto *frame = reinterpret_cast<const webrtc_video_frame_t *>(node);
+    if (frame->state < WEBRTC_VIDEO_FRM_COMPLETE) {
+        *static_cast<uint32_t *>(arg) += 1;
+    }
+    return 0;
+}
+
+static cache_census __census(stream_state *state)
+{
+    webrtc_video_cache_t *cache = &state->stream->video_cache_q;
+    cache_census census = {cache->frm_map.count, 0, state->rtp.n_handed_over};
+    zeb_rb_traverse_ldr(&cache->frm_map, __count_incomplete, &census.n_incomplete);
+    return census;
+}
+
+// The cache drops without a word. What is gone and was not handed over was dropped; none but whole frames are handed
+// over, so the incomplete ones that are gone tell the two reasons apart.
+static void __count_dropped(stream_state *state, const cache_census *before)
+{
+    const cache_census after = __census(state);
+    const uint64_t n_left = after.n_frames + (after.n_handed_over - before->n_handed_over);
+    const uint32_t n_incomplete = before->n_incomplete - after.n_incomplete;
+    for (uint64_t i = 0; n_left + i < before->n_frames; i++) {
+        frame_output_drop(state, i < n_incomplete ? FRAME_DROP_INCOMPLETE : FRAME_DROP_AFTER_GAP);
+    }
+}
+
+static void __check(stream_state *state, const zeb_ts_t *now_p)
+{
+    webrtc_video_cache_t *cache = &state->stream->video_cache_q;
+    if (cache->pkt_arr == nullptr) {
+        return;
+    }
+    const cache_census before = __census(state);
+    watchdog_look(&state->guard, cache, *now_p);
+    webrtc_video_cache_check_deliver(cache, now_p);
+    rtp_delivery_finish(state, now_p);
+    __count_dropped(state, &before);
+}
+
+static void __guard(stream_state *state, zeb_ts_t now)
+{
+    const watchdog_e found = watchdog_find(&state->guard, &state->stream->video_cache_q, state->rtp.n_handed_over,
+                                           state->report.last_packet_at, now);
+    if (found == WATCHDOG_REASONS) {
+        return;
+    }
+    CLIENT_LOG(LM_CHANNEL, RTC_LOG_WARNING, "[%s] reorder cache of user %u cleared: %s",
+               state->stream->channel->name_id, state->stream->user->state->uid, watchdog_name(found));
+    state->report.watchdog[found] += 1;
+    __cache_clear(state, FRAME_DROP_WATCHDOG);
+    // What was cleared cannot be put together again from latecomers.
+    state->has_floor = true;
+    state->floor = state->arrivals.newest;
+}
+
+void rtp_intake_tick(stream_state *state, const zeb_ts_t *now_p)
+{
+    __hold_release_when_due(state, now_p);
+    rtp_delivery_finish(state, now_p);
+    __check(state, now_p);
+    __guard(state, *now_p);
+}

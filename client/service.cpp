@@ -1,0 +1,60 @@
+#include "service.h"
+
+#include <cstring>
+
+#include "channel_state.h"
+
+rtc_service *rtc_service_create()
+{
+    auto *state = static_cast<service_state *>(zeb_malloc_impl_dbg(sizeof(service_state), __func__, __LINE__));
+    if (state == nullptr) {
+        return nullptr;
+    }
+    memset(state, 0, sizeof *state);
+    rtc_list_init(&state->service.free_user_video_streams);
+    rtc_list_init(&state->channels);
+    state->service.state = state;
+    return &state->service;
+}
+
+static void __channels_free(service_state *state)
+{
+    list_head *node = list_remove_head(&state->channels.head);
+    while (node != nullptr) {
+        channel_free(reinterpret_cast<channel_state *>(node));
+        node = list_remove_head(&state->channels.head);
+    }
+}
+
+static void __pool_free(rtc_list_t *pool)
+{
+    list_head *node = list_remove_head(&pool->head);
+    while (node != nullptr) {
+        zeb_free_impl(node);
+        node = list_remove_head(&pool->head);
+    }
+}
+
+void rtc_service_destroy(rtc_service *service)
+{
+    if (service == nullptr || service->state == nullptr || service_is_in_callback(service)) {
+        return;
+    }
+    service_state *state = service->state;
+    __channels_free(state);
+    __pool_free(&service->free_user_video_streams);
+    zeb_free_impl(state);
+}
+
+zeb_ts_t rtc_service_tick(rtc_service *service, const zeb_ts_t *now_p)
+{
+    const zeb_ts_t next_at = *now_p + kServiceTickInterval;
+    if (service == nullptr || service->state == nullptr || service_is_in_callback(service)) {
+        return next_at;
+    }
+    list_head *head = &service->state->channels.head;
+    for (list_head *node = head->next; node != head; node = node->next) {
+        channel_tick(reinterpret_cast<channel_state *>(node), now_p);
+    }
+    return next_at;
+}

@@ -1,0 +1,37 @@
+#include "stream_report.h"
+
+const char *packet_drop_name(packet_drop_e reason)
+{
+    static const char *const names[] = {
+        "bad_version",   "bad_header",
+        "bad_extension", "bad_encapsulation",
+        "bad_padding",   "bad_frame_header",
+        "too_large",     "unknown_payload_type",
+        "wrong_path",    "too_many_senders",
+        "no_memory",     "waiting_for_key_frame",
+        "duplicate",     "late",
+    };
+    static_assert(sizeof names / sizeof names[0] == PACKET_DROP_REASONS, "a name for each reason");
+    return reason < PACKET_DROP_REASONS ? names[reason] : "unknown";
+}
+
+const char *frame_drop_name(frame_drop_e reason)
+{
+    static const char *const names[] = {
+        "incomplete", "after_gap", "torn", "out_of_order", "not_assembled", "watchdog",
+    };
+    static_assert(sizeof names / sizeof names[0] == FRAME_DROP_REASONS, "a name for each reason");
+    return reason < FRAME_DROP_REASONS ? names[reason] : "unknown";
+}
+
+const char *watchdog_name(watchdog_e reason)
+{
+    static const char *const names[] = {
+        "head_without_frame",
+        "frames_without_packets",
+        "key_frame_stuck",
+        "nothing_delivered",
+    };
+    static_assert(sizeof names / sizeof names[0] == WATCHDOG_REASONS, "a name for each reason");
+    return reason < WATCHDOG_REASONS ? names[reason] : "unknown";
+}

@@ -1,0 +1,44 @@
+// The channel layer's own record of one stream.
+#pragma once
+
+#include "native_delivery.h"
+#include "packet_hold.h"
+#include "reception.h"
+#include "rtp_delivery.h"
+#include "stream_report.h"
+#include "video_stream.h"
+#include "watchdog.h"
+
+struct stream_state {
+    user_video_stream *stream;
+    stream_report report;
+    reception arrivals;
+    packet_hold hold;                 // RTP path: packets in front of the reorder cache
+    packet_hold stray;                // RTP path: the packet that may begin a new numbering, at most one
+    rtp_delivery rtp;                 // RTP path: from the reorder cache to whole frames
+    native_delivery native;           // native path: from the frame queue to whole frames
+    watchdog guard;                   // RTP path
+    bool is_native;                   // which path the stream's first packet took; meaningful once a packet came
+    bool wants_key_frame;             // to be asked for when the call that found it out ends
+    bool has_floor;                   // the reorder cache was cleared: up to `floor` nothing is taken any more
+    uint32_t floor;                   // extended sequence number
+    zeb_ts_t key_frame_asked_at;      // milliseconds; 0: never
+    zeb_ts_t retransmission_asked_at; // milliseconds; 0: never
+};
+
+// The record of a stream, or null for one that the channel layer does not know: a bare record, a stream of the local
+// user, or one whose record there was no memory for.
+stream_state *stream_state_of(const user_video_stream *stream);
+
+// Makes the record of a stream that has none. Null for a stream of a user that the channel layer does not know, beyond
+// the user's limit, or without memory.
+stream_state *stream_state_attach(user_video_stream *stream);
+
+// Releases the record. The stream stays.
+void stream_state_free(stream_state *state);
+
+// Asks for the key frame that was found to be needed. Not while the reorder cache is at work.
+void stream_state_ask(stream_state *state, const zeb_ts_t *now_p);
+
+// Takes everything out of the stream's frame queue; the next packet sets the expected one.
+void stream_native_path_empty(user_video_stream *stream);

@@ -1,0 +1,166 @@
+#include "user.h"
+
+#include <cstring>
+
+#include "client_log.h"
+
+// ---- Requests to the sender ----
+
+static void __saturating_increment(uint16_t *counter)
+{
+    *counter = *counter == UINT16_MAX ? UINT16_MAX : static_cast<uint16_t>(*counter + 1);
+}
+
+void webrtc_video_send_intra_request(webrtc_video_cache_t *video_cache, const zeb_ts_t *now_p)
+{
+    if (video_cache == nullptr) {
+        return;
+    }
+    __saturating_increment(&video_cache->n_intra_req_sent_recent);
+    stream_state *state = stream_state_of(video_cache->stream);
+    if (state != nullptr) {
+        __saturating_increment(&state->stream->n_key_req_sent_recent);
+        state->report.key_frame_requests += 1;
+        state->key_frame_asked_at = *now_p;
+    }
+}
+
+void webrtc_user_send_video_rexfer_req(webrtc_video_cache_t *video_cache, const zeb_ts_t *now_p)
+{
+    if (video_cache == nullptr) {
+        return;
+    }
+    __saturating_increment(&video_cache->n_retrans_req_recent);
+    stream_state *state = stream_state_of(video_cache->stream);
+    if (state != nullptr) {
+        __saturating_increment(&state->stream->n_retrans_req_recent);
+        state->report.retransmission_requests += 1;
+        state->retransmission_asked_at = *now_p;
+    }
+}
+
+// ---- Users ----
+
+user_state *channel_find_user(channel_state *channel, uint32_t uid)
+{
+    list_head *head = &channel->users.head;
+    for (list_head *node = head->next; node != head; node = node->next) {
+        auto *user = reinterpret_cast<user_state *>(node);
+        if (user->uid == uid) {
+            return user;
+        }
+    }
+    return nullptr;
+}
+
+static user_state *__user_find_most_silent(channel_state *channel)
+{
+    user_state *found = nullptr;
+    list_head *head = &channel->users.head;
+    for (list_head *node = head->next; node != head; node = node->next) {
+        auto *user = reinterpret_cast<user_state *>(node);
+        if (found == nullptr || user->last_packet_at < found->last_packet_at) {
+            found = user;
+        }
+    }
+    return found;
+}
+
+static user_state *__user_create(channel_state *channel, uint32_t uid)
+{
+    auto *user = static_cast<user_state *>(zeb_malloc_impl_dbg(sizeof(user_state), __func__, __LINE__));
+    if (user == nullptr) {
+        return nullptr;
+    }
+    memset(user, 0, sizeof *user);
+    rtc_list_init(&user->user.video_streams_q);
+    user->user.state = user;
+    user->uid = uid;
+    rtc_list_add_tail(&channel->users, &user->node);
+    return user;
+}
+
+void user_destroy(channel_state *channel, user_state *user)
+{
+    rtc_list_del(&channel->users, &user->node);
+    service_video_streams_cleanup(channel->channel.service, &user->user.video_streams_q, true);
+    for (stream_state *state : user->streams) {
+        stream_state_free(state);
+    }
+    zeb_free_impl(user);
+}
+
+static bool __make_room(channel_state *channel, zeb_ts_t now)
+{
+    if (channel->users.count < kChannelUsersMax) {
+        return true;
+    }
+    user_state *silent = __user_find_most_silent(channel);
+    if (now - silent->last_packet_at < kUserSilence) {
+        return false;
+    }
+    CLIENT_LOG(LM_USER, RTC_LOG_INFO, "[%s] user %u put out for a new one", channel->channel.name_id, silent->uid);
+    user_destroy(channel, silent);
+    return true;
+}
+
+static user_state *__user_admit(channel_state *channel, uint32_t uid, zeb_ts_t now, packet_drop_e *reason)
+{
+    user_state *user = channel_find_user(channel, uid);
+    if (user != nullptr) {
+        return user;
+    }
+    if (!__make_room(channel, now)) {
+        *reason = PACKET_DROP_TOO_MANY_SENDERS;
+        return nullptr;
+    }
+    *reason = PACKET_DROP_NO_MEMORY;
+    return __user_create(channel, uid);
+}
+
+// ---- Streams ----
+
+stream_state *user_find_stream(user_state *user, uint8_t stream_id)
+{
+    for (stream_state *state : user->streams) {
+        if (state != nullptr && state->stream->stream_id == stream_id) {
+            return state;
+        }
+    }
+    return nullptr;
+}
+
+stream_state *channel_admit_stream(channel_state *channel, uint32_t uid, uint8_t stream_id, const zeb_ts_t *now_p,
+                                   packet_drop_e *reason)
+{
+    user_state *user = __user_admit(channel, uid, *now_p, reason);
+    if (user == nullptr) {
+        return nullptr;
+    }
+    user->last_packet_at = *now_p;
+    stream_state *known = user_find_stream(user, stream_id);
+    if (known != nullptr) {
+        return known;
+    }
+    rtc_list_t *streams = &user->user.video_streams_q;
+    const bool is_new = video_streams_find_video_stream(streams, stream_id) == nullptr;
+    if (is_new && streams->count >= kUserStreamsMax) {
+        *reason = PACKET_DROP_TOO_MANY_SENDERS;
+        return nullptr;
+    }
+    *reason = PACKET_DROP_NO_MEMORY;
+    user_video_stream *stream = service_video_streams_get_video_stream(channel->channel.service, &user->user,
+                                                                       &channel->channel, streams, stream_id, 1, now_p);
+    if (stream == nullptr) {
+        return nullptr;
+    }
+    // Its creation was announced, but there may have been no memory for its record then.
+    stream_state *state = stream_state_of(stream);
+    return state != nullptr ? state : stream_state_attach(stream);
+}
+
+void channel_on_video_stream_created(rtc_channel *channel, user_video_stream *stream)
+{
+    (void)channel;
+    stream_state_attach(stream);
+}

@@ -1,0 +1,58 @@
+#include "watchdog.h"
+
+static bool __holds_nothing(const webrtc_video_cache_t *cache)
+{
+    return cache->pkt_arr == nullptr || cache->pkt_min_seq > UINT16_MAX;
+}
+
+static const webrtc_video_frame_t *__head_frame(const webrtc_video_cache_t *cache)
+{
+    return cache->pkt_arr[cache->pkt_min_seq % WEBRTC_VIDEO_RING_SLOTS].frm_ptr;
+}
+
+static bool __is_overdue_key_frame(const webrtc_video_frame_t *frame, zeb_ts_t now)
+{
+    return frame != nullptr && frame->is_key != 0 && frame->state < WEBRTC_VIDEO_FRM_COMPLETE &&
+           now - frame->ts >= kWatchdogFramePatience;
+}
+
+void watchdog_look(watchdog *self, const webrtc_video_cache_t *cache, zeb_ts_t now)
+{
+    self->overdue_head = nullptr;
+    if (!__holds_nothing(cache) && __is_overdue_key_frame(__head_frame(cache), now)) {
+        self->overdue_head = __head_frame(cache);
+    }
+}
+
+static bool __is_nothing_delivered(watchdog *self, const webrtc_video_cache_t *cache, uint64_t n_delivered,
+                                   zeb_ts_t last_packet_at, zeb_ts_t now)
+{
+    if (cache->pkt_cur_cnt == 0 || n_delivered != self->n_delivered) {
+        self->n_delivered = n_delivered;
+        self->stands_since = now;
+        return false;
+    }
+    // Silence is none of the cache's faults: what counts is that packets came in all that time.
+    return last_packet_at >= self->stands_since + kWatchdogDeliveryPatience;
+}
+
+watchdog_e watchdog_find(watchdog *self, const webrtc_video_cache_t *cache, uint64_t n_delivered,
+                         zeb_ts_t last_packet_at, zeb_ts_t now)
+{
+    const bool is_nothing_delivered = __is_nothing_delivered(self, cache, n_delivered, last_packet_at, now);
+    if (cache->frm_cur_cnt > cache->pkt_cur_cnt) {
+        return WATCHDOG_FRAMES_WITHOUT_PACKETS;
+    }
+    if (__holds_nothing(cache)) {
+        return WATCHDOG_REASONS;
+    }
+    if (__head_frame(cache) == nullptr) {
+        return WATCHDOG_HEAD_WITHOUT_FRAME;
+    }
+    // The check drops an overdue head unless it mistakes it for the key frame to go on with; then it always will.
+    if (self->overdue_head != nullptr && __head_frame(cache) == self->overdue_head &&
+        __is_overdue_key_frame(self->overdue_head, now)) {
+        return WATCHDOG_KEY_FRAME_STUCK;
+    }
+    return is_nothing_delivered ? WATCHDOG_NOTHING_DELIVERED : WATCHDOG_REASONS;
+}

@@ -1,0 +1,23 @@
+// Finds reorder caches that cannot go on by their own rules, so that the service tick can clear them.
+#pragma once
+
+#include "stream_report.h"
+#include "video_stream.h"
+
+constexpr zeb_ts_t kWatchdogFramePatience = 2000;    // milliseconds: the cache's own, for an incomplete head
+constexpr zeb_ts_t kWatchdogDeliveryPatience = 4000; // milliseconds: twice that
+
+// All zero: nothing has been seen.
+struct watchdog {
+    const webrtc_video_frame_t *overdue_head; // incomplete key frame at the head that the next check has to remove
+    uint64_t n_delivered;                     // when last looked at
+    zeb_ts_t stands_since;                    // since when packets are held and nothing was delivered
+};
+
+// Looks at a cache before its periodic check.
+void watchdog_look(watchdog *self, const webrtc_video_cache_t *cache, zeb_ts_t now);
+
+// Looks at it again afterwards. `n_delivered` counts the frames that it has delivered so far, and `last_packet_at`
+// is when its last packet came. Returns what is wrong, or WATCHDOG_REASONS.
+watchdog_e watchdog_find(watchdog *self, const webrtc_video_cache_t *cache, uint64_t n_delivered,
+                         zeb_ts_t last_packet_at, zeb_ts_t now);
