@@ -175,7 +175,11 @@ void kelvra_rtc_log(int level, const char *format, ...)
     va_start(args, format);
     std::vsnprintf(text, sizeof(text), format, args);
     va_end(args);
-    World::now_living().log.push_back({level, text});
+    World &world = World::now_living();
+    world.log.push_back({level, text});
+    if (world.echo_log) {
+        std::fprintf(stderr, "<%d> %s", level, text);
+    }
 }
 
 // -- Packets --
@@ -188,9 +192,14 @@ void video_data4_take(PVideoData4 *dst, PVideoData4 *src)
 
 // -- Channel and user layer --
 
-void channel_on_video_stream_created(rtc_channel *, user_video_stream *stream)
+void channel_on_video_stream_created(rtc_channel *channel, user_video_stream *stream)
 {
-    World::now_living().created.push_back(stream);
+    World &world = World::now_living();
+
+    world.created.push_back(stream);
+    if (world.on_created) {
+        world.on_created(channel, stream);
+    }
 }
 
 int rtc_video_add_packet(user_video_stream *stream, PVideoData4 *video, int is_retrans, int is_key,

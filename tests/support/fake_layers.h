@@ -93,9 +93,11 @@ class World
     bool has_logged(int level, const std::string &text) const; // a whole line, its newline included
     size_t count_logged(const std::string &part) const;        // lines that contain `part`
     void silence_log();                                        // g_log_enable = 0
+    bool echo_log = false; // lines go to stderr too, each as "<level> text": for death tests
 
     // -- Channel and user layer --
     std::vector<user_video_stream *> created;
+    std::function<void(rtc_channel *, user_video_stream *)> on_created; // null: nothing
     std::vector<added_packet> added;
     std::vector<zeb_ts_t> reset_states; // the times passed to rtc_video_stream_reset_state
     bool takes_payload = false;         // rtc_video_add_packet takes the payload over
