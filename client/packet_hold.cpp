@@ -4,7 +4,6 @@
 
 void packet_hold_init(packet_hold *self)
 {
-    memset(self, 0, sizeof *self);
     rtc_list_init(&self->packets);
 }
 
@@ -18,58 +17,70 @@ static list_head *__place_find(packet_hold *self, uint32_t number)
 {
     list_head *head = &self->packets.head;
     list_head *place = head;
-    while (place->prev != head && zeb_uint32_after(__packet(place->prev)->number, number)) {
+    while (place->prev != head && zeb_uint32_after(__packet(place->prev)->number, number) != 0) {
         place = place->prev;
     }
     return place;
 }
 
-bool packet_hold_add(packet_hold *self, PVideoData4 *video, uint32_t number, bool is_retrans, zeb_ts_t now)
+bool packet_hold_add(packet_hold *self, held_packet *packet)
 {
-    auto *packet = static_cast<held_packet *>(zeb_malloc_impl_dbg(sizeof(held_packet), __func__, __LINE__));
-    if (packet == nullptr) {
+    auto *held = static_cast<held_packet *>(zeb_malloc_impl_dbg(sizeof(held_packet), __func__, __LINE__));
+    if (held == nullptr) {
         return false;
     }
-    memset(packet, 0, sizeof *packet);
-    video_data4_take(&packet->video, video);
-    packet->number = number;
-    packet->is_retrans = is_retrans;
-    if (self->packets.count == 0) {
-        self->since = now;
-    }
-    rtc_list_add_before(&self->packets, __place_find(self, number), &packet->node);
+    *held = *packet;
+    video_data4_take(&held->video, &packet->video);
+    rtc_list_add_before(&self->packets, __place_find(self, held->number), &held->node);
     return true;
 }
 
-bool packet_hold_is_over(const packet_hold *self, zeb_ts_t now)
-{
-    return self->packets.count >= kPacketHoldMax ||
-           (self->packets.count > 0 && now - self->since >= kPacketHoldPatience);
-}
-
-held_packet *packet_hold_first(const packet_hold *self)
-{
-    return self->packets.count == 0 ? nullptr : __packet(self->packets.head.next);
-}
-
-held_packet *packet_hold_first_key(const packet_hold *self)
+// The packet with the lowest number that `matches`, or null.
+template <typename Match> static held_packet *__find_first(const packet_hold *self, Match matches)
 {
     const list_head *head = &self->packets.head;
     for (list_head *node = head->next; node != head; node = node->next) {
-        if (__is_key_frame(__packet(node)->video.header.video_type) != 0) {
+        if (matches(__packet(node))) {
             return __packet(node);
         }
     }
     return nullptr;
 }
 
-held_packet *packet_hold_take_first(packet_hold *self)
+held_packet *packet_hold_first_key(const packet_hold *self)
 {
-    held_packet *packet = packet_hold_first(self);
+    return __find_first(self,
+                        [](const held_packet *packet) { return __is_key_frame(packet->video.header.video_type) != 0; });
+}
+
+held_packet *packet_hold_first_of(const packet_hold *self, uint32_t timestamp)
+{
+    return __find_first(self, [timestamp](const held_packet *packet) { return packet->timestamp == timestamp; });
+}
+
+bool packet_hold_is_over(const packet_hold *self, const held_packet *packet, zeb_ts_t now)
+{
+    return self->packets.count >= kPacketHoldMax || now - packet->held_since >= kPacketHoldPatience;
+}
+
+static held_packet *__take(packet_hold *self, held_packet *packet)
+{
     if (packet != nullptr) {
         rtc_list_del(&self->packets, &packet->node);
     }
     return packet;
+}
+
+held_packet *packet_hold_take_first(packet_hold *self)
+{
+    return __take(self, __find_first(self, [](const held_packet *) { return true; }));
+}
+
+held_packet *packet_hold_take_over(packet_hold *self, zeb_ts_t now)
+{
+    return __take(self, __find_first(self, [self, now](const held_packet *packet) {
+                      return packet_hold_is_over(self, packet, now);
+                  }));
 }
 
 void held_packet_free(held_packet *packet)

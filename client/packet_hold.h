@@ -1,42 +1,48 @@
-// Packets that wait in front of the reorder cache, in the order of their numbers. The cache takes the first key-frame
-// packet that it sees for the first one of its frame; on a path that reorders, that packet may not be it. So while the
-// cache waits for a key frame, packets are held until the frame's beginning is among them, or for a short while.
+// Packets that wait in front of the reorder cache, in the order of their numbers. A cache without a key frame lets
+// nothing in but key-frame packets, and takes the first one that it sees for the first one of its frame; on a path
+// that reorders, it may not be. So while the cache waits, packets are held for a short while, until the beginning
+// of a key frame is among them.
 #pragma once
 
 #include "rtc_list.h"
 #include "rtc_packet.h"
 
 constexpr zeb_ts_t kPacketHoldPatience = 200; // milliseconds; longer than paths reorder, shorter than a freeze
-constexpr size_t kPacketHoldMax = 256;        // packets
+constexpr size_t kPacketHoldMax = 64;         // packets
 
 struct held_packet {
     list_head node; // first, so that a link is its record
     PVideoData4 video;
-    uint32_t number; // extended sequence number
+    uint32_t number;    // extended sequence number
+    uint32_t timestamp; // RTP timestamp
     bool is_retrans;
+    zeb_ts_t held_since;
 };
 
 struct packet_hold {
     rtc_list_t packets; // of held_packet, owned
-    zeb_ts_t since;     // when the first of them came
 };
 
 void packet_hold_init(packet_hold *self);
 
-// Takes over a packet's payload. False without memory; the packet stays the caller's.
-bool packet_hold_add(packet_hold *self, PVideoData4 *video, uint32_t number, bool is_retrans, zeb_ts_t now);
-
-// True when the packets have waited long enough or are too many.
-bool packet_hold_is_over(const packet_hold *self, zeb_ts_t now);
-
-// The packet with the lowest number, or null.
-held_packet *packet_hold_first(const packet_hold *self);
+// Moves the payload of `packet`, of which all but `node` is filled in, into the hold. False without memory; the payload
+// stays the caller's.
+bool packet_hold_add(packet_hold *self, held_packet *packet);
 
 // The key-frame packet with the lowest number, or null.
 held_packet *packet_hold_first_key(const packet_hold *self);
 
+// The packet with the lowest number of all that have that timestamp, or null.
+held_packet *packet_hold_first_of(const packet_hold *self, uint32_t timestamp);
+
+// True when the packet has waited long enough, or too many are held.
+bool packet_hold_is_over(const packet_hold *self, const held_packet *packet, zeb_ts_t now);
+
 // Takes the packet with the lowest number out; the caller releases it. Null when none is held.
 held_packet *packet_hold_take_first(packet_hold *self);
+
+// The same for the one with the lowest number of those whose wait is over.
+held_packet *packet_hold_take_over(packet_hold *self, zeb_ts_t now);
 
 // Releases a packet that was taken out.
 void held_packet_free(held_packet *packet);

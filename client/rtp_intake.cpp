@@ -57,6 +57,13 @@ static uint16_t __sent_ts(const rtp_view *view)
     return static_cast<uint16_t>(view->timestamp / kTicksPerMillisecond);
 }
 
+static void __frame_type_set(PVideoData4 *video, VIDEO_FRAME_TYPE frame_type)
+{
+    video3_video_type type = {video->header.video_type};
+    type.frame_type = static_cast<uint8_t>(frame_type) & 0xF;
+    video->header.video_type = type.video_type;
+}
+
 static bool __video_make(PVideoData4 *video, const uint8_t *packet, const rtp_view *view, uint8_t codec)
 {
     memset(video, 0, sizeof *video);
@@ -64,12 +71,10 @@ static bool __video_make(PVideoData4 *video, const uint8_t *packet, const rtp_vi
         return false;
     }
     const bool is_key = nal_inspect(codec, packet + view->header_size, view->payload_size).is_key;
-    video3_video_type type = {};
-    type.frame_type = (is_key ? KEY_FRAME : DELTA_FRAME) & 0xF;
+    __frame_type_set(video, is_key ? KEY_FRAME : DELTA_FRAME);
     video->common.uid = view->ssrc;
     video->common.seq = view->seq;
     video->common.sent_ts = __sent_ts(view);
-    video->header.video_type = type.video_type;
     video->header.codec = codec;
     video->header.protocol_version = kProtocolVersion;
     return true;
@@ -146,52 +151,90 @@ static packet_drop_e __feed(stream_state *state, PVideoData4 *video, bool is_ret
 // ---- Holding back at the beginning ----
 
 // The packet is the first one of a frame: it says so itself, or the one before it belongs to another.
-static bool __begins_frame(const stream_state *state, const PVideoData4 *video)
+static bool __begins_frame(const stream_state *state, const held_packet *packet)
 {
-    const auto *bytes = static_cast<const uint8_t *>(video->payload.values);
+    const auto *bytes = static_cast<const uint8_t *>(packet->video.payload.values);
     rtp_view view;
-    if (rtp_parse(bytes, video->payload.count, &view) != PACKET_DROP_REASONS) {
+    if (rtp_parse(bytes, packet->video.payload.count, &view) != PACKET_DROP_REASONS) {
         return false;
     }
-    return nal_inspect(video->header.codec, bytes + view.header_size, view.payload_size).starts_access_unit ||
+    return nal_inspect(packet->video.header.codec, bytes + view.header_size, view.payload_size).starts_access_unit ||
            reception_proves_beginning(&state->arrivals, view.seq, view.timestamp);
 }
 
-static void __hold_release(stream_state *state, const zeb_ts_t *now_p)
+static void __feed_and_free(stream_state *state, held_packet *packet, const zeb_ts_t *now_p)
+{
+    __feed(state, &packet->video, packet->is_retrans, now_p);
+    held_packet_free(packet);
+}
+
+// All packets of the key frame open the cache, also those that are none by themselves, such as a delimiter in front.
+static void __hold_release(stream_state *state, uint32_t key_timestamp, const zeb_ts_t *now_p)
 {
     held_packet *packet = packet_hold_take_first(&state->hold);
     while (packet != nullptr) {
-        __feed(state, &packet->video, packet->is_retrans, now_p);
-        held_packet_free(packet);
+        if (packet->timestamp == key_timestamp) {
+            __frame_type_set(&packet->video, KEY_FRAME);
+        }
+        __feed_and_free(state, packet, now_p);
         packet = packet_hold_take_first(&state->hold);
     }
 }
 
-static void __hold_release_when_due(stream_state *state, const zeb_ts_t *now_p)
+static void __hold_release_what_is_over(stream_state *state, const zeb_ts_t *now_p)
+{
+    held_packet *packet = packet_hold_take_over(&state->hold, *now_p);
+    while (packet != nullptr) {
+        __feed_and_free(state, packet, now_p);
+        packet = packet_hold_take_over(&state->hold, *now_p);
+    }
+}
+
+static void __hold_run(stream_state *state, const zeb_ts_t *now_p)
 {
     const held_packet *key = packet_hold_first_key(&state->hold);
-    if (key != nullptr && (__begins_frame(state, &key->video) || packet_hold_is_over(&state->hold, *now_p))) {
-        __hold_release(state, now_p);
+    if (key == nullptr) {
+        __hold_release_what_is_over(state, now_p);
+        return;
     }
+    const held_packet *first = packet_hold_first_of(&state->hold, key->timestamp);
+    if (__begins_frame(state, first) || packet_hold_is_over(&state->hold, key, *now_p)) {
+        __hold_release(state, key->timestamp, now_p);
+    }
+}
+
+static held_packet __held_packet_make(const stream_state *state, PVideoData4 *video, bool is_retrans, zeb_ts_t now)
+{
+    held_packet packet = {};
+    rtp_view view = {};
+    rtp_parse(static_cast<const uint8_t *>(video->payload.values), video->payload.count, &view);
+    video_data4_take(&packet.video, video);
+    packet.number = reception_number(&state->arrivals, view.seq);
+    packet.timestamp = view.timestamp;
+    packet.is_retrans = is_retrans;
+    packet.held_since = now;
+    return packet;
 }
 
 static packet_drop_e __hold(stream_state *state, PVideoData4 *video, bool is_retrans, const zeb_ts_t *now_p)
 {
-    const seq_t seq = video->common.seq;
-    if (!packet_hold_add(&state->hold, video, reception_number(&state->arrivals, seq), is_retrans, *now_p)) {
-        __video_release(video);
+    held_packet packet = __held_packet_make(state, video, is_retrans, *now_p);
+    // The cache would ask at once; the wait must not delay that.
+    const bool is_key = __is_key_frame(packet.video.header.video_type) != 0;
+    state->wants_key_frame = state->wants_key_frame || (!is_key && state->hold.packets.count == 0);
+    if (!packet_hold_add(&state->hold, &packet)) {
+        const seq_t seq = packet.video.common.seq;
+        __video_release(&packet.video);
         __count_no_memory(state, seq);
         return PACKET_DROP_NO_MEMORY;
     }
-    __hold_release_when_due(state, now_p);
+    __hold_run(state, now_p);
     return PACKET_DROP_REASONS;
 }
 
 static packet_drop_e __hold_or_feed(stream_state *state, PVideoData4 *video, bool is_retrans, const zeb_ts_t *now_p)
 {
-    const bool is_waiting = __is_waiting_for_key_frame(&state->stream->video_cache_q);
-    const bool is_key = __is_key_frame(video->header.video_type) != 0;
-    if (is_waiting && (is_key || state->hold.packets.count > 0)) {
+    if (__is_waiting_for_key_frame(&state->stream->video_cache_q)) {
         return __hold(state, video, is_retrans, now_p);
     }
     return __feed(state, video, is_retrans, now_p);
@@ -250,8 +293,9 @@ static packet_drop_e __stray_keep(stream_state *state, PVideoData4 *video, bool 
         return __drop(state, video, PACKET_DROP_LATE);
     }
     __stray_forget(state);
-    if (!packet_hold_add(&state->stray, video, 0, is_retrans, now)) {
-        return __drop(state, video, PACKET_DROP_NO_MEMORY);
+    held_packet packet = __held_packet_make(state, video, is_retrans, now);
+    if (!packet_hold_add(&state->stray, &packet)) {
+        return __drop(state, &packet.video, PACKET_DROP_NO_MEMORY);
     }
     return PACKET_DROP_REASONS;
 }
@@ -382,7 +426,7 @@ static void __guard(stream_state *state, zeb_ts_t now)
 
 void rtp_intake_tick(stream_state *state, const zeb_ts_t *now_p)
 {
-    __hold_release_when_due(state, now_p);
+    __hold_run(state, now_p);
     rtp_delivery_finish(state, now_p);
     __check(state, now_p);
     __guard(state, *now_p);

@@ -27,7 +27,8 @@ void watchdog_look(watchdog *self, const webrtc_video_cache_t *cache, zeb_ts_t n
 static bool __is_nothing_delivered(watchdog *self, const webrtc_video_cache_t *cache, uint64_t n_delivered,
                                    zeb_ts_t last_packet_at, zeb_ts_t now)
 {
-    if (cache->pkt_cur_cnt == 0 || n_delivered != self->n_delivered) {
+    const bool is_first_look = self->stands_since == 0;
+    if (is_first_look || cache->pkt_cur_cnt == 0 || n_delivered != self->n_delivered) {
         self->n_delivered = n_delivered;
         self->stands_since = now;
         return false;
