@@ -1,5 +1,8 @@
 #include "depacketizer.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "depacketizer_frame.h"
 #include "depacketizer_random.h"
 
@@ -205,8 +208,8 @@ bytes fragment_of(const bytes &unit, size_t begin, size_t end, bool is_first, bo
 {
     bytes packet = {static_cast<uint8_t>((unit[0] & 0xE0) | 28),
                     static_cast<uint8_t>((is_first ? 0x80 : 0) | (is_last ? 0x40 : 0) | (unit[0] & 0x1F))};
-    packet.insert(packet.end(), unit.begin() + static_cast<ptrdiff_t>(begin),
-                  unit.begin() + static_cast<ptrdiff_t>(end));
+    std::copy(unit.begin() + static_cast<ptrdiff_t>(begin), unit.begin() + static_cast<ptrdiff_t>(end),
+              std::back_inserter(packet));
     return packet;
 }
 

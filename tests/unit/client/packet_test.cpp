@@ -55,8 +55,11 @@ TEST(VideoDataTake, LeavesTheSourceAllZero)
     PVideoData4 dst = {};
     video_data4_take(&dst, &src);
 
-    uint8_t zero[sizeof(src)] = {};
-    EXPECT_EQ(0, memcmp(zero, &src, sizeof(src)));
+    uint8_t left[sizeof(src)];
+    memcpy(left, &src, sizeof(src));
+    for (const uint8_t byte : left) {
+        EXPECT_EQ(0u, byte);
+    }
 }
 
 TEST(VideoDataTake, OverwritesTheDestinationWithoutReleasingIt)

@@ -174,14 +174,14 @@ TEST(ReceiveAnalyzerLoss, IsHeldWithin24Bits)
 // ---- Jitter ----
 
 struct arrival {
-    uint32_t timestamp;
     zeb_ts_t now;
+    uint32_t timestamp;
     uint32_t jitter; // after it
 };
 
 // Worked out by hand from RFC 3550, A.8, in sixteenths: 0, 30, 30+30-2 = 58, 58+60-4 = 114, 114+0-7 = 107,
 // 107+9000-7 = 9100; the last timestamp steps back.
-const arrival kArrivals[] = {{0, 0, 0}, {3000, 33, 1}, {6000, 66, 3}, {9000, 100, 7}, {9000, 100, 6}, {0, 100, 568}};
+const arrival kArrivals[] = {{0, 0, 0}, {33, 3000, 1}, {66, 6000, 3}, {100, 9000, 7}, {100, 9000, 6}, {100, 0, 568}};
 
 TEST(ReceiveAnalyzerJitter, FollowsTheRfcWhereverTheClocksStand)
 {
