@@ -79,6 +79,7 @@ class command_line
 
     int run(int argc, const char *const *argv)
     {
+        command_check(argc, argv);
         try {
             app_.parse(argc, argv);
         } catch (const CLI::ParseError &error) {
@@ -89,6 +90,15 @@ class command_line
     }
 
   private:
+    // The parser would only say that a command is missing.
+    void command_check(int argc, const char *const *argv) const
+    {
+        const std::string word = argc > 1 ? argv[1] : "-";
+        if (word[0] != '-' && word != info_->get_name() && word != replay_->get_name()) {
+            throw failure(exit_code::wrong_usage, fmt::format("unknown command '{}'; known are info and replay", word));
+        }
+    }
+
     void info_add()
     {
         info_ = app_.add_subcommand("info", "List the RTP streams of a capture");
