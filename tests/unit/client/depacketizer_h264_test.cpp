@@ -228,11 +228,10 @@ TEST(DepacketizerH264Random, NeverTearsAUnitWhenPacketsAreMissing)
 TEST(DepacketizerH264Random, WritesOnlyUnitsOfKnownTypesForSpoiledPackets)
 {
     packet_source source(kWriter, 264003);
-    for (int round = 0; round < 10000; round++) {
-        std::vector<bytes> packets(10);
-        for (bytes &packet : packets) {
-            packet = source.spoiled_packet();
-        }
+    size_t packets_taken = 0;
+    while (packets_taken < 100000) {
+        const std::vector<bytes> packets = source.spoiled_frame();
+        packets_taken += packets.size();
         for (const bytes &unit : units_of(unpack_frame(depacketizer_h264_packet, packets))) {
             ASSERT_FALSE(unit.empty());
             ASSERT_GE(unit[0] & 0x1F, 1);

@@ -188,11 +188,10 @@ TEST(DepacketizerH265Random, NeverTearsAUnitWhenPacketsAreMissing)
 TEST(DepacketizerH265Random, WritesOnlyUnitsOfKnownTypesForSpoiledPackets)
 {
     packet_source source(kWriter, 265003);
-    for (int round = 0; round < 10000; round++) {
-        std::vector<bytes> packets(10);
-        for (bytes &packet : packets) {
-            packet = source.spoiled_packet();
-        }
+    size_t packets_taken = 0;
+    while (packets_taken < 100000) {
+        const std::vector<bytes> packets = source.spoiled_frame();
+        packets_taken += packets.size();
         for (const bytes &unit : units_of(unpack_frame(depacketizer_h265_packet, packets))) {
             ASSERT_GE(unit.size(), 2u);
             ASSERT_LE((unit[0] & 0x7E) >> 1, 47);

@@ -68,22 +68,36 @@ class packet_source
         }
     }
 
-    // A packet of any kind with some of its bytes spoiled or cut off, or of noise altogether.
-    bytes spoiled_packet()
+    // The packets of a frame, some in another order, with some of their bytes spoiled or cut off.
+    std::vector<bytes> spoiled_frame()
     {
         std::vector<bytes> units;
-        std::vector<std::vector<bytes>> packets;
-        frame(&units, &packets);
-        const std::vector<bytes> &some = packets[below(static_cast<uint32_t>(packets.size()))];
-        bytes packet = some[below(static_cast<uint32_t>(some.size()))];
-        for (uint32_t spoiled = below(4); spoiled > 0; spoiled--) {
-            packet[below(static_cast<uint32_t>(packet.size()))] = static_cast<uint8_t>(2 + below(254));
+        std::vector<std::vector<bytes>> packets_of_units;
+        frame(&units, &packets_of_units);
+        std::vector<bytes> packets;
+        for (const std::vector<bytes> &some : packets_of_units) {
+            for (const bytes &packet : some) {
+                packets.push_back(below(3) == 0 ? spoiled(packet) : packet);
+            }
         }
-        packet.resize(below(4) == 0 ? below(static_cast<uint32_t>(packet.size() + 1)) : packet.size());
-        return packet;
+        if (below(4) == 0) {
+            std::shuffle(packets.begin(), packets.end(), random_);
+        }
+        return packets;
     }
 
   private:
+    bytes spoiled(bytes packet)
+    {
+        for (uint32_t count = below(4); count > 0; count--) {
+            packet[below(static_cast<uint32_t>(packet.size()))] = static_cast<uint8_t>(2 + below(254));
+        }
+        if (below(4) == 0) {
+            packet.resize(below(static_cast<uint32_t>(packet.size())));
+        }
+        return packet;
+    }
+
     bytes unit()
     {
         return writer_.unit(random_, writer_.header_size + 2 + below(60));
