@@ -212,6 +212,12 @@ json timing_json(const replay_result &result)
             {"silence_skipped_ms", result.silence_skipped_ms}};
 }
 
+std::string path_name(const rtp_stream &stream)
+{
+    const flow &path = stream.identity.path;
+    return fmt::format("{} > {}", endpoint_name(path.source), endpoint_name(path.destination));
+}
+
 std::string codec_cell(const rtp_stream &stream)
 {
     return stream.looks_encrypted ? "encrypted?" : codec_name(stream.codec);
@@ -270,16 +276,19 @@ std::string capture_notes(const capture_counts &counts)
 
 std::string streams_text(const search_result &found)
 {
+    size_t width = 0; // of the first column
+    for (const rtp_stream &stream : found.streams) {
+        width = stream.is_rtp() ? std::max(width, path_name(stream).size()) : width;
+    }
     line_buffer out;
-    line(&out, "{:<44} {:>10} {:>3} {:<10} {:>6} {:>8} {:>6} {:>9} {:>13}", "STREAM", "SSRC", "PT", "CODEC", "LIKELY",
-         "PACKETS", "LOST", "DURATION", "BIT RATE");
+    line(&out, "{:<{}} {:>10} {:>3} {:<10} {:>6} {:>8} {:>6} {:>9} {:>13}", "STREAM", width, "SSRC", "PT", "CODEC",
+         "LIKELY", "PACKETS", "LOST", "DURATION", "BIT RATE");
     for (const rtp_stream &stream : found.streams) {
         if (stream.is_rtp()) {
-            const stream_identity &identity = stream.identity;
-            line(&out, "{:<44} 0x{:08x} {:>3} {:<10} {:>6.2f} {:>8} {:>6} {:>7.2f} s {:>13}",
-                 endpoint_name(identity.path.source) + " > " + endpoint_name(identity.path.destination), identity.ssrc,
-                 identity.payload_type, codec_cell(stream), stream.likelihood, stream.packets, stream.lost,
-                 seconds(stream.last_us - stream.first_us), scaled(stream_bit_rate(stream), "bit/s"));
+            line(&out, "{:<{}} 0x{:08x} {:>3} {:<10} {:>6.2f} {:>8} {:>6} {:>7.2f} s {:>13}", path_name(stream), width,
+                 stream.identity.ssrc, stream.identity.payload_type, codec_cell(stream), stream.likelihood,
+                 stream.packets, stream.lost, seconds(stream.last_us - stream.first_us),
+                 scaled(stream_bit_rate(stream), "bit/s"));
         }
     }
     return fmt::to_string(out) + capture_notes(found.counts);
@@ -302,9 +311,8 @@ std::string replay_text(const replay_result &result, const std::string &capture)
     const stream_identity &identity = result.stream.identity;
     line(&out, "capture     {}: {} packets, {} UDP datagrams, {:.3f} s", capture, result.capture.frames,
          result.capture.udp, seconds(result.capture.duration_us));
-    line(&out, "stream      {} > {}, SSRC 0x{:08x}, payload type {}, {} (likelihood {:.2f})",
-         endpoint_name(identity.path.source), endpoint_name(identity.path.destination), identity.ssrc,
-         identity.payload_type, codec_name(result.stream.codec), result.stream.likelihood);
+    line(&out, "stream      {}, SSRC 0x{:08x}, payload type {}, {} (likelihood {:.2f})", path_name(result.stream),
+         identity.ssrc, identity.payload_type, codec_name(result.stream.codec), result.stream.likelihood);
     packet_lines(&out, result);
     frame_lines(&out, result);
     timing_lines(&out, result.report);
