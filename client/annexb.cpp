@@ -35,8 +35,7 @@ static annexb_open_unit g_open_unit;
 
 static bool __open_unit_is_at(const annexb_output *out)
 {
-    return g_open_unit.frame_data == out->frame_data && g_open_unit.end == *out->frame_offset &&
-           g_open_unit.end - g_open_unit.begin <= *out->frame_size;
+    return g_open_unit.frame_data == out->frame_data && g_open_unit.end == *out->frame_offset;
 }
 
 static void __open_unit_clear()
