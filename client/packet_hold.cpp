@@ -83,6 +83,20 @@ held_packet *packet_hold_take_over(packet_hold *self, zeb_ts_t now)
                   }));
 }
 
+held_packet *packet_hold_take_delta(packet_hold *self)
+{
+    return __take(self, __find_first(self, [](const held_packet *packet) {
+                      return __is_key_frame(packet->video.header.video_type) == 0;
+                  }));
+}
+
+held_packet *packet_hold_take_up_to(packet_hold *self, uint32_t number, uint32_t timestamp)
+{
+    return __take(self, __find_first(self, [number, timestamp](const held_packet *packet) {
+                      return packet->timestamp == timestamp || zeb_uint32_after(number, packet->number) != 0;
+                  }));
+}
+
 void held_packet_free(held_packet *packet)
 {
     zeb_fini_typed_obj(&zeb_dynamic_bytes_type, &packet->video.payload);

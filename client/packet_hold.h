@@ -1,7 +1,7 @@
-// Packets that wait in front of the reorder cache, in the order of their numbers. A cache without a key frame lets
-// nothing in but key-frame packets, and takes the first one that it sees for the first one of its frame; on a path
-// that reorders, it may not be. So while the cache waits, packets are held for a short while, until the beginning
-// of a key frame is among them.
+// Packets that wait in front of the reorder cache, in the order of their numbers. The cache takes the first packet
+// of a key frame that it sees for the frame's beginning, and without a key frame it lets nothing else in; on a path that
+// reorders, the first to come may be another one. So the packets of a key frame are held for a short while, until
+// its beginning is among them.
 #pragma once
 
 #include "rtc_list.h"
@@ -38,11 +38,20 @@ held_packet *packet_hold_first_of(const packet_hold *self, uint32_t timestamp);
 // True when the packet has waited long enough, or too many are held.
 bool packet_hold_is_over(const packet_hold *self, const held_packet *packet, zeb_ts_t now);
 
-// Takes the packet with the lowest number out; the caller releases it. Null when none is held.
+// The take functions take a packet out, the one with the lowest number of those that are meant; the caller releases it.
+// Null when there is none.
+
+// Of all.
 held_packet *packet_hold_take_first(packet_hold *self);
 
-// The same for the one with the lowest number of those whose wait is over.
+// Of those whose wait is over.
 held_packet *packet_hold_take_over(packet_hold *self, zeb_ts_t now);
+
+// Of those that belong to no key frame by themselves.
+held_packet *packet_hold_take_delta(packet_hold *self);
+
+// Of those with that timestamp, or with numbers before `number`.
+held_packet *packet_hold_take_up_to(packet_hold *self, uint32_t number, uint32_t timestamp);
 
 // Releases a packet that was taken out.
 void held_packet_free(held_packet *packet);

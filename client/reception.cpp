@@ -159,6 +159,18 @@ bool reception_proves_beginning(const reception *self, seq_t seq, uint32_t times
     return before != nullptr && before->timestamp != timestamp;
 }
 
+bool reception_is_joined(const reception *self, seq_t seq, uint32_t timestamp)
+{
+    uint32_t number = reception_number(self, seq);
+    const reception_entry *entry = __entry_find(self, number);
+    // Ends at a hole at the latest, and the history ends.
+    while (entry != nullptr && entry->timestamp == timestamp) {
+        number -= 1;
+        entry = __entry_find(self, number);
+    }
+    return entry != nullptr;
+}
+
 uint32_t reception_highest(const reception *self)
 {
     return self->has_started ? self->newest - kCycle : 0;

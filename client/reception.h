@@ -63,5 +63,9 @@ void reception_forget(reception *self, stream_report *report, seq_t seq);
 // True when the number before `seq` came and had another timestamp than `timestamp`: a frame begins with `seq`.
 bool reception_proves_beginning(const reception *self, seq_t seq, uint32_t timestamp);
 
+// True when every packet of the frame up to `seq` came, and the one before the first of them, with another timestamp,
+// too. `seq` itself has come.
+bool reception_is_joined(const reception *self, seq_t seq, uint32_t timestamp);
+
 // The newest number in the terms of a reception report (RFC 3550, 6.4.1); 0 before the first packet.
 uint32_t reception_highest(const reception *self);

@@ -148,18 +148,25 @@ static packet_drop_e __feed(stream_state *state, PVideoData4 *video, bool is_ret
     return PACKET_DROP_REASONS;
 }
 
-// ---- Holding back at the beginning ----
+// ---- Holding back until a key frame's beginning is here ----
 
-// The packet is the first one of a frame: it says so itself, or the one before it belongs to another.
-static bool __begins_frame(const stream_state *state, const held_packet *packet)
+static bool __starts_access_unit(const held_packet *packet)
 {
     const auto *bytes = static_cast<const uint8_t *>(packet->video.payload.values);
     rtp_view view;
-    if (rtp_parse(bytes, packet->video.payload.count, &view) != PACKET_DROP_REASONS) {
-        return false;
+    return rtp_parse(bytes, packet->video.payload.count, &view) == PACKET_DROP_REASONS &&
+           nal_inspect(packet->video.header.codec, bytes + view.header_size, view.payload_size).starts_access_unit;
+}
+
+// Whether the key frame that `first` is the first held packet of may go into the cache. What comes for it from before
+// its first packet in the cache is too late while the cache is waiting; later it would make the frame one that never
+// completes, so then nothing less than the packet in front of the frame will do.
+static bool __may_open(const stream_state *state, const held_packet *first)
+{
+    if (reception_is_joined(&state->arrivals, first->video.common.seq, first->timestamp)) {
+        return true;
     }
-    return nal_inspect(packet->video.header.codec, bytes + view.header_size, view.payload_size).starts_access_unit ||
-           reception_proves_beginning(&state->arrivals, view.seq, view.timestamp);
+    return __is_waiting_for_key_frame(&state->stream->video_cache_q) && __starts_access_unit(first);
 }
 
 static void __feed_and_free(stream_state *state, held_packet *packet, const zeb_ts_t *now_p)
@@ -169,19 +176,33 @@ static void __feed_and_free(stream_state *state, held_packet *packet, const zeb_
 }
 
 // All packets of the key frame open the cache, also those that are none by themselves, such as a delimiter in front.
-static void __hold_release(stream_state *state, uint32_t key_timestamp, const zeb_ts_t *now_p)
+static void __open(stream_state *state, const held_packet *first, const zeb_ts_t *now_p)
 {
-    held_packet *packet = packet_hold_take_first(&state->hold);
+    const uint32_t number = first->number;
+    const uint32_t timestamp = first->timestamp;
+    state->has_key_timestamp = true;
+    state->key_timestamp = timestamp;
+    held_packet *packet = packet_hold_take_up_to(&state->hold, number, timestamp);
     while (packet != nullptr) {
-        if (packet->timestamp == key_timestamp) {
+        if (packet->timestamp == timestamp) {
             __frame_type_set(&packet->video, KEY_FRAME);
         }
         __feed_and_free(state, packet, now_p);
-        packet = packet_hold_take_first(&state->hold);
+        packet = packet_hold_take_up_to(&state->hold, number, timestamp);
     }
 }
 
-static void __hold_release_what_is_over(stream_state *state, const zeb_ts_t *now_p)
+// Delta packets are held only while the cache waits.
+static void __release_deltas(stream_state *state, const zeb_ts_t *now_p)
+{
+    held_packet *packet = packet_hold_take_delta(&state->hold);
+    while (packet != nullptr) {
+        __feed_and_free(state, packet, now_p);
+        packet = packet_hold_take_delta(&state->hold);
+    }
+}
+
+static void __release_what_is_over(stream_state *state, const zeb_ts_t *now_p)
 {
     held_packet *packet = packet_hold_take_over(&state->hold, *now_p);
     while (packet != nullptr) {
@@ -190,16 +211,22 @@ static void __hold_release_what_is_over(stream_state *state, const zeb_ts_t *now
     }
 }
 
+// Each turn takes a packet out of the hold or ends it.
 static void __hold_run(stream_state *state, const zeb_ts_t *now_p)
 {
     const held_packet *key = packet_hold_first_key(&state->hold);
-    if (key == nullptr) {
-        __hold_release_what_is_over(state, now_p);
-        return;
+    while (key != nullptr) {
+        const held_packet *first = packet_hold_first_of(&state->hold, key->timestamp);
+        if (!__may_open(state, first) && !packet_hold_is_over(&state->hold, key, *now_p)) {
+            break;
+        }
+        __open(state, first, now_p);
+        key = packet_hold_first_key(&state->hold);
     }
-    const held_packet *first = packet_hold_first_of(&state->hold, key->timestamp);
-    if (__begins_frame(state, first) || packet_hold_is_over(&state->hold, key, *now_p)) {
-        __hold_release(state, key->timestamp, now_p);
+    if (!__is_waiting_for_key_frame(&state->stream->video_cache_q)) {
+        __release_deltas(state, now_p);
+    } else if (key == nullptr) {
+        __release_what_is_over(state, now_p);
     }
 }
 
@@ -232,12 +259,29 @@ static packet_drop_e __hold(stream_state *state, PVideoData4 *video, bool is_ret
     return PACKET_DROP_REASONS;
 }
 
-static packet_drop_e __hold_or_feed(stream_state *state, PVideoData4 *video, bool is_retrans, const zeb_ts_t *now_p)
+static bool __is_to_hold(const stream_state *state, const PVideoData4 *video)
 {
     if (__is_waiting_for_key_frame(&state->stream->video_cache_q)) {
+        return true;
+    }
+    const auto *bytes = static_cast<const uint8_t *>(video->payload.values);
+    rtp_view view;
+    const bool is_key = __is_key_frame(video->header.video_type) != 0;
+    if (!is_key || rtp_parse(bytes, video->payload.count, &view) != PACKET_DROP_REASONS) {
+        return false;
+    }
+    return !state->has_key_timestamp || view.timestamp != state->key_timestamp;
+}
+
+static packet_drop_e __hold_or_feed(stream_state *state, PVideoData4 *video, bool is_retrans, const zeb_ts_t *now_p)
+{
+    if (__is_to_hold(state, video)) {
         return __hold(state, video, is_retrans, now_p);
     }
-    return __feed(state, video, is_retrans, now_p);
+    const packet_drop_e result = __feed(state, video, is_retrans, now_p);
+    // It may be the one that a held key frame waits for.
+    __hold_run(state, now_p);
+    return result;
 }
 
 // ---- Clearing the cache ----
@@ -250,6 +294,7 @@ static void __cache_clear(stream_state *state, frame_drop_e reason)
     }
     webrtc_video_cache_reset(cache);
     stream_native_path_empty(state->stream);
+    state->has_key_timestamp = false;
     state->rtp.needs_key_frame = true;
     state->wants_key_frame = true;
 }

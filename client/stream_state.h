@@ -14,6 +14,8 @@ struct stream_state {
     stream_report report;
     reception arrivals;
     packet_hold hold;                 // RTP path: packets in front of the reorder cache
+    bool has_key_timestamp;           // RTP path: the packets of that frame go straight into the reorder cache
+    uint32_t key_timestamp;           // RTP timestamp
     packet_hold stray;                // RTP path: the packet that may begin a new numbering, at most one
     rtp_delivery rtp;                 // RTP path: from the reorder cache to whole frames
     native_delivery native;           // native path: from the frame queue to whole frames

@@ -1,0 +1,66 @@
+#include "failing_memory.h"
+
+#include "zeb_platform.h"
+
+namespace
+{
+
+size_t n_asked = 0;
+size_t failing_nth = 0;
+failing_memory::failing failing_how = failing_memory::failing::once;
+long n_in_use = 0;
+
+bool is_to_fail()
+{
+    if (failing_nth == 0) {
+        return false;
+    }
+    return failing_how == failing_memory::failing::once ? n_asked == failing_nth : n_asked >= failing_nth;
+}
+
+} // namespace
+
+namespace failing_memory
+{
+
+void fail(size_t nth, failing how)
+{
+    n_asked = 0;
+    failing_nth = nth;
+    failing_how = how;
+}
+
+size_t asked()
+{
+    return n_asked;
+}
+
+long in_use()
+{
+    return n_in_use;
+}
+
+} // namespace failing_memory
+
+extern "C" {
+
+void *__real_zeb_malloc_impl_dbg(size_t size, const char *tag, int line);
+void __real_zeb_free_impl(void *ptr);
+
+void *__wrap_zeb_malloc_impl_dbg(size_t size, const char *tag, int line)
+{
+    n_asked++;
+    if (is_to_fail()) {
+        return nullptr;
+    }
+    void *block = __real_zeb_malloc_impl_dbg(size, tag, line);
+    n_in_use += block != nullptr ? 1 : 0;
+    return block;
+}
+
+void __wrap_zeb_free_impl(void *ptr)
+{
+    n_in_use -= ptr != nullptr ? 1 : 0;
+    __real_zeb_free_impl(ptr);
+}
+}

@@ -1,0 +1,177 @@
+#include "reception.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+constexpr size_t kSize = 100;
+
+struct arrivals {
+    std::unique_ptr<reception> state = std::make_unique<reception>();
+    stream_report report = {};
+    zeb_ts_t now = 5000;
+
+    reception_verdict take(uint16_t seq, uint32_t timestamp = 0, bool is_retrans = false)
+    {
+        const reception_packet packet = {seq, timestamp, kSize, is_retrans};
+        return reception_note(state.get(), &report, &packet, now);
+    }
+};
+
+struct row {
+    const char *what;
+    std::vector<int> seqs; // relative to the first one; retransmissions have 100000 added
+    std::vector<reception_verdict> verdicts;
+    uint64_t lost;
+    uint64_t gaps;
+    uint64_t reordered;
+};
+
+constexpr int kRetrans = 100000;
+
+class Reception : public testing::TestWithParam<row>
+{
+};
+
+TEST_P(Reception, TellsPacketsApartFromEveryStartingPoint)
+{
+    const row &expected = GetParam();
+    for (const uint16_t base : {uint16_t{0}, uint16_t{1}, uint16_t{32767}, uint16_t{65534}, uint16_t{65535}}) {
+        arrivals in;
+        std::vector<reception_verdict> verdicts;
+        for (const int seq : expected.seqs) {
+            const bool is_retrans = seq >= kRetrans / 2;
+            verdicts.push_back(
+                in.take(static_cast<uint16_t>(base + (is_retrans ? seq - kRetrans : seq)), 0, is_retrans));
+        }
+        EXPECT_EQ(verdicts, expected.verdicts) << expected.what << " from " << base;
+        EXPECT_EQ(in.report.packets_lost, expected.lost) << expected.what << " from " << base;
+        EXPECT_EQ(in.report.gaps, expected.gaps) << expected.what << " from " << base;
+        EXPECT_EQ(in.report.packets_reordered, expected.reordered) << expected.what << " from " << base;
+        EXPECT_EQ(in.report.packets, expected.seqs.size());
+        EXPECT_EQ(in.report.bytes, expected.seqs.size() * kSize);
+    }
+}
+
+constexpr auto New = RECEPTION_NEWEST;
+constexpr auto Old = RECEPTION_EARLIER;
+constexpr auto Twice = RECEPTION_DUPLICATE;
+constexpr auto Stray = RECEPTION_STRAY;
+constexpr auto Restarted = RECEPTION_RESTARTED;
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, Reception,
+    testing::Values(
+        row{"in order", {0, 1, 2}, {New, New, New}, 0, 0, 0}, row{"one missing", {0, 2}, {New, New}, 1, 1, 0},
+        row{"a hole of three filled from its end", {0, 4, 3, 2, 1}, {New, New, Old, Old, Old}, 0, 1, 3},
+        row{"two holes", {0, 2, 5}, {New, New, New}, 3, 2, 0},
+        row{"a duplicate of the newest and of an older one", {0, 1, 1, 0}, {New, New, Twice, Twice}, 0, 0, 0},
+        row{"before the first", {0, -2}, {New, Old}, 1, 0, 1},
+        row{"before the first, hole filled", {0, -2, -1}, {New, Old, Old}, 0, 0, 2},
+        row{"a hole filled by retransmission", {0, 2, kRetrans + 1}, {New, New, Old}, 0, 1, 0},
+        row{"the largest gap", {0, 2999}, {New, New}, 2998, 1, 0},
+        row{"a jump ahead alone", {0, 3000, 1}, {New, Stray, New}, 0, 0, 0},
+        row{"a jump ahead confirmed", {0, 3000, 3001, 3002}, {New, Stray, Restarted, New}, 0, 0, 0},
+        row{"the oldest late packet", {0, -1999}, {New, Old}, 1998, 0, 1},
+        row{"a jump back alone", {0, -2000, 1}, {New, Stray, New}, 0, 0, 0},
+        row{"a jump back confirmed", {0, -20000, -19999}, {New, Stray, Restarted}, 0, 0, 0},
+        row{"two strays that are not neighbours", {0, -20000, 20000}, {New, Stray, Stray}, 0, 0, 0},
+        row{"a stray forgotten", {0, 5000, 1, 5001}, {New, Stray, New, Stray}, 0, 0, 0},
+        row{"old retransmissions prove nothing", {0, kRetrans - 5000, kRetrans - 4999}, {New, Stray, Stray}, 0, 0, 0}));
+
+TEST(ReceptionHistory, TellsALatePacketFromADuplicateAcrossTheWholeHistory)
+{
+    arrivals in;
+    for (int i = 0; i < 10000; i++) {
+        if (i != 8500) {
+            in.take(static_cast<uint16_t>(60000 + i));
+        }
+    }
+    EXPECT_EQ(in.take(static_cast<uint16_t>(60000 + 8499)), RECEPTION_DUPLICATE);
+    EXPECT_EQ(in.take(static_cast<uint16_t>(60000 + 8500)), RECEPTION_EARLIER);
+    EXPECT_EQ(in.take(static_cast<uint16_t>(60000 + 8500)), RECEPTION_DUPLICATE);
+    EXPECT_EQ(in.report.packets_lost, 0u);
+}
+
+TEST(ReceptionHistory, ProvesABeginningByThePacketBeforeItWithAnotherTimestamp)
+{
+    arrivals in;
+    in.take(65534, 3000);
+    in.take(65535, 3000);
+    in.take(0, 6000);
+    in.take(2, 9000);
+    EXPECT_TRUE(reception_proves_beginning(in.state.get(), 0, 6000));
+    EXPECT_FALSE(reception_proves_beginning(in.state.get(), 65535, 3000)) << "same timestamp before it";
+    EXPECT_FALSE(reception_proves_beginning(in.state.get(), 65534, 3000)) << "nothing before it";
+    EXPECT_FALSE(reception_proves_beginning(in.state.get(), 2, 9000)) << "a hole before it";
+}
+
+TEST(ReceptionHistory, ForgottenPacketMayComeAgain)
+{
+    arrivals in;
+    in.take(10);
+    in.take(11);
+    reception_forget(in.state.get(), &in.report, 11);
+    EXPECT_EQ(in.report.packets_lost, 1u);
+    EXPECT_EQ(in.take(11, 0, true), RECEPTION_EARLIER);
+    EXPECT_EQ(in.report.packets_lost, 0u);
+}
+
+TEST(ReceptionNumber, CountsCyclesInItsHighestNumber)
+{
+    arrivals in;
+    EXPECT_EQ(reception_highest(in.state.get()), 0u);
+    in.take(65535);
+    EXPECT_EQ(reception_highest(in.state.get()), 65535u);
+    in.take(0);
+    EXPECT_EQ(reception_highest(in.state.get()), 65536u);
+    in.take(65535);
+    EXPECT_EQ(reception_highest(in.state.get()), 65536u) << "a late packet is no newer one";
+}
+
+TEST(ReceptionJitter, IsZeroForAnEvenStream)
+{
+    arrivals in;
+    for (uint16_t i = 0; i < 50; i++) {
+        in.now += 40;
+        in.take(i, 4294960000u + i * 3600u); // across the wrap of the timestamp
+    }
+    EXPECT_EQ(in.report.jitter, 0u);
+}
+
+// RFC 3550, A.8: the first difference D counts with a sixteenth. D is 10 ms, 900 timestamp units.
+TEST(ReceptionJitter, TakesASixteenthOfADifference)
+{
+    arrivals in;
+    in.take(0, 0);
+    in.now += 50;
+    in.take(1, 3600);
+    EXPECT_EQ(in.report.jitter, 900u / 16);
+}
+
+TEST(ReceptionJitter, LeavesRetransmissionsOut)
+{
+    arrivals in;
+    in.take(0, 0);
+    in.now += 500;
+    in.take(1, 3600, true);
+    EXPECT_EQ(in.report.jitter, 0u);
+    EXPECT_EQ(in.report.packets_retransmitted, 1u);
+}
+
+TEST(ReceptionTimes, KeepsTheFirstAndTheLastArrival)
+{
+    arrivals in;
+    in.take(0);
+    in.now = 7000;
+    in.take(1);
+    EXPECT_EQ(in.report.first_packet_at, 5000u);
+    EXPECT_EQ(in.report.last_packet_at, 7000u);
+}
+
+} // namespace
