@@ -4,15 +4,15 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <initializer_list>
-#include <iostream>
 #include <optional>
+#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "packets.h"
+#include "seed.h"
 #include "test_stream.h"
 
 namespace frame_queue_test
@@ -20,6 +20,8 @@ namespace frame_queue_test
 
 using test_support::native_fields;
 using test_support::stream_kind;
+
+using lines = std::vector<std::string>;
 
 constexpr const char *kArraysTag = "video_frames_q_insert_video_packet";
 
@@ -269,21 +271,34 @@ class FrameQueue : public ::testing::Test
         return line(level, "", text);
     }
 
-    // Everything logged since the last call, at `max_level` or graver.
-    std::vector<std::string> logged(int max_level = RTC_LOG_DEBUG)
+    // The line of a frame that this packet creates or re-creates.
+    std::string update_line(const native_fields &fields) const
     {
-        std::vector<std::string> lines;
+        const uint32_t n_fec = fields.reserved >> 8 & 0xFF;
+        const uint32_t n_media = (fields.n_pkts - n_fec) & 0xFFFF;
+
+        return vid(RTC_LOG_DEBUG, "update_frame: idr " + std::to_string(fields.video_type < 0x10 ? 1 : 0) + ", codec " +
+                                      std::to_string(fields.codec) + ", n_pkts " + std::to_string(fields.n_pkts) +
+                                      ", n_pkts_media " + std::to_string(n_media) + ", n_pkts_fec " +
+                                      std::to_string(n_fec) + ", seq " + std::to_string(fields.seq) + ", frame_seq " +
+                                      std::to_string(static_cast<int32_t>(fields.frame_seq)));
+    }
+
+    // Everything logged since the last call, at `max_level` or graver.
+    lines logged(int max_level = RTC_LOG_DEBUG)
+    {
+        lines texts;
 
         for (const test_support::log_line &entry : world.log) {
             if (entry.level <= max_level) {
                 std::string text = entry.text;
                 EXPECT_EQ(text.empty() ? '\0' : text.back(), '\n') << text;
                 text.pop_back();
-                lines.push_back(std::to_string(entry.level) + " " + text);
+                texts.push_back(std::to_string(entry.level) + " " + text);
             }
         }
         world.log.clear();
-        return lines;
+        return texts;
     }
 
     test_support::World world;
@@ -310,14 +325,13 @@ enum class start {
     across_wraps
 };
 
-// The same from a random origin, and from just before both kinds of sequence number wrap.
-// VIDEO_STREAM_TEST_SEED repeats a run.
+// The same from an origin drawn from the run's seed, and from just before both kinds of sequence number wrap.
 class FrameQueueFrom : public FrameQueue, public ::testing::WithParamInterface<start>
 {
   protected:
     FrameQueueFrom()
     {
-        std::mt19937 random(seed_);
+        std::mt19937 random(test_support::test_seed());
 
         if (GetParam() == start::somewhere) {
             origin.pkt = static_cast<seq_t>(random() % 60000);
@@ -327,24 +341,6 @@ class FrameQueueFrom : public FrameQueue, public ::testing::WithParamInterface<s
             origin.frame = static_cast<uint32_t>(0u - 1u - random() % 3);
         }
     }
-
-    ~FrameQueueFrom() override
-    {
-        if (HasFailure()) {
-            std::cerr << "VIDEO_STREAM_TEST_SEED=" << seed_ << " from packet " << origin.pkt << ", frame "
-                      << origin.frame << '\n';
-        }
-    }
-
-  private:
-    static uint32_t seed()
-    {
-        const char *given = std::getenv("VIDEO_STREAM_TEST_SEED");
-
-        return given != nullptr ? static_cast<uint32_t>(std::strtoul(given, nullptr, 10)) : std::random_device()();
-    }
-
-    uint32_t seed_ = seed();
 };
 
 inline std::string start_name(const ::testing::TestParamInfo<start> &info)

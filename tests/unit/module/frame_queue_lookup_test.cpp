@@ -465,9 +465,7 @@ TEST_F(FrameWalk, CrossesHalfACircleAtOnce)
 
 TEST_F(FrameWalk, AgreesWithAWalkOneByOne)
 {
-    const uint32_t seed = std::random_device()();
-    std::mt19937 random(seed);
-    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(test_support::test_seed());
 
     for (int round = 0; round < 3000; round++) {
         const uint32_t min =
