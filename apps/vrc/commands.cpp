@@ -3,9 +3,11 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdarg>
 #include <cstring>
-#include <memory>
+#include <optional>
+#include <string_view>
 
 #include "log.h"
 #include "output_file.h"
@@ -66,25 +68,24 @@ void outputs_check(const replay_options &options, const capture_file &file)
     }
 }
 
-std::unique_ptr<output_file> output_open(const std::string &path)
-{
-    return path.empty() ? nullptr : std::make_unique<output_file>(path);
-}
-
 // Where frames go: their bytes to one file, a line for each to another.
 class frame_writer
 {
   public:
     explicit frame_writer(const replay_options &options)
-        : bitstream_(output_open(options.output)), list_(output_open(options.frames))
     {
-        if (list_) {
+        if (!options.output.empty()) {
+            bitstream_.emplace(options.output);
+        }
+        if (!options.frames.empty()) {
             constexpr std::string_view heading = "index,rtp_timestamp,is_key,size,first_seq,last_seq\n";
+            list_.emplace(options.frames);
             list_->write(heading.data(), heading.size());
         }
     }
 
-    bool write(const channel_frame &frame)
+    // Throws nothing: it is called from within the receiver.
+    bool write(const channel_frame &frame) noexcept
     {
         const bool is_written = !bitstream_ || bitstream_->write(frame.data, frame.size);
         return write_line(frame) && is_written;
@@ -92,27 +93,30 @@ class frame_writer
 
     void close()
     {
-        for (output_file *file : {bitstream_.get(), list_.get()}) {
-            if (file != nullptr) {
-                file->close();
+        for (std::optional<output_file> *file : {&bitstream_, &list_}) {
+            if (*file) {
+                (*file)->close();
             }
         }
     }
 
   private:
-    bool write_line(const channel_frame &frame)
+    bool write_line(const channel_frame &frame) noexcept
     {
         const uint64_t index = count_++;
         if (!list_) {
             return true;
         }
-        const std::string text = fmt::format("{},{},{:d},{},{},{}\n", index, frame.rtp_timestamp, frame.is_key,
-                                             frame.size, frame.first_seq, frame.last_seq);
-        return list_->write(text.data(), text.size());
+        std::array<char, 128> text{}; // six numbers of at most 20 digits
+        const auto end =
+            fmt::format_to_n(text.begin(), text.size(), "{},{},{:d},{},{},{}\n", index, frame.rtp_timestamp,
+                             frame.is_key, frame.size, frame.first_seq, frame.last_seq)
+                .out;
+        return list_->write(text.data(), static_cast<size_t>(end - text.begin()));
     }
 
-    std::unique_ptr<output_file> bitstream_;
-    std::unique_ptr<output_file> list_;
+    std::optional<output_file> bitstream_;
+    std::optional<output_file> list_;
     uint64_t count_ = 0;
 };
 

@@ -20,7 +20,7 @@ struct replay_result {
     uint64_t silence_skipped_ms = 0;
 };
 
-// Takes one frame; returns false when the replay shall end.
+// Takes one frame; returns false when the replay shall end. Must not throw.
 using frame_taker = std::function<bool(const channel_frame &frame)>;
 
 // Feeds the packets of `stream` to a receiver of their codec, runs its service loop on time between them, and goes

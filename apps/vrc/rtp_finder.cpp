@@ -30,21 +30,24 @@ constexpr double kStaticPayloadTypeFactor = 0.25;
 constexpr uint64_t kPacketsToBehave = 10; // without a codec, fewer than this prove no RTP
 constexpr double kBehavesLikeRtp = 0.8;
 
-auto identity_key(const stream_identity &identity)
-{
-    return std::tuple_cat(flow_key(identity.path), std::tie(identity.ssrc, identity.payload_type));
-}
-
 } // namespace
 
+// The SSRC nearly always decides, so it comes first.
 bool operator<(const stream_identity &left, const stream_identity &right)
 {
-    return identity_key(left) < identity_key(right);
+    if (left.ssrc != right.ssrc) {
+        return left.ssrc < right.ssrc;
+    }
+    if (left.payload_type != right.payload_type) {
+        return left.payload_type < right.payload_type;
+    }
+    return flow_key(left.path) < flow_key(right.path);
 }
 
 bool operator==(const stream_identity &left, const stream_identity &right)
 {
-    return identity_key(left) == identity_key(right);
+    return left.ssrc == right.ssrc && left.payload_type == right.payload_type &&
+           flow_key(left.path) == flow_key(right.path);
 }
 
 std::optional<stream_identity> stream_identity_read(const udp_datagram &datagram)

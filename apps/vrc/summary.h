@@ -1,4 +1,4 @@
-// What the tool says about streams and replays, for people and for machines. README.md has the keys of the JSON.
+// What the tool says about streams and replays, for people and for machines. apps/vrc/README.md has the keys of the JSON.
 #pragma once
 
 #include <nlohmann/json.hpp>
