@@ -27,6 +27,12 @@ std::string times(size_t n, const std::string &what)
     return n == 0 ? "" : n == 1 ? what : what + " x" + std::to_string(n);
 }
 
+bool continues_frame(const added_packet &previous, const added_packet &packet)
+{
+    return packet.frame_seq == previous.frame_seq && packet.subseq > previous.subseq &&
+           packet.is_key == previous.is_key;
+}
+
 void play_with(const std::vector<reorder_row> &rows, const numbering &base, bool takes_payload)
 {
     ReorderScene scene(base);
@@ -220,8 +226,10 @@ std::string ReorderScene::describe_delivery() const
     const added_packet *end = world.added.data() + world.added.size();
 
     for (const added_packet *first = world.added.data(); first != end;) {
-        const added_packet *next =
-            std::find_if(first, end, [&](const added_packet &packet) { return packet.frame_seq != first->frame_seq; });
+        const added_packet *next = first + 1;
+        while (next != end && continues_frame(next[-1], *next)) {
+            next++;
+        }
         append(items, describe_frame(first, next));
         first = next;
     }
@@ -247,7 +255,7 @@ std::string ReorderScene::describe_frame(const added_packet *first, const added_
     text << (first->is_key ? " key" : "");
     for (const added_packet *packet = first; packet != end; packet++) {
         text << (packet->is_retrans == 1 ? " again " + std::to_string(relative(packet->seq)) : "")
-             << (packet->is_key == first->is_key && is_as_sent(*packet) ? "" : " DAMAGED");
+             << (is_as_sent(*packet) ? "" : " DAMAGED");
     }
     return text.str();
 }

@@ -16,6 +16,8 @@
 //   1000:0-2 key        frame number 1000 from packets 0 to 2, handed over whole, marked as a key frame
 //   1000:0-2 again 1    the same, packet 1 marked as a retransmission
 //   1000:5[1/3]         a packet that is not part of a whole frame: index 1 of 3
+//
+// A packet whose bytes, stream or time differ from what was sent is followed by DAMAGED.
 #pragma once
 
 #include <cstdint>
