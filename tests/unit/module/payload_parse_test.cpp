@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "fake_layers.h"
+#include "log_gate.h"
 #include "packets.h"
 #include "payload_frame.h"
 #include "test_stream.h"
@@ -520,31 +521,15 @@ TEST(PayloadParse, LogsAnUnknownMethodOncePerReceivedPacket)
 
 TEST(PayloadParse, LogsAnUnknownMethodUnderTheFirstModuleAlone)
 {
-    struct {
-        const char *name;
-        int enable;
-        int min_level;
-        int others_level;
-        size_t n_lines;
-    } const cases[] = {
-        {"at the level", 1, RTC_LOG_CRIT, RTC_LOG_DEFAULT, 1},
-        {"one level below", 1, RTC_LOG_ALERT, RTC_LOG_DEBUG, 0},
-        {"switched off", 0, RTC_LOG_DEBUG, RTC_LOG_DEBUG, 0},
-    };
-
-    for (const auto &row : cases) {
-        SCOPED_TRACE(row.name);
+    for (const log_gate &gate : log_gates(RTC_LOG_CRIT)) {
+        SCOPED_TRACE(gate.name);
         World world;
         PacketFrame source({rtp_bytes({}, {1})});
         source.frame.reserved = reserved_word(3);
-        g_log_enable = row.enable;
-        for (log_mod_t &module : g_log_mod_arr) {
-            module.m_level = row.others_level;
-        }
-        g_log_mod_arr[LM_MIN].m_level = row.min_level;
+        gate.set(LM_MIN);
 
         const ParsedFrame parsed(source.frame);
-        EXPECT_EQ(row.n_lines, world.log.size());
+        EXPECT_EQ(gate.is_open ? 1u : 0u, world.log.size());
         expect_view(source.frame, parsed.frame, 0, 12);
     }
 }

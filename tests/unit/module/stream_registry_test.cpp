@@ -3,6 +3,7 @@
 #include <cstring>
 #include <vector>
 
+#include "log_gate.h"
 #include "packets.h"
 #include "test_stream.h"
 
@@ -280,36 +281,17 @@ TEST(StreamRegistryWithoutMemory, NamesNoChannelWhereNoneIs)
     EXPECT_EQ((std::vector<log_line>{{RTC_LOG_EMERG, "[EMERG][] \n"}}), world.log);
 }
 
-struct gate_case {
-    const char *name;
-    int enable;
-    int min_level;
-    int others_level;
-    size_t n_lines;
-};
-
 TEST(StreamRegistryWithoutMemory, LogsUnderTheFirstModuleAlone)
 {
-    const gate_case cases[] = {
-        {"all open", 1, RTC_LOG_DEBUG, RTC_LOG_DEBUG, 1},
-        {"at the level", 1, RTC_LOG_EMERG, RTC_LOG_DEFAULT, 1},
-        {"one level below", 1, RTC_LOG_DEFAULT, RTC_LOG_DEBUG, 0},
-        {"switched off", 0, RTC_LOG_DEBUG, RTC_LOG_DEBUG, 0},
-    };
-
-    for (const gate_case &row : cases) {
-        SCOPED_TRACE(row.name);
+    for (const log_gate &gate : log_gates(RTC_LOG_EMERG)) {
+        SCOPED_TRACE(gate.name);
         World world;
         Registry r;
         world.refuse_tag(kAllocTag);
-        g_log_enable = row.enable;
-        for (log_mod_t &module : g_log_mod_arr) {
-            module.m_level = row.others_level;
-        }
-        g_log_mod_arr[LM_MIN].m_level = row.min_level;
+        gate.set(LM_MIN);
 
         EXPECT_EQ(nullptr, r.get(0));
-        EXPECT_EQ(row.n_lines, world.log.size());
+        EXPECT_EQ(gate.is_open ? 1u : 0u, world.log.size());
     }
 }
 
