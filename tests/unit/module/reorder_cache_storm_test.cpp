@@ -33,11 +33,16 @@ void forget_records(World &world)
 
 // -- Any packets at all --
 
+// Packets come from a window of sequence numbers that moves on, and now and then jumps by a distance at which slots are
+// shared or the order turns round. Most packets are as the frame at their place would have them.
 struct storm {
     const char *name;
-    int seqs;       // sequence numbers are below this
-    int timestamps; // in frames
-    int drift;      // the window of sequence numbers moves on by one every so many packets; 0: it stays
+    int window;       // sequence numbers
+    int drift;        // the window moves on by one every so many packets
+    int jump_every;   // packets between jumps
+    int reset_every;  // packets between resets
+    int strange;      // one packet in so many has the timestamp, the marker or the key flag of another
+    bool jumps_in_ts; // the timestamps jump too
 };
 
 std::ostream &operator<<(std::ostream &out, const storm &what)
@@ -49,40 +54,76 @@ class ReorderCacheStorm : public testing::TestWithParam<storm>
 {
 };
 
-reorder_step random_step(std::mt19937 &random, const storm &what, int n, int64_t &ms)
+// Draws the steps of a storm.
+class StormSource
 {
-    const int first = what.drift == 0 ? 0 : n / what.drift;
+  public:
+    StormSource(std::mt19937 &random, const storm &what) : random_(random), what_(what)
+    {
+    }
 
-    if (one_in(random, 4)) {
-        ms += one_in(random, 50) ? below(random, 3000) : below(random, 10);
+    reorder_step next()
+    {
+        if (one_in(random_, 4)) {
+            ms_ += one_in(random_, 50) ? below(random_, 3000) : below(random_, 10);
+        }
+        if (one_in(random_, 10)) {
+            return check().at(ms_);
+        }
+        if (one_in(random_, what_.reset_every)) {
+            return reset();
+        }
+        first_ += one_in(random_, what_.drift) ? 1 : 0;
+        if (one_in(random_, what_.jump_every)) {
+            jump();
+        }
+        return packet(first_ + below(random_, what_.window));
     }
-    if (one_in(random, 10)) {
-        return check().at(ms);
+
+  private:
+    void jump()
+    {
+        const int distances[] = {8192, 16384, 0x7FFF, 0x8000, 0x8001, below(random_, 65536)};
+
+        first_ += distances[below(random_, 6)] - below(random_, what_.window);
+        ts_jump_ += what_.jumps_in_ts ? below(random_, 1431655) : 0; // up to the whole circle of timestamps
     }
-    if (one_in(random, 5000)) {
-        return reset();
+
+    // Frames of three packets, every fourth a key frame.
+    reorder_step packet(int seq)
+    {
+        const int frame = seq / 3;
+        const int strange_frame = one_in(random_, what_.strange) ? frame + below(random_, 5) - 2 : frame;
+        reorder_step step = P(seq, strange_frame + ts_jump_).at(ms_);
+
+        step.is_key = (frame % 4 == 0) != one_in(random_, what_.strange);
+        step.marker = (seq % 3 == 2) != one_in(random_, what_.strange);
+        step.is_retrans = one_in(random_, 5);
+        return step;
     }
-    reorder_step step = P(first + below(random, what.seqs), first + below(random, what.timestamps)).at(ms);
-    step.is_key = one_in(random, 4);
-    step.marker = one_in(random, 3);
-    step.is_retrans = one_in(random, 5);
-    return step;
-}
+
+    std::mt19937 &random_;
+    const storm &what_;
+    int64_t ms_ = 0;
+    int first_ = 0;
+    int ts_jump_ = 0;
+};
 
 TEST_P(ReorderCacheStorm, KeepsItsInvariantsAndDeliversOnlyWhatItKept)
 {
     constexpr int steps = 60000;
     std::mt19937 random(test_seed());
     ReorderScene scene({static_cast<seq_t>(random()), static_cast<uint32_t>(random())});
-    int64_t ms = 0;
+    StormSource source(random, GetParam());
     size_t delivered = 0;
 
     for (int n = 0; n < steps && !HasFailure(); n++) {
-        const reorder_step step = random_step(random, GetParam(), n, ms);
+        const reorder_step step = source.next();
         scene.world.takes_payload = one_in(random, 2);
-        scene.world.refuse = one_in(random, 500)
-                                 ? [](size_t, const allocation &request) { return request.tag != "test packet"; }
-                                 : std::function<bool(size_t, const allocation &)>();
+        scene.world.refuse = nullptr;
+        if (one_in(random, 500)) {
+            scene.world.refuse = [](size_t, const allocation &request) { return request.tag != "test packet"; };
+        }
         const std::string out = scene.run_unchecked(step);
         EXPECT_EQ(out.find("DAMAGED"), std::string::npos) << "step " << n << ": " << step << " -> " << out;
         delivered += scene.world.added.size();
@@ -96,10 +137,13 @@ TEST_P(ReorderCacheStorm, KeepsItsInvariantsAndDeliversOnlyWhatItKept)
 }
 
 INSTANTIATE_TEST_SUITE_P(Packets, ReorderCacheStorm,
-                         testing::Values(storm{"OneSlotAndItsNeighbours", 4, 3, 0}, storm{"FewFrames", 30, 8, 0},
-                                         storm{"MovingOn", 40, 8, 5}, storm{"MovingOnFast", 40, 2, 1},
-                                         storm{"WiderThanTheRing", 20000, 50, 0},
-                                         storm{"AllNumbers", 65536, 1431655, 0}),
+                         testing::Values(storm{"AlmostSane", 12, 1, 20000, 5000, 50, false},
+                                         storm{"Strange", 12, 1, 5000, 500, 4, false},
+                                         storm{"NarrowWithManyDuplicates", 6, 4, 5000, 200, 10, false},
+                                         storm{"SharedSlots", 12, 1, 50, 300, 10, false},
+                                         storm{"JumpsInTime", 30, 1, 200, 300, 20, true},
+                                         storm{"WiderThanTheRing", 20000, 1, 1000, 200, 10, false},
+                                         storm{"AllNumbers", 65536, 1, 100, 100, 10, true}),
                          [](const testing::TestParamInfo<storm> &row) { return std::string(row.param.name); });
 
 // -- A lossy network in front of a sane sender --
