@@ -2,6 +2,7 @@
 
 #include "client_log.h"
 #include "frame_output.h"
+#include "stray_packet.h"
 #include "stream_counters.h"
 #include "user.h"
 
@@ -91,6 +92,12 @@ static reception_verdict __note(stream_state *state, const PVideoData4 *video, c
     return verdict;
 }
 
+static packet_drop_e __drop(stream_state *state, packet_drop_e reason)
+{
+    state->report.packets_dropped[reason] += 1;
+    return reason;
+}
+
 static void __restart(stream_state *state)
 {
     CLIENT_LOG(LM_CHANNEL, RTC_LOG_INFO, "[%s] stream of user %u numbers its frames anew",
@@ -136,7 +143,18 @@ static packet_drop_e __insert(stream_state *state, PVideoData4 *video, const zeb
     if (refusal == PACKET_DROP_NO_MEMORY) {
         reception_forget(&state->arrivals, &state->report, seq);
     }
-    return refusal;
+    return __drop(state, refusal);
+}
+
+// The same when the packets' numbers start over too: the first one of the new ones was kept.
+static void __restart_from_stray(stream_state *state, const zeb_ts_t *now_p)
+{
+    __restart(state);
+    held_packet *first = packet_hold_take_first(&state->stray);
+    if (first != nullptr) {
+        __insert(state, &first->video, now_p);
+        held_packet_free(first);
+    }
 }
 
 static bool __has_key_frame(const user_video_stream *stream)
@@ -149,25 +167,27 @@ static bool __has_key_frame(const user_video_stream *stream)
     return false;
 }
 
-static packet_drop_e __place(stream_state *state, PVideoData4 *video, reception_verdict verdict, const zeb_ts_t *now_p)
+static packet_drop_e __place(stream_state *state, PVideoData4 *video, bool is_retrans, reception_verdict verdict,
+                             const zeb_ts_t *now_p)
 {
     switch (verdict) {
     case RECEPTION_DUPLICATE:
-        return PACKET_DROP_DUPLICATE;
+        return __drop(state, PACKET_DROP_DUPLICATE);
     case RECEPTION_STRAY:
-        return PACKET_DROP_LATE;
+        return stray_packet_keep(state, video, is_retrans);
     case RECEPTION_RESTARTED:
-        __restart(state);
+        __restart_from_stray(state, now_p);
         break;
     case RECEPTION_NEWEST:
     case RECEPTION_EARLIER:
         break;
     }
+    stray_packet_forget(state);
     if (native_delivery_is_past(&state->native, video->header.frame_seq)) {
         // FEC packets come behind the media that made their frame whole.
         const bool is_latest_frame = video->header.frame_seq == state->native.output_seq;
         if (verdict != RECEPTION_NEWEST || is_latest_frame) {
-            return PACKET_DROP_LATE;
+            return __drop(state, PACKET_DROP_LATE);
         }
         // The packets go on and the frames do not: the sender's encoder was made anew.
         __restart(state);
@@ -188,9 +208,5 @@ packet_drop_e native_intake_take(stream_state *state, PVideoData4 *video, const 
     const reception_verdict verdict = __note(state, video, view, is_retrans, *now_p);
     __padding_cut(video, view);
     video_stream_send_bandwidth_est(state->stream, video, !is_retrans, now_p);
-    const packet_drop_e result = __place(state, video, verdict, now_p);
-    if (result != PACKET_DROP_REASONS) {
-        state->report.packets_dropped[result] += 1;
-    }
-    return result;
+    return __place(state, video, is_retrans, verdict, now_p);
 }

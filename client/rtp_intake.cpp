@@ -5,6 +5,7 @@
 #include "client_log.h"
 #include "frame_output.h"
 #include "nal.h"
+#include "stray_packet.h"
 #include "stream_counters.h"
 #include "user.h"
 
@@ -293,6 +294,8 @@ static void __cache_clear(stream_state *state, frame_drop_e reason)
         frame_output_drop(state, reason);
     }
     webrtc_video_cache_reset(cache);
+    state->report.packets_dropped[PACKET_DROP_LATE] += state->hold.packets.count;
+    packet_hold_clear(&state->hold);
     stream_native_path_empty(state->stream);
     state->has_key_timestamp = false;
     state->rtp.needs_key_frame = true;
@@ -304,7 +307,6 @@ static void __restart(stream_state *state, const zeb_ts_t *now_p)
 {
     CLIENT_LOG(LM_CHANNEL, RTC_LOG_INFO, "[%s] stream of user %u numbers its packets anew",
                state->stream->channel->name_id, state->stream->user->state->uid);
-    packet_hold_clear(&state->hold);
     __cache_clear(state, FRAME_DROP_AFTER_GAP);
     rtp_delivery_restart(&state->rtp);
     state->has_floor = false;
@@ -324,27 +326,6 @@ static packet_drop_e __drop(stream_state *state, PVideoData4 *video, packet_drop
     return reason;
 }
 
-static void __stray_forget(stream_state *state)
-{
-    if (state->stray.packets.count > 0) {
-        packet_hold_clear(&state->stray);
-        state->report.packets_dropped[PACKET_DROP_LATE] += 1;
-    }
-}
-
-static packet_drop_e __stray_keep(stream_state *state, PVideoData4 *video, bool is_retrans, zeb_ts_t now)
-{
-    if (is_retrans) {
-        return __drop(state, video, PACKET_DROP_LATE);
-    }
-    __stray_forget(state);
-    held_packet packet = __held_packet_make(state, video, is_retrans, now);
-    if (!packet_hold_add(&state->stray, &packet)) {
-        return __drop(state, &packet.video, PACKET_DROP_NO_MEMORY);
-    }
-    return PACKET_DROP_REASONS;
-}
-
 static bool __is_below_floor(const stream_state *state, seq_t seq)
 {
     return state->has_floor && !zeb_uint32_after(reception_number(&state->arrivals, seq), state->floor);
@@ -357,13 +338,13 @@ static packet_drop_e __place(stream_state *state, PVideoData4 *video, bool is_re
     case RECEPTION_DUPLICATE:
         return __drop(state, video, PACKET_DROP_DUPLICATE);
     case RECEPTION_STRAY:
-        return __stray_keep(state, video, is_retrans, *now_p);
+        return stray_packet_keep(state, video, is_retrans);
     case RECEPTION_RESTARTED:
     case RECEPTION_NEWEST:
     case RECEPTION_EARLIER:
         break;
     }
-    __stray_forget(state);
+    stray_packet_forget(state);
     if (__is_below_floor(state, video->common.seq)) {
         return __drop(state, video, PACKET_DROP_LATE);
     }

@@ -37,10 +37,9 @@ static bool __is_nothing_delivered(watchdog *self, const webrtc_video_cache_t *c
     return last_packet_at >= self->stands_since + kWatchdogDeliveryPatience;
 }
 
-watchdog_e watchdog_find(watchdog *self, const webrtc_video_cache_t *cache, uint64_t n_delivered,
-                         zeb_ts_t last_packet_at, zeb_ts_t now)
+static watchdog_e __find(const watchdog *self, const webrtc_video_cache_t *cache, bool is_nothing_delivered,
+                         zeb_ts_t now)
 {
-    const bool is_nothing_delivered = __is_nothing_delivered(self, cache, n_delivered, last_packet_at, now);
     if (cache->frm_cur_cnt > cache->pkt_cur_cnt) {
         return WATCHDOG_FRAMES_WITHOUT_PACKETS;
     }
@@ -56,4 +55,15 @@ watchdog_e watchdog_find(watchdog *self, const webrtc_video_cache_t *cache, uint
         return WATCHDOG_KEY_FRAME_STUCK;
     }
     return is_nothing_delivered ? WATCHDOG_NOTHING_DELIVERED : WATCHDOG_REASONS;
+}
+
+watchdog_e watchdog_find(watchdog *self, const webrtc_video_cache_t *cache, uint64_t n_delivered,
+                         zeb_ts_t last_packet_at, zeb_ts_t now)
+{
+    const bool is_nothing_delivered = __is_nothing_delivered(self, cache, n_delivered, last_packet_at, now);
+    const watchdog_e found = __find(self, cache, is_nothing_delivered, now);
+    if (found != WATCHDOG_REASONS) {
+        self->stands_since = now;
+    }
+    return found;
 }

@@ -18,6 +18,6 @@ struct watchdog {
 void watchdog_look(watchdog *self, const webrtc_video_cache_t *cache, zeb_ts_t now);
 
 // Looks at it again afterwards. `n_delivered` counts the frames that it has delivered so far, and `last_packet_at`
-// is when its last packet came. Returns what is wrong, or WATCHDOG_REASONS.
+// is when its last packet came. Returns what is wrong, and then the cache is to be cleared, or WATCHDOG_REASONS.
 watchdog_e watchdog_find(watchdog *self, const webrtc_video_cache_t *cache, uint64_t n_delivered,
                          zeb_ts_t last_packet_at, zeb_ts_t now);

@@ -38,7 +38,11 @@ class Client
 
     explicit Client(bool estimates_downlink = false) : service(rtc_service_create())
     {
-        const channel_config config = {"bench", estimates_downlink, &Client::on_frame, this};
+        channel_config config = {};
+        config.name = "bench";
+        config.enable_bandwidth_est_downlink = estimates_downlink;
+        config.on_frame = &Client::on_frame;
+        config.on_frame_context = this;
         channel = rtc_channel_create(service, &config);
         rtc_channel_set_payload_type(channel, 96, VIDEO_TYPE_H264);
     }

@@ -1,0 +1,28 @@
+#include "stray_packet.h"
+
+static packet_drop_e __drop(stream_state *state, PVideoData4 *video, packet_drop_e reason)
+{
+    zeb_fini_typed_obj(&zeb_dynamic_bytes_type, &video->payload);
+    state->report.packets_dropped[reason] += 1;
+    return reason;
+}
+
+packet_drop_e stray_packet_keep(stream_state *state, PVideoData4 *video, bool is_retrans)
+{
+    if (is_retrans) {
+        return __drop(state, video, PACKET_DROP_LATE);
+    }
+    stray_packet_forget(state);
+    held_packet packet = {};
+    video_data4_take(&packet.video, video);
+    if (!packet_hold_add(&state->stray, &packet)) {
+        return __drop(state, &packet.video, PACKET_DROP_NO_MEMORY);
+    }
+    return PACKET_DROP_REASONS;
+}
+
+void stray_packet_forget(stream_state *state)
+{
+    state->report.packets_dropped[PACKET_DROP_LATE] += state->stray.packets.count;
+    packet_hold_clear(&state->stray);
+}
