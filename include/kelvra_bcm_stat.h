@@ -16,6 +16,8 @@ typedef struct KelvraBcmStatisticsConfig {
     void *stream; /* the owning user_video_stream */
 } KelvraBcmStatisticsConfig;
 
+struct rate_estimator;
+
 /* The statistics of one stream. The first four fields are read and written by the stream's owner too. */
 typedef struct KelvraBcmStatistics {
     int64_t last_reported_continuous_frame_number_; /* frame reported last, continuous or not */
@@ -25,6 +27,11 @@ typedef struct KelvraBcmStatistics {
 
     void *stream; /* as configured */
 
+    struct rate_estimator *estimator; /* owned; never null */
+
+    uint64_t remb_bps;         /* advised last, bit/s; 0 before the first advice */
+    uint64_t remb_n_packets;   /* `n_packets` at that time */
+    zeb_ts_t remb_at;          /* milliseconds, of that time */
     uint64_t n_packets;        /* samples taken */
     uint64_t n_bytes;          /* of those, RTP headers included */
     uint64_t n_retransmitted;  /* samples of retransmissions */

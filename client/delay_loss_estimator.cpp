@@ -1,0 +1,154 @@
+// The estimator that is built in: puts delay gradient, incoming rate, loss and rate control together.
+#include <cstring>
+
+#include "delay_gradient.h"
+#include "rate_control.h"
+#include "rate_estimator.h"
+#include "rate_meter.h"
+#include "receive_quality.h"
+
+// The rate is looked at this often, and at once when over-use begins.
+constexpr zeb_ts_t kControlIntervalMs = 50;
+
+// Before this much time the path is not known at all.
+constexpr zeb_ts_t kSettleMs = 500;
+
+// Loss is told for a second, or longer when too few packets came for a share of 2 % to mean something.
+constexpr zeb_ts_t kLossIntervalMs = 1000;
+constexpr uint64_t kLossPacketsMin = 20;
+
+// No path loses that many packets in a row and goes on: the sender has started over at another number.
+constexpr uint16_t kSeqJump = 3000;
+
+struct delay_loss_estimator {
+    rate_estimator base;
+    net_rcv_analyzer_t *loss; // of originals
+    uint64_t expected;        // by `loss`, when the interval began
+    zeb_ts_t loss_since;      // milliseconds
+    seq_t seq;                // latest original
+    bool is_started;
+    zeb_ts_t first_at; // milliseconds
+    zeb_ts_t controlled_at;
+    delay_signal signal; // at the last control
+    rate_meter meter;
+    delay_gradient gradient;
+    rate_control control;
+};
+
+static delay_loss_estimator *__self(rate_estimator *base)
+{
+    return reinterpret_cast<delay_loss_estimator *>(base);
+}
+
+// ---- Life ----
+
+static rate_estimator *__create()
+{
+    auto *self =
+        static_cast<delay_loss_estimator *>(zeb_malloc_impl_dbg(sizeof(delay_loss_estimator), __func__, __LINE__));
+    if (self == nullptr) {
+        return nullptr;
+    }
+    memset(self, 0, sizeof(*self));
+    self->base.ops = &kDelayLossEstimator;
+    self->loss = net_rcv_analyzer_new();
+    if (self->loss == nullptr) {
+        zeb_free_impl(self);
+        return nullptr;
+    }
+    return &self->base;
+}
+
+static void __destroy(rate_estimator *base)
+{
+    net_rcv_analyzer_del(&__self(base)->loss);
+    zeb_free_impl(base);
+}
+
+static void __reset(rate_estimator *base)
+{
+    delay_loss_estimator *self = __self(base);
+    net_rcv_analyzer_t *const loss = self->loss;
+    memset(self, 0, sizeof(*self));
+    self->base.ops = &kDelayLossEstimator;
+    self->loss = loss;
+    net_rcv_analyzer_reset(loss);
+}
+
+// ---- Loss ----
+
+static void __loss_begin(delay_loss_estimator *self, zeb_ts_t now)
+{
+    self->loss_since = now;
+    self->expected = net_rcv_analyzer_expected(self->loss);
+}
+
+static void __loss_count(delay_loss_estimator *self, const rate_sample *sample)
+{
+    const bool has_jumped = zeb_uint16_dist(sample->seq, self->seq) > kSeqJump;
+    self->seq = sample->seq;
+    if (has_jumped) {
+        net_rcv_analyzer_reset(self->loss);
+        __loss_begin(self, sample->arrived_at);
+    }
+    net_rcv_analyzer_on_packet(self->loss, sample->seq, 0, 0, sample->arrived_at);
+}
+
+static void __loss_control(delay_loss_estimator *self, zeb_ts_t now)
+{
+    const uint64_t expected = net_rcv_analyzer_expected(self->loss) - self->expected;
+    if (now - self->loss_since < kLossIntervalMs || expected < kLossPacketsMin) {
+        return;
+    }
+    const uint8_t lost = net_rcv_analyzer_take_fraction_lost(self->loss);
+    rate_control_on_loss(&self->control, static_cast<float>(lost) / 256.0f);
+    __loss_begin(self, now);
+}
+
+// ---- Packets ----
+
+static void __start(delay_loss_estimator *self, const rate_sample *sample)
+{
+    self->is_started = true;
+    self->first_at = sample->arrived_at;
+    self->controlled_at = sample->arrived_at;
+    self->loss_since = sample->arrived_at;
+    self->seq = sample->seq;
+}
+
+static void __delay_control(delay_loss_estimator *self, zeb_ts_t now)
+{
+    const delay_signal signal = self->gradient.signal;
+    const bool is_overuse_new = signal == DELAY_OVERUSE && self->signal != DELAY_OVERUSE;
+    if (now - self->controlled_at < kControlIntervalMs && !is_overuse_new) {
+        return;
+    }
+    self->signal = signal;
+    self->controlled_at = now;
+    rate_control_on_delay(&self->control, signal, rate_meter_bps(&self->meter, now), now);
+}
+
+static void __on_packet(rate_estimator *base, const rate_sample *sample)
+{
+    delay_loss_estimator *self = __self(base);
+    if (!self->is_started) {
+        __start(self, sample);
+    }
+    rate_meter_add(&self->meter, sample->size, sample->arrived_at);
+    if (!sample->is_retransmission) {
+        delay_gradient_on_packet(&self->gradient, sample);
+        __loss_count(self, sample);
+    }
+    if (sample->arrived_at - self->first_at >= kSettleMs || self->gradient.signal == DELAY_OVERUSE) {
+        __delay_control(self, sample->arrived_at);
+        __loss_control(self, sample->arrived_at);
+    }
+}
+
+static uint64_t __estimate_bps(const rate_estimator *base)
+{
+    const auto *self = reinterpret_cast<const delay_loss_estimator *>(base);
+    return static_cast<uint64_t>(rate_control_bps(&self->control));
+}
+
+const rate_estimator_ops kDelayLossEstimator = {__create, __destroy, __reset, __on_packet, __estimate_bps};
