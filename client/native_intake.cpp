@@ -146,14 +146,12 @@ static packet_drop_e __insert(stream_state *state, PVideoData4 *video, const zeb
     return __drop(state, refusal);
 }
 
-// The same when the packets' numbers start over too: the first one of the new ones was kept.
-static void __restart_from_stray(stream_state *state, const zeb_ts_t *now_p)
+static void __stray_take_in(stream_state *state, const zeb_ts_t *now_p)
 {
-    __restart(state);
-    held_packet *first = packet_hold_take_first(&state->stray);
-    if (first != nullptr) {
-        __insert(state, &first->video, now_p);
-        held_packet_free(first);
+    held_packet *stray = packet_hold_take_first(&state->stray);
+    if (stray != nullptr) {
+        __insert(state, &stray->video, now_p);
+        held_packet_free(stray);
     }
 }
 
@@ -176,7 +174,11 @@ static packet_drop_e __place(stream_state *state, PVideoData4 *video, bool is_re
     case RECEPTION_STRAY:
         return stray_packet_keep(state, video, is_retrans);
     case RECEPTION_RESTARTED:
-        __restart_from_stray(state, now_p);
+        __restart(state);
+        __stray_take_in(state, now_p);
+        break;
+    case RECEPTION_RESUMED:
+        __stray_take_in(state, now_p);
         break;
     case RECEPTION_NEWEST:
     case RECEPTION_EARLIER:

@@ -91,36 +91,12 @@ static void __count(stream_report *report, const reception_packet *packet, zeb_t
 static bool __is_jump(const reception *self, seq_t seq)
 {
     const auto ahead = static_cast<seq_t>(seq - static_cast<seq_t>(self->newest));
-    return ahead >= kReceptionMaxDropout && ahead <= static_cast<seq_t>(0 - kReceptionMaxMisorder);
+    return ahead >= kReceptionMaxGap && ahead <= static_cast<seq_t>(0 - kReceptionMaxMisorder);
 }
 
-// Two numbers in sequence make a new beginning. A retransmission is old by nature and proves nothing.
-static reception_verdict __jump(reception *self, stream_report *report, const reception_packet *packet)
+// A number that is neither a jump nor was confirmed as one.
+static reception_verdict __file(reception *self, stream_report *report, const reception_packet *packet)
 {
-    if (packet->is_retrans) {
-        return RECEPTION_STRAY;
-    }
-    if (self->has_stray && packet->seq == zeb_uint16_next(self->stray_seq)) {
-        __begin(self, self->stray_seq, self->stray_timestamp);
-        __advance(self, report, self->newest + 1, packet->timestamp);
-        return RECEPTION_RESTARTED;
-    }
-    self->has_stray = true;
-    self->stray_seq = packet->seq;
-    self->stray_timestamp = packet->timestamp;
-    return RECEPTION_STRAY;
-}
-
-static reception_verdict __place(reception *self, stream_report *report, const reception_packet *packet)
-{
-    if (!self->has_started) {
-        __begin(self, packet->seq, packet->timestamp);
-        return RECEPTION_NEWEST;
-    }
-    if (__is_jump(self, packet->seq)) {
-        return __jump(self, report, packet);
-    }
-    self->has_stray = false;
     const uint32_t number = reception_number(self, packet->seq);
     if (__entry_find(self, number) != nullptr) {
         return RECEPTION_DUPLICATE;
@@ -131,6 +107,66 @@ static reception_verdict __place(reception *self, stream_report *report, const r
     }
     __fill_hole(self, report, number, packet);
     return RECEPTION_EARLIER;
+}
+
+// How far the stray number is ahead of the newest one.
+static seq_t __stray_distance(const reception *self)
+{
+    return static_cast<seq_t>(self->stray_seq - static_cast<seq_t>(self->newest));
+}
+
+static bool __is_long_loss(const reception *self)
+{
+    return __stray_distance(self) < kReceptionMaxDropout;
+}
+
+// A number close by, and closer than to the newest one, confirms a long loss; paths reorder. A new numbering takes
+// two numbers in sequence. A retransmission is old by nature and proves nothing.
+static bool __confirms_stray(const reception *self, const reception_packet *packet)
+{
+    if (!self->has_stray || packet->is_retrans) {
+        return false;
+    }
+    if (!__is_long_loss(self)) {
+        return packet->seq == zeb_uint16_next(self->stray_seq);
+    }
+    const uint16_t to_stray = zeb_uint16_dist(packet->seq, self->stray_seq);
+    const uint16_t to_newest = zeb_uint16_dist(packet->seq, static_cast<seq_t>(self->newest));
+    return to_stray > 0 && to_stray < kReceptionMaxGap && to_stray < to_newest;
+}
+
+static reception_verdict __confirm_stray(reception *self, stream_report *report, const reception_packet *packet)
+{
+    const bool is_loss = __is_long_loss(self);
+    self->has_stray = false;
+    if (is_loss) {
+        __advance(self, report, self->newest + __stray_distance(self), self->stray_timestamp);
+    } else {
+        __begin(self, self->stray_seq, self->stray_timestamp);
+    }
+    __file(self, report, packet);
+    return is_loss ? RECEPTION_RESUMED : RECEPTION_RESTARTED;
+}
+
+static reception_verdict __place(reception *self, stream_report *report, const reception_packet *packet)
+{
+    if (!self->has_started) {
+        __begin(self, packet->seq, packet->timestamp);
+        return RECEPTION_NEWEST;
+    }
+    if (__confirms_stray(self, packet)) {
+        return __confirm_stray(self, report, packet);
+    }
+    if (!__is_jump(self, packet->seq)) {
+        self->has_stray = false;
+        return __file(self, report, packet);
+    }
+    if (!packet->is_retrans) {
+        self->has_stray = true;
+        self->stray_seq = packet->seq;
+        self->stray_timestamp = packet->timestamp;
+    }
+    return RECEPTION_STRAY;
 }
 
 reception_verdict reception_note(reception *self, stream_report *report, const reception_packet *packet, zeb_ts_t now)

@@ -8,11 +8,13 @@
 #include "rtc_seq.h"
 #include "stream_report.h"
 
-// A number this far ahead of the newest one, or so far behind, is no gap and no late packet but a jump, which the
-// next number confirms or not. Behind, a retransmission may be as old as the reorder patience; the history
-// has to reach at least as far.
-constexpr uint16_t kReceptionMaxDropout = 3000;
+// A number this far ahead of the newest one, or so far behind, is a jump, which the next number confirms or not: one
+// damaged number that was believed would make latecomers of all packets up to it. Behind, a retransmission may
+// be as old as the reorder patience, and the history has to reach at least as far.
+constexpr uint16_t kReceptionMaxGap = 100;
 constexpr uint16_t kReceptionMaxMisorder = 2000;
+// A confirmed jump ahead by less than this is a long loss, any other a new numbering.
+constexpr uint16_t kReceptionMaxDropout = 3000;
 constexpr uint32_t kReceptionHistory = 2048; // numbers; a power of 2
 
 enum reception_verdict : uint8_t {
@@ -20,6 +22,7 @@ enum reception_verdict : uint8_t {
     RECEPTION_EARLIER,   // not seen before, but a later one was
     RECEPTION_DUPLICATE, // seen before
     RECEPTION_STRAY,     // far from all others; noted nowhere, unless the next one confirms it
+    RECEPTION_RESUMED,   // close to the stray one, which came behind a long loss
     RECEPTION_RESTARTED  // follows the stray one: the sender numbers anew from that one on
 };
 

@@ -302,18 +302,22 @@ static void __cache_clear(stream_state *state, frame_drop_e reason)
     state->wants_key_frame = true;
 }
 
-// The sender numbers anew, and the packet before the current one was the first of the new numbers.
-static void __restart(stream_state *state, const zeb_ts_t *now_p)
+// The sender numbers anew.
+static void __restart(stream_state *state)
 {
     CLIENT_LOG(LM_CHANNEL, RTC_LOG_INFO, "[%s] stream of user %u numbers its packets anew",
                state->stream->channel->name_id, state->stream->user->state->uid);
     __cache_clear(state, FRAME_DROP_AFTER_GAP);
     rtp_delivery_restart(&state->rtp);
     state->has_floor = false;
-    held_packet *first = packet_hold_take_first(&state->stray);
-    if (first != nullptr) {
-        __hold_or_feed(state, &first->video, first->is_retrans, now_p);
-        held_packet_free(first);
+}
+
+static void __stray_take_in(stream_state *state, const zeb_ts_t *now_p)
+{
+    held_packet *stray = packet_hold_take_first(&state->stray);
+    if (stray != nullptr) {
+        __hold_or_feed(state, &stray->video, stray->is_retrans, now_p);
+        held_packet_free(stray);
     }
 }
 
@@ -340,6 +344,7 @@ static packet_drop_e __place(stream_state *state, PVideoData4 *video, bool is_re
     case RECEPTION_STRAY:
         return stray_packet_keep(state, video, is_retrans);
     case RECEPTION_RESTARTED:
+    case RECEPTION_RESUMED:
     case RECEPTION_NEWEST:
     case RECEPTION_EARLIER:
         break;
@@ -371,7 +376,10 @@ packet_drop_e rtp_intake_take(stream_state *state, const uint8_t *packet, const 
     const reception_verdict verdict = __note(state, view, is_retrans, *now_p);
     PVideoData4 video;
     if (verdict == RECEPTION_RESTARTED) {
-        __restart(state, now_p);
+        __restart(state);
+    }
+    if (verdict == RECEPTION_RESTARTED || verdict == RECEPTION_RESUMED) {
+        __stray_take_in(state, now_p);
     }
     packet_drop_e result = PACKET_DROP_NO_MEMORY;
     if (__video_make(&video, packet, view, codec)) {
@@ -436,8 +444,8 @@ static void __check(stream_state *state, const zeb_ts_t *now_p)
 
 static void __guard(stream_state *state, zeb_ts_t now)
 {
-    const watchdog_e found = watchdog_find(&state->guard, &state->stream->video_cache_q, state->rtp.n_handed_over,
-                                           state->report.last_packet_at, now);
+    const watchdog_progress progress = {state->report.packets, state->report.last_packet_at, state->rtp.n_handed_over};
+    const watchdog_e found = watchdog_find(&state->guard, &state->stream->video_cache_q, &progress, now);
     if (found == WATCHDOG_REASONS) {
         return;
     }

@@ -24,17 +24,29 @@ void watchdog_look(watchdog *self, const webrtc_video_cache_t *cache, zeb_ts_t n
     }
 }
 
-static bool __is_nothing_delivered(watchdog *self, const webrtc_video_cache_t *cache, uint64_t n_delivered,
-                                   zeb_ts_t last_packet_at, zeb_ts_t now)
+static bool __is_waiting_for_key_frame(const webrtc_video_cache_t *cache)
 {
-    const bool is_first_look = self->stands_since == 0;
-    if (is_first_look || cache->pkt_cur_cnt == 0 || n_delivered != self->n_delivered) {
-        self->n_delivered = n_delivered;
-        self->stands_since = now;
+    return (cache->frm_flag & 1u) != 0;
+}
+
+static void __start_over(watchdog *self, const watchdog_progress *progress, zeb_ts_t now)
+{
+    self->n_packets = progress->n_packets;
+    self->n_delivered = progress->n_delivered;
+    self->stands_since = now;
+}
+
+// Silence is none of the cache's faults, nor is a sender that sends no key frame: what counts is that packets came
+// in all that time, held or refused.
+static bool __is_nothing_delivered(watchdog *self, const webrtc_video_cache_t *cache, const watchdog_progress *progress,
+                                   zeb_ts_t now)
+{
+    if (progress->n_packets == self->n_packets || progress->n_delivered != self->n_delivered ||
+        self->stands_since == 0 || __is_waiting_for_key_frame(cache)) {
+        __start_over(self, progress, now);
         return false;
     }
-    // Silence is none of the cache's faults: what counts is that packets came in all that time.
-    return last_packet_at >= self->stands_since + kWatchdogDeliveryPatience;
+    return progress->last_packet_at >= self->stands_since + kWatchdogDeliveryPatience;
 }
 
 static watchdog_e __find(const watchdog *self, const webrtc_video_cache_t *cache, bool is_nothing_delivered,
@@ -43,27 +55,25 @@ static watchdog_e __find(const watchdog *self, const webrtc_video_cache_t *cache
     if (cache->frm_cur_cnt > cache->pkt_cur_cnt) {
         return WATCHDOG_FRAMES_WITHOUT_PACKETS;
     }
-    if (__holds_nothing(cache)) {
-        return WATCHDOG_REASONS;
-    }
-    if (__head_frame(cache) == nullptr) {
+    const bool holds_something = !__holds_nothing(cache);
+    if (holds_something && __head_frame(cache) == nullptr) {
         return WATCHDOG_HEAD_WITHOUT_FRAME;
     }
     // The check drops an overdue head unless it mistakes it for the key frame to go on with; then it always will.
-    if (self->overdue_head != nullptr && __head_frame(cache) == self->overdue_head &&
+    if (holds_something && self->overdue_head != nullptr && __head_frame(cache) == self->overdue_head &&
         __is_overdue_key_frame(self->overdue_head, now)) {
         return WATCHDOG_KEY_FRAME_STUCK;
     }
     return is_nothing_delivered ? WATCHDOG_NOTHING_DELIVERED : WATCHDOG_REASONS;
 }
 
-watchdog_e watchdog_find(watchdog *self, const webrtc_video_cache_t *cache, uint64_t n_delivered,
-                         zeb_ts_t last_packet_at, zeb_ts_t now)
+watchdog_e watchdog_find(watchdog *self, const webrtc_video_cache_t *cache, const watchdog_progress *progress,
+                         zeb_ts_t now)
 {
-    const bool is_nothing_delivered = __is_nothing_delivered(self, cache, n_delivered, last_packet_at, now);
+    const bool is_nothing_delivered = __is_nothing_delivered(self, cache, progress, now);
     const watchdog_e found = __find(self, cache, is_nothing_delivered, now);
     if (found != WATCHDOG_REASONS) {
-        self->stands_since = now;
+        __start_over(self, progress, now);
     }
     return found;
 }

@@ -62,6 +62,7 @@ constexpr auto New = RECEPTION_NEWEST;
 constexpr auto Old = RECEPTION_EARLIER;
 constexpr auto Twice = RECEPTION_DUPLICATE;
 constexpr auto Stray = RECEPTION_STRAY;
+constexpr auto Resumed = RECEPTION_RESUMED;
 constexpr auto Restarted = RECEPTION_RESTARTED;
 
 INSTANTIATE_TEST_SUITE_P(
@@ -74,7 +75,13 @@ INSTANTIATE_TEST_SUITE_P(
         row{"before the first", {0, -2}, {New, Old}, 1, 0, 1},
         row{"before the first, hole filled", {0, -2, -1}, {New, Old, Old}, 0, 0, 2},
         row{"a hole filled by retransmission", {0, 2, kRetrans + 1}, {New, New, Old}, 0, 1, 0},
-        row{"the largest gap", {0, 2999}, {New, New}, 2998, 1, 0},
+        row{"the largest gap", {0, 99}, {New, New}, 98, 1, 0},
+        row{"a long loss, confirmed", {0, 100, 101}, {New, Stray, Resumed}, 99, 1, 0},
+        row{"the longest loss, confirmed", {0, 2999, 3000, 3001}, {New, Stray, Resumed, New}, 2998, 1, 0},
+        row{"a long loss, confirmed from behind", {0, 400, 399}, {New, Stray, Resumed}, 398, 1, 1},
+        row{"a long loss, confirmed by one that is no jump", {0, 100, 99}, {New, Stray, Resumed}, 98, 1, 1},
+        row{"a jump ahead that the next one denies", {0, 100, 1, 2}, {New, Stray, New, New}, 0, 0, 0},
+        row{"a jump ahead twice the same", {0, 400, 400, 1}, {New, Stray, Stray, New}, 0, 0, 0},
         row{"a jump ahead alone", {0, 3000, 1}, {New, Stray, New}, 0, 0, 0},
         row{"a jump ahead confirmed", {0, 3000, 3001, 3002}, {New, Stray, Restarted, New}, 0, 0, 0},
         row{"the oldest late packet", {0, -1999}, {New, Old}, 1998, 0, 1},

@@ -431,6 +431,25 @@ TEST(RtpPathPackets, WithoutPayloadBehindAGapHideNothing)
 
 // ---- Numberings that start over ----
 
+TEST(RtpPathLoss, OfHundredsOfPacketsIsOvercome)
+{
+    for (const uint16_t lost : {uint16_t{98}, uint16_t{99}, uint16_t{100}, uint16_t{1000}, uint16_t{2998}}) {
+        Client client;
+        Sender sender;
+        const frame first = sender.key_frame();
+        client.receive(first);
+        sender.seq = static_cast<uint16_t>(sender.seq + lost);
+        const frame second = sender.key_frame();
+        const frame third = sender.delta_frame(2);
+        client.receive(second);
+        client.receive(third);
+        client.pass(300);
+        expect_frames(client, {first, second, third});
+        EXPECT_EQ(client.report().packets_lost, lost);
+        EXPECT_EQ(client.packet_drops(), "");
+    }
+}
+
 TEST(RtpPathRestart, FollowsASenderThatNumbersAnew)
 {
     for (const int jump : {-30000, -3000, 5000, 30000}) {
@@ -521,6 +540,20 @@ class RtpPathShuffled : public testing::TestWithParam<uint32_t>
 };
 
 INSTANTIATE_TEST_SUITE_P(Seeds, RtpPathShuffled, testing::Range(1u, 41u));
+
+TEST(RtpPathReorder, OfALargeFrameFromItsEndToItsBeginningMakesOneWholeFrame)
+{
+    Client client;
+    Sender sender;
+    sender.nal_size = 50000;
+    const frame key = sender.key_frame();
+    const frame delta = sender.delta_frame(300);
+    client.receive(key);
+    for (size_t k = delta.packets.size(); k > 0; k--) {
+        client.receive(delta.packets[k - 1]);
+    }
+    expect_frames(client, {key, delta});
+}
 
 // Every packet is up to 20 places late, in key frames as well as in others, with and without delimiters.
 TEST_P(RtpPathShuffled, LosesNothingOfAStreamWhosePacketsAreShuffled)

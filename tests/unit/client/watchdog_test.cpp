@@ -176,13 +176,20 @@ class WatchdogOnCache : public testing::Test
         cache.pkt_cur_cnt = cache.frm_cur_cnt = 1;
     }
 
-    watchdog_e find(zeb_ts_t now, zeb_ts_t last_packet_at = 0)
+    watchdog_e find(zeb_ts_t now)
     {
         watchdog_look(&dog, &cache, now);
-        return watchdog_find(&dog, &cache, 0, last_packet_at, now);
+        return watchdog_find(&dog, &cache, &progress, now);
+    }
+
+    void packet_comes(zeb_ts_t at)
+    {
+        progress.n_packets += 1;
+        progress.last_packet_at = at;
     }
 
     watchdog dog = {};
+    watchdog_progress progress = {};
     webrtc_video_cache_t cache = {};
     webrtc_video_frame_t frame = {};
     std::vector<webrtc_video_packet_t> slots;
@@ -190,10 +197,10 @@ class WatchdogOnCache : public testing::Test
 
 TEST_F(WatchdogOnCache, FindsNothingInAnEmptyOne)
 {
-    EXPECT_EQ(find(100000, 100000), WATCHDOG_REASONS);
+    EXPECT_EQ(find(100000), WATCHDOG_REASONS);
     cache.pkt_arr = nullptr;
     cache.pkt_min_seq = 0;
-    EXPECT_EQ(find(100000, 100000), WATCHDOG_REASONS) << "without a ring";
+    EXPECT_EQ(find(100000), WATCHDOG_REASONS) << "without a ring";
 }
 
 TEST_F(WatchdogOnCache, FindsAHeadWithoutAFrameAtOnce)
@@ -215,12 +222,45 @@ TEST_F(WatchdogOnCache, FindsAnOverdueKeyFrameThatStays)
     EXPECT_EQ(find(3000), WATCHDOG_REASONS) << "complete";
 }
 
-TEST_F(WatchdogOnCache, CountsTheTimeWithoutDeliveryFromItsFirstLook)
+struct delivery_row {
+    const char *what;
+    std::function<void(watchdog_progress &, webrtc_video_cache_t &)> meanwhile;
+    watchdog_e found;
+};
+
+TEST_F(WatchdogOnCache, CountsTheTimeInWhichPacketsCameAndNothingWentOut)
 {
-    hold_one();
-    EXPECT_EQ(find(50000, 50000), WATCHDOG_REASONS);
-    EXPECT_EQ(find(54000, 53999), WATCHDOG_REASONS);
-    EXPECT_EQ(find(54000, 54000), WATCHDOG_NOTHING_DELIVERED);
+    const std::vector<delivery_row> rows = {
+        {"packets came", [](watchdog_progress &, webrtc_video_cache_t &) {}, WATCHDOG_NOTHING_DELIVERED},
+        {"a frame went out", [](watchdog_progress &so_far, webrtc_video_cache_t &) { so_far.n_delivered++; },
+         WATCHDOG_REASONS},
+        {"a key frame is waited for", [](watchdog_progress &, webrtc_video_cache_t &waiting) { waiting.frm_flag = 1; },
+         WATCHDOG_REASONS},
+        {"the last packet came early",
+         [](watchdog_progress &so_far, webrtc_video_cache_t &) { so_far.last_packet_at -= 1; }, WATCHDOG_REASONS}};
+    for (const delivery_row &row : rows) {
+        dog = {};
+        cache.frm_flag = 0;
+        find(50000);
+        packet_comes(54000);
+        row.meanwhile(progress, cache);
+        EXPECT_EQ(find(54000), row.found) << row.what;
+    }
+}
+
+TEST_F(WatchdogOnCache, CountsFromTheFirstPacketBehindASilence)
+{
+    packet_comes(1000);
+    find(1000);
+    find(60000);
+    packet_comes(60005);
+    EXPECT_EQ(find(60010), WATCHDOG_REASONS);
+    packet_comes(63999);
+    EXPECT_EQ(find(64000), WATCHDOG_REASONS);
+    packet_comes(64000);
+    EXPECT_EQ(find(64000), WATCHDOG_NOTHING_DELIVERED);
+    packet_comes(64001);
+    EXPECT_EQ(find(64010), WATCHDOG_REASONS) << "said once";
 }
 
 } // namespace
