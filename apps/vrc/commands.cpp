@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <array>
+#include <cinttypes>
 #include <cstdarg>
+#include <cstdio>
 #include <cstring>
 #include <optional>
 #include <string_view>
@@ -108,11 +110,10 @@ class frame_writer
             return true;
         }
         std::array<char, 128> text{}; // six numbers of at most 20 digits
-        const auto end =
-            fmt::format_to_n(text.begin(), text.size(), "{},{},{:d},{},{},{}\n", index, frame.rtp_timestamp,
-                             frame.is_key, frame.size, frame.first_seq, frame.last_seq)
-                .out;
-        return list_->write(text.data(), static_cast<size_t>(end - text.begin()));
+        const int size =
+            std::snprintf(text.data(), text.size(), "%" PRIu64 ",%" PRIu32 ",%d,%zu,%d,%d\n", index,
+                          frame.rtp_timestamp, frame.is_key ? 1 : 0, frame.size, frame.first_seq, frame.last_seq);
+        return list_->write(text.data(), static_cast<size_t>(size));
     }
 
     std::optional<output_file> bitstream_;

@@ -131,12 +131,14 @@ bool rtp_finder::candidate::looks_encrypted() const
     return payloads_ >= enough && static_cast<double>(first_bytes_.count()) >= 0.8 * expected;
 }
 
+// The fewer packets, the more it may all be chance: one alone is never likely enough.
 rtp_stream rtp_finder::candidate::describe(const stream_identity &identity) const
 {
     rtp_stream stream;
     stream.identity = identity;
-    const double factor =
-        rtp_likelihood() * (identity.payload_type < kFirstFreePayloadType ? kStaticPayloadTypeFactor : 1.0);
+    const auto packets = static_cast<double>(packets_);
+    const double factor = rtp_likelihood() * packets / (packets + 1) *
+                          (identity.payload_type < kFirstFreePayloadType ? kStaticPayloadTypeFactor : 1.0);
     stream.h264_likelihood = h264_.fit() * factor;
     stream.h265_likelihood = h265_.fit() * factor;
     stream.likelihood = std::max(stream.h264_likelihood, stream.h265_likelihood);

@@ -167,33 +167,33 @@ TEST(DatagramParser, TellsWhatElseFramesHold)
     struct {
         const char *name;
         int link_type;
-        bytes frame;
         frame_kind kind;
+        bytes frame;
     } const rows[] = {
-        {"ARP", DLT_EN10MB, ethernet(0x0806, bytes(28, 0)), frame_kind::not_ip},
-        {"802.3 length", DLT_EN10MB, ethernet(38, bytes(38, 0)), frame_kind::not_ip},
-        {"TCP", DLT_RAW, ipv4(bytes(20, 0), {{}, 0, 6}), frame_kind::not_udp},
-        {"ICMPv6", DLT_RAW, ipv6(58, bytes(4, 0)), frame_kind::not_udp},
-        {"no next header", DLT_RAW, ipv6(59, {}), frame_kind::not_udp},
-        {"ESP", DLT_RAW, ipv6(50, bytes(40, 0)), frame_kind::not_udp},
-        {"first fragment", DLT_RAW, ipv4(udp(kPayload), {{}, 0x2000}), frame_kind::fragment},
-        {"later fragment", DLT_RAW, ipv4(udp(kPayload), {{}, 0x0010}), frame_kind::fragment},
-        {"first IPv6 fragment", DLT_RAW, ipv6(44, fragment_header(kUdp, 1, udp(kPayload))), frame_kind::fragment},
-        {"later IPv6 fragment", DLT_RAW, ipv6(44, fragment_header(kUdp, 0x10, kPayload)), frame_kind::fragment},
-        {"less than the IP length", DLT_RAW, ipv4(udp(kPayload), {{}, 0, kUdp, 100}), frame_kind::truncated},
-        {"empty", DLT_EN10MB, {}, frame_kind::truncated},
-        {"empty, raw", DLT_RAW, {}, frame_kind::truncated},
-        {"IP version 5", DLT_RAW, bytes(40, 0x50), frame_kind::damaged},
-        {"IPv6 as IPv4", DLT_EN10MB, ethernet(kTypeIpv4, kV6), frame_kind::damaged},
-        {"IPv4 as IPv6", DLT_EN10MB, ethernet(kTypeIpv6, kV4 + bytes(20, 0)), frame_kind::damaged},
-        {"IPv4 header of 16 bytes", DLT_RAW, bytes{0x44} + bytes(39, 0), frame_kind::damaged},
-        {"UDP longer than IP", DLT_RAW, ipv4(udp(kPayload, 14)), frame_kind::damaged},
-        {"UDP shorter than its header", DLT_RAW, ipv4(udp(kPayload, 7)), frame_kind::damaged},
-        {"no room for UDP", DLT_RAW, ipv4(bytes(7, 0)), frame_kind::damaged},
-        {"extension beyond the end", DLT_RAW, ipv6(0, bytes{kUdp, 200} + bytes(30, 0)), frame_kind::damaged},
-        {"extension without a length", DLT_RAW, ipv6(0, bytes{kUdp}), frame_kind::damaged},
-        {"another family", DLT_NULL, le32(7) + kV4, frame_kind::not_ip},
-        {"unknown link", 147, kV4, frame_kind::not_ip},
+        {"ARP", DLT_EN10MB, frame_kind::not_ip, ethernet(0x0806, bytes(28, 0))},
+        {"802.3 length", DLT_EN10MB, frame_kind::not_ip, ethernet(38, bytes(38, 0))},
+        {"TCP", DLT_RAW, frame_kind::not_udp, ipv4(bytes(20, 0), {{}, 0, 6})},
+        {"ICMPv6", DLT_RAW, frame_kind::not_udp, ipv6(58, bytes(4, 0))},
+        {"no next header", DLT_RAW, frame_kind::not_udp, ipv6(59, {})},
+        {"ESP", DLT_RAW, frame_kind::not_udp, ipv6(50, bytes(40, 0))},
+        {"first fragment", DLT_RAW, frame_kind::fragment, ipv4(udp(kPayload), {{}, 0x2000})},
+        {"later fragment", DLT_RAW, frame_kind::fragment, ipv4(udp(kPayload), {{}, 0x0010})},
+        {"first IPv6 fragment", DLT_RAW, frame_kind::fragment, ipv6(44, fragment_header(kUdp, 1, udp(kPayload)))},
+        {"later IPv6 fragment", DLT_RAW, frame_kind::fragment, ipv6(44, fragment_header(kUdp, 0x10, kPayload))},
+        {"less than the IP length", DLT_RAW, frame_kind::truncated, ipv4(udp(kPayload), {{}, 0, kUdp, 100})},
+        {"empty", DLT_EN10MB, frame_kind::truncated, {}},
+        {"empty, raw", DLT_RAW, frame_kind::truncated, {}},
+        {"IP version 5", DLT_RAW, frame_kind::damaged, bytes(40, 0x50)},
+        {"IPv6 as IPv4", DLT_EN10MB, frame_kind::damaged, ethernet(kTypeIpv4, kV6)},
+        {"IPv4 as IPv6", DLT_EN10MB, frame_kind::damaged, ethernet(kTypeIpv6, kV4 + bytes(20, 0))},
+        {"IPv4 header of 16 bytes", DLT_RAW, frame_kind::damaged, bytes{0x44} + bytes(39, 0)},
+        {"UDP longer than IP", DLT_RAW, frame_kind::damaged, ipv4(udp(kPayload, 14))},
+        {"UDP shorter than its header", DLT_RAW, frame_kind::damaged, ipv4(udp(kPayload, 7))},
+        {"no room for UDP", DLT_RAW, frame_kind::damaged, ipv4(bytes(7, 0))},
+        {"extension beyond the end", DLT_RAW, frame_kind::damaged, ipv6(0, bytes{kUdp, 200} + bytes(30, 0))},
+        {"extension without a length", DLT_RAW, frame_kind::damaged, ipv6(0, bytes{kUdp})},
+        {"another family", DLT_NULL, frame_kind::not_ip, le32(7) + kV4},
+        {"unknown link", 147, frame_kind::not_ip, kV4},
     };
     for (const auto &row : rows) {
         EXPECT_EQ(parse(row.link_type, row.frame).kind, row.kind) << row.name;

@@ -156,6 +156,19 @@ TEST(RtpFinder, TakesTimestampsThatGoBackForPicturesInDecodingOrder)
     EXPECT_TRUE(net.streams()[0].is_video());
 }
 
+TEST(RtpFinder, DoubtsOnePacketAloneHoweverGoodItLooks)
+{
+    traffic net;
+    net.send(0, rtp({1, 1}, h264_parameter_sets()));
+    net.send(0, rtp({2, 1}, h264_idr_slice(100)));
+    net.send(0, rtp({3, 2}, h264_inter_slice(100)));
+    ASSERT_EQ(net.streams().size(), 1u);
+    EXPECT_TRUE(net.streams()[0].is_video());
+    net.send(0, rtp({1, 1, false, 5}, h264_parameter_sets()));
+    ASSERT_EQ(net.streams().size(), 2u);
+    EXPECT_FALSE(net.streams()[1].is_rtp());
+}
+
 TEST(RtpFinder, DoubtsVideoUnderPayloadTypeOfAudio)
 {
     traffic net;
