@@ -73,8 +73,9 @@ void check_frame_queue(const rtc_video_frames_t &q, Findings &findings)
         }
     }
     for (size_t i = 0; i < VIDEO_FRAMES_Q_PKT_INDEX; i++) {
-        findings.expect(q.pkt_frame_pos[i] >= -1 && q.pkt_frame_pos[i] < VIDEO_FRAMES_Q_SLOTS,
-                        name("index entry", i) + "names no slot");
+        if (q.pkt_frame_pos[i] < -1 || q.pkt_frame_pos[i] >= VIDEO_FRAMES_Q_SLOTS) {
+            findings.expect(false, name("index entry", i) + "names no slot");
+        }
     }
 }
 
@@ -83,6 +84,11 @@ int collect_frame(zeb_rb_node *node, void *frames)
     static_cast<std::set<const webrtc_video_frame_t *> *>(frames)->insert(
         reinterpret_cast<const webrtc_video_frame_t *>(node));
     return 0;
+}
+
+bool owns_nothing(const webrtc_video_packet_t &pkt)
+{
+    return pkt.state == WEBRTC_VIDEO_PKT_NONE && pkt.video.payload.values == nullptr && pkt.frm_ptr == nullptr;
 }
 
 void check_ring_slot(const webrtc_video_packet_t &pkt, size_t slot,
@@ -129,6 +135,9 @@ void check_cache(const webrtc_video_cache_t &cache, Findings &findings)
                     "pkt_all_cnt against the ring");
     for (size_t slot = 0; cache.pkt_arr != nullptr && slot < WEBRTC_VIDEO_RING_SLOTS; slot++) {
         const webrtc_video_packet_t &pkt = cache.pkt_arr[slot];
+        if (owns_nothing(pkt)) { // nearly all of them: no words are made about those
+            continue;
+        }
         check_ring_slot(pkt, slot, frames, findings);
         n_set += pkt.state == WEBRTC_VIDEO_PKT_SET;
         slots_of[pkt.frm_ptr]++;

@@ -271,3 +271,24 @@ TEST(ReorderCacheHostile, SurvivesEveryAllocationFailingOnceOrForGood)
         }
     }
 }
+
+TEST(ReorderCacheHostile, LeavesNoPacketBehindWhenAFrameHadMorePacketsThanItsCounterHolds)
+{
+    constexpr int packets = 69636; // as many as it takes for the frame's range to shrink to one packet a fourth time
+    constexpr int of_another_frame = packets - 65537; // so that a 16-bit count would read 1 at that moment
+    ReorderScene scene;
+
+    scene.run_unchecked(K(0, 1));
+    for (int n = 1; n < packets; n++) {
+        const bool is_of_another_frame = n >= 1000 && n < 1000 + of_another_frame;
+        const auto expected = static_cast<int>(scene.cache->pkt_exp_seq);
+        ASSERT_EQ(scene.run_unchecked(K(expected, is_of_another_frame ? 2 : 1)), "kept");
+        scene.world.log.clear();
+        scene.world.allocations.clear();
+    }
+    ASSERT_NE(scene.frame(1), nullptr);
+    ASSERT_EQ(scene.frame(1)->cur_min_seq, scene.frame(1)->cur_max_seq);
+    EXPECT_EQ(scene.run(check().at(2000)), "");
+    EXPECT_EQ(scene.frame(1), nullptr);
+    EXPECT_GT(scene.cache->pkt_cur_cnt, 8000u); // none of which points at the frame
+}
