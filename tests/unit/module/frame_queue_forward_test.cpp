@@ -256,6 +256,16 @@ TEST_P(ExpectedPacket, NeverMovesPastAFrameThatIsAbsent)
     EXPECT_EQ(stream->pkt_seq, pkt(1));
 }
 
+TEST_P(ExpectedPacket, FindsNoFurtherFrameWhileTheQueueCountsNone)
+{
+    video_frame *first = insert_frame(0, 0, 1, {0});
+
+    insert_frame(1, 1, 1, {0});
+    q->count = 0;
+    auto_forward(first, 0);
+    EXPECT_EQ(stream->pkt_seq, pkt(1));
+}
+
 // Each of the 40 slots is passed at most once, even when the newest frame is further off.
 TEST_F(ExpectedPacketEdge, EndsAfterFortyWholeFrames)
 {
