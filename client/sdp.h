@@ -128,6 +128,7 @@ struct sdp_video {
     sdp_crypto cryptos[kSdpCryptosMax]; // in order of preference
 };
 
+// A whole description: about 10 KB, too much for a small task's stack.
 struct sdp_session {
     size_t n_videos;
     sdp_video videos[kSdpVideosMax];
