@@ -122,7 +122,7 @@ ReorderScene::ReorderScene(numbering base) : base_(base)
 
 std::string ReorderScene::run(const reorder_step &step)
 {
-    const std::string out = run_unchecked(step);
+    std::string out = run_unchecked(step);
 
     expect_invariants();
     return out;

@@ -45,6 +45,7 @@ class ReorderCacheInternals : public testing::Test
 using ReorderCacheFrameMap = ReorderCacheInternals;
 using ReorderCacheOrder = ReorderCacheInternals;
 using ReorderCacheEnds = ReorderCacheInternals;
+using ReorderCacheRemovalInternals = ReorderCacheInternals;
 using ReorderCacheHandover = ReorderCacheInternals;
 
 std::vector<uint32_t> timestamps_walked(const World &world)
@@ -306,6 +307,28 @@ TEST_F(ReorderCacheEnds, AMarkerProvesNothingBeyondTheNewestPacketOrAFreeSlot)
     EXPECT_EQ(behind.min_seq, 0xFFFFFFFFu);
     EXPECT_EQ(frm.max_seq, 10u);
     *ring_slot(cache, 11) = {};
+}
+
+// -- Removal --
+
+TEST_F(ReorderCacheRemovalInternals, LeavesBoundsThatTheFrameDoesNotReach)
+{
+    webrtc_video_frame_t *frm = insert_frame(1);
+
+    frm->cur_min_seq = frm->cur_max_seq = 50;
+    hold(100, 9);
+    hold(101, 10);
+    cache->pkt_exp_seq = 102;
+    cache->frm_min_timestamp = 3;
+    cache->frm_max_timestamp = 4;
+    webrtc_video_remove_frame(cache, frm);
+    EXPECT_EQ(cache->pkt_cur_cnt, 2u);
+    EXPECT_EQ(cache->pkt_min_seq, 100u);
+    EXPECT_EQ(cache->pkt_max_seq, 101u);
+    EXPECT_EQ(cache->frm_min_timestamp, 3u);
+    EXPECT_EQ(cache->frm_max_timestamp, 4u);
+    EXPECT_EQ(cache->pkt_exp_seq, 102u);
+    EXPECT_EQ(cache->frm_cur_cnt, 0u);
 }
 
 // -- Handing over --
