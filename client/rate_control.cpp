@@ -12,10 +12,10 @@ constexpr float kGrowthStart = 0.5f;
 constexpr float kGrowthFar = 0.08f;
 
 // Near the limit: half a packet of 1200 bytes for each response time, 200 ms. At least so much of the rate that the
-// way from 0.85 of a fast link back to all of it takes no minutes; at most so much that a slow link does not overflow
-// at once.
+// way from 0.85 of a fast link back to all of it takes seconds, not minutes; at most so much that a slow link does
+// not overflow at once.
 constexpr float kGrowthNearBps = 0.5f * 1200 * 8 / 0.2f; // per second
-constexpr float kGrowthNearMin = 0.01f;
+constexpr float kGrowthNearMin = 0.02f;
 constexpr float kGrowthNearMax = 0.04f;
 
 // One update grows for at most this long: a pause is no time in which the path was tried.

@@ -358,7 +358,7 @@ TEST(DelayGradientBounds, HoldWithRandomPackets)
         delay_gradient_on_packet(&gradient, &sample);
         ASSERT_LE(gradient.n_points, kTrendWindow);
         ASSERT_LT(gradient.next_point, kTrendWindow);
-        ASSERT_GE(gradient.threshold_ms, 6.0f);
+        ASSERT_GE(gradient.threshold_ms, 10.0f);
         ASSERT_LE(gradient.threshold_ms, 600.0f);
     }
 }
@@ -371,7 +371,7 @@ TEST(DelayGradientThreshold, SinksSlowlyWhileTheDelayIsTheSame)
     feed_steady(feed, 20, 30);
     EXPECT_GT(feed.gradient.threshold_ms, 10.0f);
     feed_steady(feed, 20, 600);
-    EXPECT_EQ(6.0f, feed.gradient.threshold_ms);
+    EXPECT_EQ(10.0f, feed.gradient.threshold_ms);
 }
 
 TEST(DelayGradientThreshold, FollowsARiseUpwards)
@@ -392,7 +392,7 @@ TEST(DelayGradientThreshold, IsNotMovedByASuddenEvent)
     for (int i = 0; i < 5; i++) {
         feed.frame(33, 1000); // the first frames behind a change of the route
     }
-    EXPECT_EQ(6.0f, feed.gradient.threshold_ms);
+    EXPECT_EQ(10.0f, feed.gradient.threshold_ms);
 }
 
 } // namespace
