@@ -234,6 +234,8 @@ TEST_P(FrameCreation, KeepsItsFieldsWhenLaterPacketsDiffer)
     EXPECT_EQ(frame->min_rtp_seq, before.min_rtp_seq);
     EXPECT_EQ(frame->rtp_timestamp, before.rtp_timestamp);
     EXPECT_EQ(frame->payload_type, before.payload_type);
+    EXPECT_EQ(q->min_ts, ts_of(0));
+    EXPECT_EQ(q->max_ts, ts_of(0));
     EXPECT_TRUE(logged().empty());
 }
 
@@ -626,6 +628,20 @@ TEST_F(FrameMemory, DropsTheFrameWhoseStatusArrayCannotBeHad)
                                "8 [DEBUG][RCV_VID][chan] auto fwd due to remove frame, index 3",
                                "7 [INFO][RCV_VID] part of pkts, n_pkts_total 3, n_pkts_received 0, "
                                "expect_seq -1 --> 103"}));
+}
+
+// Initialisation of the queue leaves that pointer as it was.
+TEST_F(FrameMemory, ReleasesNoStaleStatusArray)
+{
+    video_packet_status_t stale = {};
+
+    slot_of(7)->pkts_status = &stale;
+    world.refuse_tag(kArraysTag);
+    EXPECT_EQ(insert(packet(7, 100, 3, 1)), nullptr);
+    expect_is_empty(slot_of(7));
+    slot_of(8)->pkts_status = &stale;
+    EXPECT_EQ(insert(packet(8, 110, 0, 0)), nullptr);
+    expect_is_empty(slot_of(8));
 }
 
 TEST_F(FrameMemory, LogsUnderTheReceivingModuleWhateverTheStream)

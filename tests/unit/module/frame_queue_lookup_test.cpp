@@ -190,6 +190,21 @@ TEST_P(FrameLookup, DoesNotFindAPacketOutsideTheRangeReceived)
     EXPECT_EQ(video_stream_find_frame_by_pkt_seq(stream, pkt(3)), frame);
 }
 
+// What is stored outside of it, too.
+TEST_P(FrameLookup, TakesTheRangeReceivedAtItsWord)
+{
+    video_frame *frame = insert_frame(0, 0, 5, {0, 1, 2, 3, 4});
+
+    frame->min_seq = pkt(1);
+    frame->max_seq = pkt(3);
+    for (const seq_t seq : seqs({0, 4})) {
+        EXPECT_EQ(video_stream_find_frame_by_pkt_seq(stream, pkt(seq)), nullptr) << seq;
+    }
+    for (const seq_t seq : seqs({1, 2, 3})) {
+        EXPECT_EQ(video_stream_find_frame_by_pkt_seq(stream, pkt(seq)), frame) << seq;
+    }
+}
+
 TEST_P(FrameLookup, DoesNotFindAPacketWithoutBytes)
 {
     const video_frame *frame = insert_frame(0, 0, 3, {0, 2});
