@@ -62,7 +62,10 @@ packet_drop_e native_intake_check(const PVideoData4 *video, rtp_view *view)
         return PACKET_DROP_BAD_FRAME_HEADER;
     }
     const auto *bytes = static_cast<const uint8_t *>(video->payload.values);
-    const packet_drop_e reason = rtp_parse(bytes, bytes == nullptr ? 0 : video->payload.count, view);
+    if (bytes == nullptr) {
+        return PACKET_DROP_BAD_HEADER;
+    }
+    const packet_drop_e reason = rtp_parse(bytes, video->payload.count, view);
     if (reason != PACKET_DROP_REASONS) {
         return reason;
     }
