@@ -45,7 +45,7 @@ inline bytes rtp_packet(const rtp_fields &fields)
     if (fields.extension_words >= 0) {
         append_number(packet, 0xBEDE, 2);
         append_number(packet, static_cast<uint32_t>(fields.extension_words), 2);
-        packet.insert(packet.end(), static_cast<size_t>(4 * fields.extension_words), 0xE7);
+        packet.insert(packet.end(), size_t{4} * static_cast<size_t>(fields.extension_words), 0xE7);
     }
     packet.insert(packet.end(), fields.payload.begin(), fields.payload.end());
     if (fields.padding != 0) {

@@ -32,7 +32,7 @@ struct door_row {
     packet_drop_e reason;
 };
 
-bytes damaged(rtp_fields fields, const std::function<void(bytes &)> &damage)
+bytes damaged(const rtp_fields &fields, const std::function<void(bytes &)> &damage)
 {
     bytes packet = rtp_packet(fields);
     damage(packet);

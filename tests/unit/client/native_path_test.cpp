@@ -83,14 +83,12 @@ class NativePath : public testing::Test
 
     void expect_frames(const std::vector<native_frame> &sent)
     {
-        std::vector<uint32_t> taken_seqs;
-        std::vector<uint32_t> sent_seqs;
-        for (const taken_frame &frame : client.frames) {
-            taken_seqs.push_back(frame.frame_seq);
-        }
-        for (const native_frame &frame : sent) {
-            sent_seqs.push_back(frame.seq);
-        }
+        std::vector<uint32_t> taken_seqs(client.frames.size());
+        std::vector<uint32_t> sent_seqs(sent.size());
+        std::transform(client.frames.begin(), client.frames.end(), taken_seqs.begin(),
+                       [](const taken_frame &frame) { return frame.frame_seq; });
+        std::transform(sent.begin(), sent.end(), sent_seqs.begin(),
+                       [](const native_frame &frame) { return frame.seq; });
         ASSERT_EQ(taken_seqs, sent_seqs);
         for (size_t i = 0; i < sent.size(); i++) {
             EXPECT_EQ(client.frames[i].data, annexb_of(sent[i])) << sent[i].seq;
