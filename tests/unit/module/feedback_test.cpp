@@ -371,7 +371,7 @@ TEST(PictureWalk, WaitsAgainWhenNoFrameIsComplete)
     World world;
     Reporter r;
     r.stat->last_reported_continuous_frame_number_ = 41;
-    for (const uint32_t frame_seq : {41, 42, 43}) {
+    for (const uint32_t frame_seq : {41u, 42u, 43u}) {
         r.add_frame(frame_seq, false);
     }
 
@@ -509,7 +509,7 @@ TEST(PictureWalk, StallsUntilTheStartFrameArrives)
     World world;
     Reporter r;
     r.stat->last_reported_continuous_frame_number_ = 41;
-    for (const uint32_t frame_seq : {40, 41, 43, 44}) {
+    for (const uint32_t frame_seq : {40u, 41u, 43u, 44u}) {
         r.add_frame(frame_seq);
     }
 
