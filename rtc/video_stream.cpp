@@ -1077,25 +1077,33 @@ void delete_all_cache_frames(webrtc_video_cache_t *video_cache)
     }
 }
 
-// Empties every slot between the oldest and the newest packet held. That is all of them unless sequence
+// A slot's payload goes whatever its state, and nothing else of it is cleared: the ring is on its way out.
+void release_payload(webrtc_video_packet_t *pkt)
+{
+    zeb_fini_typed_obj(&zeb_dynamic_bytes_type, &pkt->video.payload);
+    pkt->state = WEBRTC_VIDEO_PKT_NONE;
+}
+
+void empty_slot(webrtc_video_cache_t *video_cache, uint32_t seq, void (*release)(webrtc_video_packet_t *pkt))
+{
+    webrtc_video_packet_t *pkt = ring_slot(video_cache, seq);
+
+    video_cache->pkt_cur_cnt -= is_set(pkt);
+    release(pkt);
+}
+
+// Releases every slot between the oldest and the newest packet held. That is all of them unless sequence
 // numbers more than half a circle apart have met; what is then left over is found in the whole ring. With
 // both ends unknown the range is the one slot 0x1FFF.
-void empty_ring(webrtc_video_cache_t *video_cache)
+void empty_ring(webrtc_video_cache_t *video_cache, void (*release)(webrtc_video_packet_t *pkt))
 {
     const uint16_t max_seq = low16(video_cache->pkt_max_seq);
 
     for (uint16_t s = low16(video_cache->pkt_min_seq); zeb_uint16_after_eq(max_seq, s); s = zeb_uint16_next(s)) {
-        webrtc_video_packet_t *pkt = ring_slot(video_cache, s);
-        if (is_set(pkt)) {
-            webrtc_video_packet_reset(pkt);
-            video_cache->pkt_cur_cnt--;
-        }
+        empty_slot(video_cache, s, release);
     }
-    if (video_cache->pkt_cur_cnt == 0) {
-        return;
-    }
-    for (uint32_t i = 0; i < WEBRTC_VIDEO_RING_SLOTS; i++) {
-        webrtc_video_packet_reset(ring_slot(video_cache, i));
+    for (uint32_t i = 0; video_cache->pkt_cur_cnt != 0 && i < WEBRTC_VIDEO_RING_SLOTS; i++) {
+        empty_slot(video_cache, i, release);
     }
     video_cache->pkt_cur_cnt = 0;
 }
@@ -1688,11 +1696,10 @@ void webrtc_video_cache_fini(webrtc_video_cache_t *video_cache)
     }
     if (video_cache->pkt_arr != nullptr) {
         delete_all_cache_frames(video_cache);
-        empty_ring(video_cache);
+        empty_ring(video_cache, release_payload);
         zeb_free_impl(video_cache->pkt_arr);
         video_cache->pkt_arr = nullptr;
         video_cache->pkt_all_cnt = 0;
-        video_cache->pkt_cur_cnt = 0;
         video_cache->pkt_min_seq = 0;
         video_cache->pkt_max_seq = 0;
     }
@@ -1706,7 +1713,7 @@ void webrtc_video_cache_reset(webrtc_video_cache_t *video_cache)
         return;
     }
     delete_all_cache_frames(video_cache);
-    empty_ring(video_cache);
+    empty_ring(video_cache, webrtc_video_packet_reset);
     video_cache->frm_cur_cnt = 0;
     video_cache->frm_all_cnt = 0;
     forget_sequences(video_cache);
