@@ -1,0 +1,20 @@
+#include "loss_policy.h"
+
+static bool __is_hopeless(const loss_situation *situation)
+{
+    if (situation->will_never_complete) {
+        return true;
+    }
+    if (situation->offers_retransmission) {
+        return situation->is_used_up;
+    }
+    return situation->missing_for >= kLossReorderPatience;
+}
+
+loss_verdict loss_policy_decide(const loss_situation *situation)
+{
+    if (!situation->gives_up_early || !situation->is_held_up || !__is_hopeless(situation)) {
+        return LOSS_WAIT;
+    }
+    return situation->holds_key_frame ? LOSS_DROP_TO_HELD_KEY : LOSS_CLEAR_AND_ASK;
+}

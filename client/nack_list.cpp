@@ -1,0 +1,150 @@
+#include "nack_list.h"
+
+#include <cstring>
+
+// A retransmission crosses the path twice with some play; asked again too soon it would come twice.
+static zeb_ts_t __repeat_interval(const nack_list *self)
+{
+    const zeb_ts_t rtt = nack_list_rtt(self);
+    return rtt + rtt / 4;
+}
+
+static zeb_ts_t __due_at(const nack_list *self, const missing_packet *packet)
+{
+    if (packet->tries == 0) {
+        return packet->missing_since + kNackHold;
+    }
+    return packet->tries < kNackTriesMax ? packet->asked_at + __repeat_interval(self) : kNackNever;
+}
+
+static void __drop_first(nack_list *self, size_t count)
+{
+    self->count -= count;
+    memmove(self->missing, self->missing + count, self->count * sizeof self->missing[0]);
+}
+
+// The place of `number`, or of the first one above it.
+static size_t __lower_bound(const nack_list *self, uint32_t number)
+{
+    size_t low = 0;
+    size_t high = self->count;
+    while (low < high) {
+        const size_t middle = low + (high - low) / 2;
+        if (static_cast<int32_t>(self->missing[middle].number - number) < 0) {
+            low = middle + 1;
+        } else {
+            high = middle;
+        }
+    }
+    return low;
+}
+
+zeb_ts_t nack_list_rtt(const nack_list *self)
+{
+    return self->rtt_8 == 0 ? kNackRttUnknown : (self->rtt_8 + 4) / 8;
+}
+
+void nack_list_add(nack_list *self, uint32_t first, uint32_t last, zeb_ts_t now)
+{
+    size_t count = last - first + 1;
+    if (count > kNackListMax) {
+        first += static_cast<uint32_t>(count - kNackListMax);
+        count = kNackListMax;
+    }
+    if (self->count + count > kNackListMax) {
+        __drop_first(self, self->count + count - kNackListMax);
+    }
+    for (uint32_t i = 0; i < count; i++) {
+        self->missing[self->count] = {first + i, 0, now, 0};
+        self->count += 1;
+    }
+}
+
+static void __measure(nack_list *self, const missing_packet *packet, zeb_ts_t now)
+{
+    const zeb_ts_t sample = now - packet->asked_at;
+    if (packet->tries != 1 || sample < kNackRttMin) {
+        return;
+    }
+    const auto sample_8 = static_cast<uint32_t>(sample * 8);
+    self->rtt_8 = self->rtt_8 == 0 ? sample_8 : self->rtt_8 - self->rtt_8 / 8 + sample_8 / 8;
+}
+
+bool nack_list_remove(nack_list *self, uint32_t number, zeb_ts_t now)
+{
+    const size_t place = __lower_bound(self, number);
+    if (place == self->count || self->missing[place].number != number) {
+        return false;
+    }
+    __measure(self, &self->missing[place], now);
+    self->count -= 1;
+    memmove(&self->missing[place], &self->missing[place + 1], (self->count - place) * sizeof self->missing[0]);
+    return true;
+}
+
+bool nack_list_was_asked_for(const nack_list *self, uint32_t number)
+{
+    const size_t place = __lower_bound(self, number);
+    return place < self->count && self->missing[place].number == number && self->missing[place].tries > 0;
+}
+
+void nack_list_forget_below(nack_list *self, uint32_t number)
+{
+    const size_t count = __lower_bound(self, number);
+    if (count > 0) {
+        __drop_first(self, count);
+    }
+}
+
+void nack_list_clear(nack_list *self)
+{
+    self->count = 0;
+}
+
+static void __forget_expired(nack_list *self, zeb_ts_t now)
+{
+    size_t kept = 0;
+    for (size_t i = 0; i < self->count; i++) {
+        if (now - self->missing[i].missing_since < kNackPatience) {
+            self->missing[kept] = self->missing[i];
+            kept += 1;
+        }
+    }
+    self->count = kept;
+}
+
+size_t nack_list_take_due(nack_list *self, zeb_ts_t now, uint32_t *numbers, size_t capacity)
+{
+    size_t taken = 0;
+    __forget_expired(self, now);
+    for (size_t i = 0; i < self->count && taken < capacity; i++) {
+        missing_packet *packet = &self->missing[i];
+        if (now >= __due_at(self, packet)) {
+            packet->tries = static_cast<uint8_t>(packet->tries + 1);
+            packet->asked_at = now;
+            numbers[taken] = packet->number;
+            taken += 1;
+        }
+    }
+    return taken;
+}
+
+zeb_ts_t nack_list_next_at(const nack_list *self)
+{
+    zeb_ts_t next_at = kNackNever;
+    for (size_t i = 0; i < self->count; i++) {
+        const zeb_ts_t due_at = __due_at(self, &self->missing[i]);
+        next_at = due_at < next_at ? due_at : next_at;
+    }
+    return next_at;
+}
+
+const missing_packet *nack_list_oldest(const nack_list *self)
+{
+    return self->count == 0 ? nullptr : &self->missing[0];
+}
+
+bool nack_list_is_used_up(const nack_list *self, const missing_packet *packet, zeb_ts_t now)
+{
+    return packet->tries >= kNackTriesMax && now >= packet->asked_at + __repeat_interval(self);
+}

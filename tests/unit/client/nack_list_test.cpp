@@ -1,0 +1,192 @@
+#include "nack_list.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace
+{
+
+constexpr zeb_ts_t kStart = 5000;
+
+// A list, the virtual time, and what was asked for at each call.
+class NackList : public testing::Test
+{
+  protected:
+    std::vector<uint32_t> due(zeb_ts_t at, size_t capacity = kNackListMax)
+    {
+        std::vector<uint32_t> numbers(kNackListMax);
+        numbers.resize(nack_list_take_due(&list, kStart + at, numbers.data(), capacity));
+        return numbers;
+    }
+
+    void lose(uint32_t first, uint32_t last, zeb_ts_t at)
+    {
+        nack_list_add(&list, first, last, kStart + at);
+    }
+
+    bool arrive(uint32_t number, zeb_ts_t at)
+    {
+        return nack_list_remove(&list, number, kStart + at);
+    }
+
+    nack_list list = {};
+};
+
+using Numbers = std::vector<uint32_t>;
+
+TEST_F(NackList, AsksForNothingWhenNothingIsMissing)
+{
+    EXPECT_EQ(due(0), Numbers());
+    EXPECT_EQ(nack_list_next_at(&list), kNackNever);
+    EXPECT_EQ(nack_list_oldest(&list), nullptr);
+}
+
+TEST_F(NackList, HoldsTheFirstRequestForPacketsThatAreOnlyLate)
+{
+    lose(70, 72, 0);
+    EXPECT_EQ(nack_list_next_at(&list), kStart + kNackHold);
+    EXPECT_EQ(due(kNackHold - 1), Numbers());
+    EXPECT_TRUE(arrive(71, kNackHold - 1));
+    EXPECT_EQ(due(kNackHold), (Numbers{70, 72}));
+}
+
+TEST_F(NackList, NeverAsksForWhatHasArrived)
+{
+    lose(70, 70, 0);
+    EXPECT_TRUE(arrive(70, 5));
+    EXPECT_FALSE(arrive(70, 6));
+    EXPECT_FALSE(arrive(71, 6));
+    EXPECT_EQ(due(1000), Numbers());
+}
+
+TEST_F(NackList, AsksAgainAfterTheAssumedRoundTripWhileNoneIsMeasured)
+{
+    lose(70, 70, 0);
+    const zeb_ts_t repeat = kNackRttUnknown + kNackRttUnknown / 4;
+    EXPECT_EQ(due(10), Numbers{70});
+    EXPECT_EQ(due(10 + repeat - 1), Numbers());
+    EXPECT_EQ(due(10 + repeat), Numbers{70});
+}
+
+TEST_F(NackList, AsksAgainNoSoonerThanTheMeasuredRoundTrip)
+{
+    lose(70, 70, 0);
+    due(10);
+    arrive(70, 70);
+    EXPECT_EQ(nack_list_rtt(&list), 60u);
+    lose(80, 80, 100);
+    EXPECT_EQ(due(110), Numbers{80});
+    EXPECT_EQ(nack_list_next_at(&list), kStart + 110 + 75);
+    EXPECT_EQ(due(110 + 74), Numbers());
+    EXPECT_EQ(due(110 + 75), Numbers{80});
+}
+
+TEST_F(NackList, DoesNotMeasureWhatMayAnswerEitherOfTwoRequests)
+{
+    lose(70, 70, 0);
+    due(10);
+    due(200);
+    arrive(70, 210);
+    EXPECT_EQ(nack_list_rtt(&list), kNackRttUnknown);
+}
+
+TEST_F(NackList, DoesNotTakeAPacketThatWasOnlyLateForARoundTrip)
+{
+    lose(70, 70, 0);
+    due(10);
+    arrive(70, 10 + kNackRttMin - 1);
+    EXPECT_EQ(nack_list_rtt(&list), kNackRttUnknown);
+}
+
+TEST_F(NackList, SmoothsTheRoundTrip)
+{
+    lose(70, 71, 0);
+    due(10);
+    arrive(70, 90);
+    arrive(71, 170);
+    EXPECT_EQ(nack_list_rtt(&list), 90u); // 80 + (160 - 80) / 8
+}
+
+TEST_F(NackList, StopsAfterTenRequestsAndSaysWhenTheyAreUsedUp)
+{
+    lose(70, 70, 0);
+    due(10);
+    arrive(70, 40); // 30 ms there and back: asked again every 37 ms
+    lose(80, 80, 100);
+    size_t requests = 0;
+    zeb_ts_t last = 0;
+    for (zeb_ts_t at = 100; at < 1500; at++) {
+        if (!due(at).empty()) {
+            requests++;
+            last = at;
+        }
+    }
+    EXPECT_EQ(requests, kNackTriesMax);
+    EXPECT_FALSE(nack_list_is_used_up(&list, nack_list_oldest(&list), kStart + last + 36));
+    EXPECT_TRUE(nack_list_is_used_up(&list, nack_list_oldest(&list), kStart + last + 37));
+    EXPECT_EQ(nack_list_next_at(&list), kNackNever);
+}
+
+TEST_F(NackList, ForgetsWhatIsOlderThanThePatience)
+{
+    lose(70, 70, 0);
+    lose(80, 80, 1);
+    EXPECT_EQ(due(kNackPatience), Numbers{80});
+    EXPECT_EQ(nack_list_oldest(&list)->number, 80u);
+}
+
+TEST_F(NackList, ForgetsWhatNothingWaitsForAnyMore)
+{
+    lose(70, 79, 0);
+    nack_list_forget_below(&list, 75);
+    EXPECT_EQ(due(10), (Numbers{75, 76, 77, 78, 79}));
+    nack_list_forget_below(&list, 1000);
+    EXPECT_EQ(list.count, 0u);
+}
+
+TEST_F(NackList, KeepsTheNewestOfABurstThatDoesNotFit)
+{
+    lose(1, 100, 0);
+    lose(1000, 1000 + 10 * kNackListMax, 5);
+    EXPECT_EQ(list.count, kNackListMax);
+    EXPECT_EQ(list.missing[0].number, 1000 + 9 * kNackListMax + 1);
+    EXPECT_EQ(list.missing[kNackListMax - 1].number, 1000 + 10 * kNackListMax);
+}
+
+TEST_F(NackList, MakesRoomByForgettingTheOldest)
+{
+    lose(1, kNackListMax, 0);
+    lose(2000, 2001, 5);
+    EXPECT_EQ(list.count, kNackListMax);
+    EXPECT_EQ(list.missing[0].number, 3u);
+}
+
+TEST_F(NackList, AsksForNoMoreAtATimeThanThereIsRoomFor)
+{
+    lose(70, 79, 0);
+    EXPECT_EQ(due(10, 4), (Numbers{70, 71, 72, 73}));
+    EXPECT_EQ(due(10, 40), (Numbers{74, 75, 76, 77, 78, 79}));
+}
+
+TEST_F(NackList, KeepsTheOrderAcrossTheEndOfTheNumbers)
+{
+    lose(0xFFFFFFFE, 1, 0);
+    EXPECT_TRUE(arrive(0, 2));
+    EXPECT_TRUE(arrive(0xFFFFFFFF, 2));
+    EXPECT_EQ(due(10), (Numbers{0xFFFFFFFE, 1}));
+}
+
+TEST_F(NackList, KeepsTheRoundTripWhenItIsCleared)
+{
+    lose(70, 71, 0);
+    due(10);
+    arrive(70, 60);
+    nack_list_clear(&list);
+    EXPECT_EQ(due(500), Numbers());
+    EXPECT_EQ(nack_list_rtt(&list), 50u);
+}
+
+} // namespace
