@@ -1,0 +1,36 @@
+// The parameter sets that a stream has shown, for key frames that come without them.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+constexpr size_t kParameterSetMax = 256; // bytes of one; larger ones are not kept
+constexpr size_t kParameterSetsMax = 8;  // kept at a time
+
+struct parameter_set {
+    uint8_t codec; // VIDEO_PACKET_TYPE
+    uint8_t type;  // NAL unit type
+    uint8_t id;    // of the set among those of its type
+    uint16_t size; // bytes; 0: none
+    uint8_t nal[kParameterSetMax];
+};
+
+// All zero: none is known.
+struct parameter_sets {
+    parameter_set sets[kParameterSetsMax];
+    uint8_t next; // is given up for a new one when all places are taken
+};
+
+// Keeps a copy of a NAL unit without start code when it is a parameter set of the codec; it replaces the one of the same
+// type and identifier. Everything else is ignored.
+void parameter_sets_note(parameter_sets *self, uint8_t codec, const uint8_t *nal, size_t size);
+
+// Notes all that an RTP payload carries whole (RFC 6184: single NAL unit, STAP-A; RFC 7798: single NAL unit, AP).
+void parameter_sets_note_payload(parameter_sets *self, uint8_t codec, const uint8_t *payload, size_t size);
+
+// Bytes that parameter_sets_write writes for a frame; 0 when the frame has parameter sets of its own, begins no random
+// access, or when none are known. `frame` is Annex B with 4-byte start codes.
+size_t parameter_sets_missing_size(const parameter_sets *self, uint8_t codec, const uint8_t *frame, size_t size);
+
+// Writes the sets known of the codec, each behind a 4-byte start code: VPS, SPS, PPS.
+void parameter_sets_write(const parameter_sets *self, uint8_t codec, uint8_t *out);
