@@ -3,8 +3,12 @@
 #include <cstring>
 
 #include "client_log.h"
+#include "feedback.h"
 #include "native_intake.h"
+#include "rtcp.h"
 #include "rtp_intake.h"
+#include "rtx.h"
+#include "rtx_intake.h"
 #include "user.h"
 
 constexpr zeb_ts_t kRefusalLogInterval = 1000; // milliseconds
@@ -15,6 +19,18 @@ static void __name_copy(rtc_channel *channel, const char *name)
 {
     if (name != nullptr) {
         strncpy(channel->name_id, name, RTC_CHANNEL_NAME_SIZE - 1);
+    }
+}
+
+static void __feedback_set_up(channel_state *state, const channel_config *config)
+{
+    state->feedback = config->feedback;
+    state->on_rtcp = config->on_rtcp;
+    state->on_rtcp_context = config->on_rtcp_context;
+    state->local_ssrc = config->local_ssrc;
+    if (config->cname != nullptr) {
+        state->cname_size = strnlen(config->cname, kChannelCnameMax);
+        memcpy(state->cname, config->cname, state->cname_size);
     }
 }
 
@@ -29,9 +45,11 @@ rtc_channel *rtc_channel_create(rtc_service *service, const channel_config *conf
     }
     memset(state, 0, sizeof *state);
     memset(state->codecs, VIDEO_TYPE_UNKNOWN, sizeof state->codecs);
+    memset(state->repeated_types, kNoPayloadType, sizeof state->repeated_types);
     rtc_list_init(&state->users);
     state->on_frame = config->on_frame;
     state->on_frame_context = config->on_frame_context;
+    __feedback_set_up(state, config);
     rtc_channel *channel = &state->channel;
     __name_copy(channel, config->name);
     channel->service = service;
@@ -67,6 +85,46 @@ void rtc_channel_set_payload_type(rtc_channel *channel, uint8_t payload_type, ui
     }
     const bool is_known = codec == VIDEO_TYPE_H264 || codec == VIDEO_TYPE_H265;
     channel->state->codecs[payload_type & 0x7F] = is_known ? codec : static_cast<uint8_t>(VIDEO_TYPE_UNKNOWN);
+}
+
+void rtc_channel_set_rtx(rtc_channel *channel, uint8_t rtx_payload_type, uint8_t payload_type)
+{
+    if (channel != nullptr && channel->state != nullptr) {
+        channel->state->repeated_types[rtx_payload_type & 0x7F] = payload_type & 0x7F;
+    }
+}
+
+// The place of a pair of that sender, a free one, or the one that was set first.
+static ssrc_pair *__pair_place(channel_state *state, uint32_t ssrc)
+{
+    ssrc_pair *free_place = nullptr;
+    for (ssrc_pair &pair : state->ssrc_pairs) {
+        if (pair.is_set && pair.ssrc == ssrc) {
+            return &pair;
+        }
+        if (!pair.is_set && free_place == nullptr) {
+            free_place = &pair;
+        }
+    }
+    if (free_place == nullptr) {
+        free_place = &state->ssrc_pairs[state->next_ssrc_pair];
+        state->next_ssrc_pair = static_cast<uint8_t>((state->next_ssrc_pair + 1) % kSsrcPairsMax);
+    }
+    return free_place;
+}
+
+void rtc_channel_pair_ssrc(rtc_channel *channel, uint32_t ssrc, uint32_t rtx_ssrc)
+{
+    if (channel != nullptr && channel->state != nullptr) {
+        *__pair_place(channel->state, ssrc) = {true, ssrc, rtx_ssrc};
+    }
+}
+
+void rtc_channel_set_parameter_set(rtc_channel *channel, uint8_t codec, const uint8_t *nal, size_t size)
+{
+    if (channel != nullptr && channel->state != nullptr) {
+        parameter_sets_note(&channel->state->described_sets, codec, nal, size);
+    }
 }
 
 // ---- The door ----
@@ -107,30 +165,66 @@ static int __finish(stream_state *state, packet_drop_e result, const zeb_ts_t *n
     return result == PACKET_DROP_REASONS ? 0 : -1;
 }
 
-int rtc_channel_receive_rtp(rtc_channel *channel, const uint8_t *packet, size_t size, bool is_retrans,
-                            const zeb_ts_t *now_p)
+static int __receive_media(channel_state *self, const uint8_t *packet, const rtp_view *view, bool is_retrans,
+                           const zeb_ts_t *now_p)
 {
-    if (!__may_receive(channel, now_p)) {
-        return -1;
-    }
-    channel_state *self = channel->state;
-    rtp_view view;
-    packet_drop_e reason = rtp_parse(packet, packet == nullptr ? 0 : size, &view);
-    if (reason != PACKET_DROP_REASONS) {
-        return __refuse(self, reason, *now_p);
-    }
-    const uint8_t codec = self->codecs[view.payload_type];
+    const uint8_t codec = self->codecs[view->payload_type];
     if (codec == VIDEO_TYPE_UNKNOWN) {
         return __refuse(self, PACKET_DROP_UNKNOWN_PAYLOAD_TYPE, *now_p);
     }
-    stream_state *state = channel_admit_stream(self, view.ssrc, 0, now_p, &reason);
+    packet_drop_e reason = PACKET_DROP_REASONS;
+    stream_state *state = channel_admit_stream(self, view->ssrc, 0, now_p, &reason);
     if (state == nullptr) {
         return __refuse(self, reason, *now_p);
     }
     if (!__is_on_path(state, false)) {
         return __refuse(self, PACKET_DROP_WRONG_PATH, *now_p);
     }
-    return __finish(state, rtp_intake_take(state, packet, &view, codec, is_retrans, now_p), now_p);
+    state->now = *now_p;
+    return __finish(state, rtp_intake_take(state, packet, view, codec, is_retrans, now_p), now_p);
+}
+
+// What a retransmission repeats is taken in as if it had come itself. One that repeats nothing was sent to probe the path.
+static int __receive_rtx(channel_state *self, const uint8_t *packet, size_t size, const rtp_view *view,
+                         const zeb_ts_t *now_p)
+{
+    const user_state *sender = rtx_intake_find_sender(self, packet, view);
+    if (sender == nullptr) {
+        return __refuse(self, PACKET_DROP_UNPAIRED_RETRANSMISSION, *now_p);
+    }
+    auto *original = static_cast<uint8_t *>(zeb_malloc_impl_dbg(size, __func__, __LINE__));
+    if (original == nullptr) {
+        return __refuse(self, PACKET_DROP_NO_MEMORY, *now_p);
+    }
+    size_t original_size = 0;
+    const uint8_t payload_type = self->repeated_types[view->payload_type];
+    const rtx_result result = rtx_restore(packet, size, payload_type, sender->uid, original, size, &original_size);
+    int taken = result == RTX_PADDING_ONLY ? 0 : -1;
+    rtp_view original_view;
+    if (result == RTX_RESTORED && rtp_parse(original, original_size, &original_view) == PACKET_DROP_REASONS) {
+        taken = __receive_media(self, original, &original_view, true, now_p);
+    } else if (result != RTX_PADDING_ONLY) {
+        __refuse(self, PACKET_DROP_BAD_HEADER, *now_p);
+    }
+    zeb_free_impl(original);
+    return taken;
+}
+
+int rtc_channel_receive_rtp(rtc_channel *channel, const uint8_t *packet, size_t size, bool is_retrans,
+                            const zeb_ts_t *now_p)
+{
+    if (!__may_receive(channel, now_p)) {
+        return -1;
+    }
+    rtp_view view;
+    const packet_drop_e reason = rtp_parse(packet, packet == nullptr ? 0 : size, &view);
+    if (reason != PACKET_DROP_REASONS) {
+        return __refuse(channel->state, reason, *now_p);
+    }
+    if (rtx_intake_is_rtx(channel->state, view.payload_type)) {
+        return __receive_rtx(channel->state, packet, size, &view, now_p);
+    }
+    return __receive_media(channel->state, packet, &view, is_retrans, now_p);
 }
 
 static int __receive_native(channel_state *self, PVideoData4 *video, uint8_t stream_id, bool is_retrans,
@@ -148,6 +242,7 @@ static int __receive_native(channel_state *self, PVideoData4 *video, uint8_t str
     if (!__is_on_path(state, true)) {
         return __refuse(self, PACKET_DROP_WRONG_PATH, *now_p);
     }
+    state->now = *now_p;
     return __finish(state, native_intake_take(state, video, &view, is_retrans, now_p), now_p);
 }
 
@@ -164,6 +259,19 @@ int rtc_channel_receive_native(rtc_channel *channel, PVideoData4 *video, uint8_t
     zeb_fini_typed_obj(&zeb_dynamic_bytes_type, &video->extension.contents);
     zeb_fini_typed_obj(&zeb_dynamic_bytes_type, &video->payload);
     return result;
+}
+
+int rtc_channel_receive_rtcp(rtc_channel *channel, const uint8_t *datagram, size_t size, const zeb_ts_t *now_p)
+{
+    if (!__may_receive(channel, now_p)) {
+        return -1;
+    }
+    if (datagram == nullptr || !rtcp_validate(datagram, size)) {
+        channel->state->rtcp_malformed += 1;
+        return -1;
+    }
+    feedback_take_rtcp(channel->state, datagram, size, *now_p);
+    return 0;
 }
 
 // ---- Looking ----
@@ -183,6 +291,11 @@ const stream_report *rtc_channel_stream_report(const user_video_stream *stream)
     return state == nullptr ? nullptr : &state->report;
 }
 
+uint64_t rtc_channel_rtcp_malformed(const rtc_channel *channel)
+{
+    return channel == nullptr || channel->state == nullptr ? 0 : channel->state->rtcp_malformed;
+}
+
 const uint64_t *rtc_channel_packets_refused(const rtc_channel *channel)
 {
     return channel == nullptr || channel->state == nullptr ? nullptr : channel->state->refused;
@@ -192,6 +305,7 @@ const uint64_t *rtc_channel_packets_refused(const rtc_channel *channel)
 
 static void __stream_tick(stream_state *state, const zeb_ts_t *now_p)
 {
+    state->now = *now_p;
     if (state->is_native) {
         native_delivery_run(state, now_p);
     } else {
@@ -199,6 +313,7 @@ static void __stream_tick(stream_state *state, const zeb_ts_t *now_p)
     }
     video_stream_check_send_goodbad_pic(state->stream, now_p);
     stream_state_ask(state, now_p);
+    feedback_tick(state, *now_p);
 }
 
 void channel_tick(channel_state *channel, const zeb_ts_t *now_p)

@@ -26,11 +26,34 @@ struct channel_frame {
 // done is to be done after the call that it came from returns.
 using channel_frame_callback = void (*)(void *context, const channel_frame *frame);
 
+// Called with each RTCP datagram that is to be sent to the channel's senders, from rtc_channel_receive_* and
+// rtc_service_tick. The bytes are only valid during the callback, which is under the rule above.
+using channel_rtcp_callback = void (*)(void *context, const uint8_t *datagram, size_t size);
+
+// What the other side understands and is to be told. All false: nothing is ever sent.
+struct channel_feedback {
+    bool reports;      // receiver reports with SDES (RFC 3550)
+    bool nack;         // generic NACK (RFC 4585): the sender retransmits
+    bool pli;          // picture loss indication (RFC 4585)
+    bool fir;          // full intra request (RFC 5104), used instead of PLI
+    bool remb;         // receiver estimated maximum bitrate; needs enable_bandwidth_est_downlink
+    bool reduced_size; // feedback without a report in front of it is allowed (RFC 5506)
+    // A loss that nothing will repair ends the wait for it at once, with a key-frame request; false: the
+    // 2000 ms are sat out.
+    bool give_up_early;
+};
+
+// All zero, but for what the caller wants, is a channel that only listens.
 struct channel_config {
     const char *name; // printable; cut to RTC_CHANNEL_NAME_SIZE - 1 bytes
     bool enable_bandwidth_est_downlink;
     channel_frame_callback on_frame; // may be null
     void *on_frame_context;
+    channel_feedback feedback = {};
+    channel_rtcp_callback on_rtcp = nullptr; // may be null
+    void *on_rtcp_context = nullptr;
+    uint32_t local_ssrc = 0;     // of the receiver, in what it sends
+    const char *cname = nullptr; // of the receiver (RFC 3550, 6.5.1), copied; null: no SDES is sent
 };
 
 // A new channel, owned by the service; null without memory.
@@ -50,6 +73,22 @@ void rtc_channel_set_payload_type(rtc_channel *channel, uint8_t payload_type, ui
 int rtc_channel_receive_rtp(rtc_channel *channel, const uint8_t *packet, size_t size, bool is_retrans,
                             const zeb_ts_t *now_p);
 
+// Says that packets of `rtx_payload_type` are retransmissions (RFC 4588) of packets of `payload_type`.
+void rtc_channel_set_rtx(rtc_channel *channel, uint8_t rtx_payload_type, uint8_t payload_type);
+
+// Says that retransmissions for the sender `ssrc` come under `rtx_ssrc` (RFC 5576, "ssrc-group:FID"). A sender that
+// is not paired so is paired when a retransmission answers a request (RFC 4588, 5.3).
+void rtc_channel_pair_ssrc(rtc_channel *channel, uint32_t ssrc, uint32_t rtx_ssrc);
+
+// Gives one parameter set that the session description carries (RFC 6184, 8.1: sprop-parameter-sets; RFC 7798, 7.1:
+// sprop-vps, sprop-sps, sprop-pps): a whole NAL unit without start code, which is copied. It is put in front of a
+// key frame that comes without. What is no parameter set of the codec, or too large, is ignored.
+void rtc_channel_set_parameter_set(rtc_channel *channel, uint8_t codec, const uint8_t *nal, size_t size);
+
+// Takes in one RTCP datagram from the senders. Returns 0, or -1 when it is not well-formed: then it is counted and
+// nothing of it is used.
+int rtc_channel_receive_rtcp(rtc_channel *channel, const uint8_t *datagram, size_t size, const zeb_ts_t *now_p);
+
 // Takes in one packet of the native path for stream `stream_id` of user `video->common.uid`. The payload and
 // the extension are taken over and left empty, whatever becomes of the packet. Returns as above.
 int rtc_channel_receive_native(rtc_channel *channel, PVideoData4 *video, uint8_t stream_id, bool is_retrans,
@@ -63,3 +102,6 @@ const stream_report *rtc_channel_stream_report(const user_video_stream *stream);
 
 // Packets that belong to no stream: refused before their sender was known, by reason.
 const uint64_t *rtc_channel_packets_refused(const rtc_channel *channel); // packet_drop_e long
+
+// RTCP datagrams that were not well-formed.
+uint64_t rtc_channel_rtcp_malformed(const rtc_channel *channel);

@@ -1,5 +1,7 @@
 #include "frame_output.h"
 
+#include <cstring>
+
 #include "channel_state.h"
 #include "client_log.h"
 #include "user.h"
@@ -45,6 +47,24 @@ static uint8_t *__bitstream_make(const video_frame *frame, size_t *size)
     }
     zeb_free_impl(parsed.pkts);
     return bitstream;
+}
+
+// Gives a key frame that comes without its parameter sets those that are known. Takes over `bitstream`; null without
+// memory.
+static uint8_t *__parameter_sets_prepend(const stream_state *state, uint8_t codec, uint8_t *bitstream, size_t *size)
+{
+    const size_t sets_size = parameter_sets_missing_size(&state->sets, codec, bitstream, *size);
+    if (sets_size == 0) {
+        return bitstream;
+    }
+    auto *whole = static_cast<uint8_t *>(zeb_malloc_impl_dbg(sets_size + *size, __func__, __LINE__));
+    if (whole != nullptr) {
+        parameter_sets_write(&state->sets, codec, whole);
+        memcpy(whole + sets_size, bitstream, *size);
+        *size += sets_size;
+    }
+    zeb_free_impl(bitstream);
+    return whole;
 }
 
 // ---- Counting ----
@@ -128,6 +148,9 @@ static void __call_back(const rtc_channel *channel, const channel_frame *out)
 bool frame_output_hand_out(stream_state *state, const video_frame *frame, channel_frame *out, const zeb_ts_t *now_p)
 {
     uint8_t *bitstream = __bitstream_make(frame, &out->size);
+    if (bitstream != nullptr && out->is_key) {
+        bitstream = __parameter_sets_prepend(state, frame->codec, bitstream, &out->size);
+    }
     if (bitstream == nullptr) {
         frame_output_drop(state, FRAME_DROP_NOT_ASSEMBLED);
         return false;

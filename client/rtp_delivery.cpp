@@ -263,11 +263,12 @@ int rtc_video_add_packet(user_video_stream *stream, PVideoData4 *video, int is_r
                          const zeb_ts_t *now_p)
 {
     (void)is_retrans;
+    (void)now_p;
     stream_state *state = stream_state_of(stream);
     if (state == nullptr || video == nullptr) {
         return -1;
     }
-    return __add_packet(state, video, is_key != 0, now_p);
+    return __add_packet(state, video, is_key != 0, &state->now);
 }
 
 void rtc_video_stream_reset_state(user_video_stream *stream, const zeb_ts_t *ts)

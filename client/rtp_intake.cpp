@@ -4,6 +4,7 @@
 
 #include "client_log.h"
 #include "frame_output.h"
+#include "loss_watch.h"
 #include "nal.h"
 #include "stray_packet.h"
 #include "stream_counters.h"
@@ -293,7 +294,10 @@ static void __cache_clear(stream_state *state, frame_drop_e reason)
     for (uint32_t i = 0; i < cache->frm_map.count; i++) {
         frame_output_drop(state, reason);
     }
+    const request_pacing pacing = feedback_pacing_save(state);
     webrtc_video_cache_reset(cache);
+    feedback_pacing_restore(state, &pacing);
+    nack_list_clear(&state->feedback.nacks);
     state->report.packets_dropped[PACKET_DROP_LATE] += state->hold.packets.count;
     packet_hold_clear(&state->hold);
     stream_native_path_empty(state->stream);
@@ -360,7 +364,9 @@ static reception_verdict __note(stream_state *state, const rtp_view *view, bool 
 {
     const size_t size = view->header_size + view->payload_size + view->padding_size;
     const reception_packet arrival = {view->seq, __timestamp_of(view), size, is_retrans};
+    const uint32_t newest_before = state->arrivals.newest;
     const reception_verdict verdict = reception_note(&state->arrivals, &state->report, &arrival, now);
+    feedback_note_packet(state, verdict, reception_number(&state->arrivals, view->seq), newest_before, now);
     const counted_packet counted = {arrival, reception_highest(&state->arrivals), __sent_ts(view), false};
     stream_counters_note(state->stream, &counted, now);
     return verdict;
@@ -373,6 +379,7 @@ packet_drop_e rtp_intake_take(stream_state *state, const uint8_t *packet, const 
     stream->is_webrtc = 1;
     stream->is_nass = 1;
     stream->codec = codec;
+    parameter_sets_note_payload(&state->sets, codec, packet + view->header_size, view->payload_size);
     const reception_verdict verdict = __note(state, view, is_retrans, *now_p);
     PVideoData4 video;
     if (verdict == RECEPTION_RESTARTED) {
@@ -384,6 +391,9 @@ packet_drop_e rtp_intake_take(stream_state *state, const uint8_t *packet, const 
     packet_drop_e result = PACKET_DROP_NO_MEMORY;
     if (__video_make(&video, packet, view, codec)) {
         video_stream_send_bandwidth_est(stream, &video, !is_retrans, now_p);
+        if (__is_key_frame(video.header.video_type) != 0) {
+            feedback_note_key_packet(state, *now_p);
+        }
         result = __place(state, &video, is_retrans, verdict, now_p);
     } else {
         __count_no_memory(state, view->seq);
@@ -429,6 +439,7 @@ static void __count_dropped(stream_state *state, const cache_census *before)
     }
 }
 
+// Runs the cache's periodic check as if it were `*now_p`.
 static void __check(stream_state *state, const zeb_ts_t *now_p)
 {
     webrtc_video_cache_t *cache = &state->stream->video_cache_q;
@@ -438,8 +449,45 @@ static void __check(stream_state *state, const zeb_ts_t *now_p)
     const cache_census before = __census(state);
     watchdog_look(&state->guard, cache, *now_p);
     webrtc_video_cache_check_deliver(cache, now_p);
-    rtp_delivery_finish(state, now_p);
+    rtp_delivery_finish(state, &state->now);
     __count_dropped(state, &before);
+}
+
+// What was cleared cannot be put together again from latecomers.
+static void __floor_set(stream_state *state)
+{
+    state->has_floor = true;
+    state->floor = state->arrivals.newest;
+}
+
+// Lets the cache's own patience end now, by a later time than it is, so that it goes on with the key frame it holds. The
+// time of that delivery must not stay in the future.
+static void __drop_to_held_key_frame(stream_state *state)
+{
+    webrtc_video_cache_t *cache = &state->stream->video_cache_q;
+    const zeb_ts_t later = state->now + kWatchdogFramePatience;
+    __check(state, &later);
+    if (cache->last_deliver_frm_ts > state->now) {
+        cache->last_deliver_frm_ts = state->now;
+    }
+}
+
+static void __end_hopeless_wait(stream_state *state)
+{
+    const loss_situation situation = loss_watch_look(state);
+    switch (loss_policy_decide(&situation)) {
+    case LOSS_WAIT:
+        return;
+    case LOSS_DROP_TO_HELD_KEY:
+        state->report.losses_given_up[LOSS_END_HELD_KEY_FRAME] += 1;
+        __drop_to_held_key_frame(state);
+        return;
+    case LOSS_CLEAR_AND_ASK:
+        state->report.losses_given_up[LOSS_END_CLEARED] += 1;
+        __cache_clear(state, FRAME_DROP_GIVEN_UP);
+        __floor_set(state);
+        return;
+    }
 }
 
 static void __guard(stream_state *state, zeb_ts_t now)
@@ -453,9 +501,7 @@ static void __guard(stream_state *state, zeb_ts_t now)
                state->stream->channel->name_id, state->stream->user->state->uid, watchdog_name(found));
     state->report.watchdog[found] += 1;
     __cache_clear(state, FRAME_DROP_WATCHDOG);
-    // What was cleared cannot be put together again from latecomers.
-    state->has_floor = true;
-    state->floor = state->arrivals.newest;
+    __floor_set(state);
 }
 
 void rtp_intake_tick(stream_state *state, const zeb_ts_t *now_p)
@@ -463,5 +509,6 @@ void rtp_intake_tick(stream_state *state, const zeb_ts_t *now_p)
     __hold_run(state, now_p);
     rtp_delivery_finish(state, now_p);
     __check(state, now_p);
+    __end_hopeless_wait(state);
     __guard(state, *now_p);
 }

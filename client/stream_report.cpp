@@ -3,13 +3,9 @@
 const char *packet_drop_name(packet_drop_e reason)
 {
     static const char *const names[] = {
-        "bad_version",   "bad_header",
-        "bad_extension", "bad_encapsulation",
-        "bad_padding",   "bad_frame_header",
-        "too_large",     "unknown_payload_type",
-        "wrong_path",    "too_many_senders",
-        "no_memory",     "waiting_for_key_frame",
-        "duplicate",     "late",
+        "bad_version",      "bad_header", "bad_extension",         "bad_encapsulation", "bad_padding",
+        "bad_frame_header", "too_large",  "unknown_payload_type",  "wrong_path",        "unpaired_retransmission",
+        "too_many_senders", "no_memory",  "waiting_for_key_frame", "duplicate",         "late",
     };
     static_assert(sizeof names / sizeof names[0] == PACKET_DROP_REASONS, "a name for each reason");
     return reason < PACKET_DROP_REASONS ? names[reason] : "unknown";
@@ -18,7 +14,7 @@ const char *packet_drop_name(packet_drop_e reason)
 const char *frame_drop_name(frame_drop_e reason)
 {
     static const char *const names[] = {
-        "incomplete", "after_gap", "torn", "out_of_order", "not_assembled", "watchdog",
+        "incomplete", "after_gap", "torn", "out_of_order", "not_assembled", "watchdog", "given_up",
     };
     static_assert(sizeof names / sizeof names[0] == FRAME_DROP_REASONS, "a name for each reason");
     return reason < FRAME_DROP_REASONS ? names[reason] : "unknown";
@@ -34,4 +30,14 @@ const char *watchdog_name(watchdog_e reason)
     };
     static_assert(sizeof names / sizeof names[0] == WATCHDOG_REASONS, "a name for each reason");
     return reason < WATCHDOG_REASONS ? names[reason] : "unknown";
+}
+
+const char *loss_end_name(loss_end_e end)
+{
+    static const char *const names[] = {
+        "held_key_frame",
+        "cleared",
+    };
+    static_assert(sizeof names / sizeof names[0] == LOSS_ENDS, "a name for each end");
+    return end < LOSS_ENDS ? names[end] : "unknown";
 }

@@ -16,7 +16,8 @@ enum packet_drop_e : uint8_t {
     PACKET_DROP_BAD_FRAME_HEADER,  // native header: n_pkts 0 or above 1280, subseq or FEC count beyond it
     PACKET_DROP_TOO_LARGE,         // above 65,535 bytes
     PACKET_DROP_UNKNOWN_PAYLOAD_TYPE,
-    PACKET_DROP_WRONG_PATH, // an RTP packet for a native stream, or the other way round
+    PACKET_DROP_WRONG_PATH,              // an RTP packet for a native stream, or the other way round
+    PACKET_DROP_UNPAIRED_RETRANSMISSION, // of a sender that nothing names, or for a number nobody asked for
     PACKET_DROP_TOO_MANY_SENDERS,
     PACKET_DROP_NO_MEMORY,
     PACKET_DROP_WAITING_FOR_KEY_FRAME,
@@ -33,6 +34,7 @@ enum frame_drop_e : uint8_t {
     FRAME_DROP_OUT_OF_ORDER,  // older than one already handed out
     FRAME_DROP_NOT_ASSEMBLED, // its packets made no bitstream
     FRAME_DROP_WATCHDOG,      // thrown away when a stuck cache was cleared
+    FRAME_DROP_GIVEN_UP,      // thrown away because nothing would have completed it
     FRAME_DROP_REASONS
 };
 
@@ -45,9 +47,17 @@ enum watchdog_e : uint8_t {
     WATCHDOG_REASONS
 };
 
+// How a wait for packets that nothing will bring was cut short.
+enum loss_end_e : uint8_t {
+    LOSS_END_HELD_KEY_FRAME, // a key frame behind the loss was held, and delivery went on with it
+    LOSS_END_CLEARED,        // the reorder cache was cleared and a key frame asked for
+    LOSS_ENDS
+};
+
 const char *packet_drop_name(packet_drop_e reason);
 const char *frame_drop_name(frame_drop_e reason);
 const char *watchdog_name(watchdog_e reason);
+const char *loss_end_name(loss_end_e end);
 
 struct stream_report {
     uint64_t packets; // well-formed packets that came in, whatever became of them
@@ -66,6 +76,16 @@ struct stream_report {
     uint64_t key_frame_requests;      // times the need was seen; the pacing comes behind it
     uint64_t retransmission_requests; // the same
     uint64_t watchdog[WATCHDOG_REASONS];
+
+    uint64_t nacks_sent;        // messages
+    uint64_t packets_asked_for; // in those, a packet counts each time
+    uint64_t plis_sent;
+    uint64_t firs_sent;
+    uint64_t reports_sent;
+    uint64_t rembs_sent;
+    uint64_t sender_reports; // received
+    uint64_t byes;           // received
+    uint64_t losses_given_up[LOSS_ENDS];
 
     uint32_t freezes_200ms, freezes_500ms, freezes_600ms; // pauses between frames of at least that long
     zeb_ts_t frozen_200ms, frozen_500ms, frozen_600ms;    // milliseconds of those pauses

@@ -50,6 +50,7 @@ stream_state *stream_state_attach(user_video_stream *stream)
     packet_hold_init(&state->stray);
     rtp_delivery_init(&state->rtp);
     native_delivery_init(&state->native);
+    state->sets = stream->channel->state->described_sets;
     *place = state;
     return state;
 }

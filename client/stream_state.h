@@ -1,8 +1,10 @@
 // The channel layer's own record of one stream.
 #pragma once
 
+#include "feedback.h"
 #include "native_delivery.h"
 #include "packet_hold.h"
+#include "parameter_sets.h"
 #include "reception.h"
 #include "rtp_delivery.h"
 #include "stream_report.h"
@@ -13,19 +15,22 @@ struct stream_state {
     user_video_stream *stream;
     stream_report report;
     reception arrivals;
-    packet_hold hold;                 // RTP path: packets in front of the reorder cache
-    bool has_key_timestamp;           // RTP path: the packets of that frame go straight into the reorder cache
-    uint32_t key_timestamp;           // RTP timestamp
-    packet_hold stray;                // RTP path: the packet that may begin a new numbering, at most one
-    rtp_delivery rtp;                 // RTP path: from the reorder cache to whole frames
-    native_delivery native;           // native path: from the frame queue to whole frames
-    watchdog guard;                   // RTP path
-    bool is_native;                   // which path the stream's first packet took; meaningful once a packet came
-    bool wants_key_frame;             // to be asked for when the call that found it out ends
-    bool has_floor;                   // the reorder cache was cleared: up to `floor` nothing is taken any more
-    uint32_t floor;                   // extended sequence number
-    zeb_ts_t key_frame_asked_at;      // milliseconds; 0: never
-    zeb_ts_t retransmission_asked_at; // milliseconds; 0: never
+    packet_hold hold;         // RTP path: packets in front of the reorder cache
+    bool has_key_timestamp;   // RTP path: the packets of that frame go straight into the reorder cache
+    uint32_t key_timestamp;   // RTP timestamp
+    packet_hold stray;        // RTP path: the packet that may begin a new numbering, at most one
+    rtp_delivery rtp;         // RTP path: from the reorder cache to whole frames
+    native_delivery native;   // native path: from the frame queue to whole frames
+    watchdog guard;           // RTP path
+    bool is_native;           // which path the stream's first packet took; meaningful once a packet came
+    bool wants_key_frame;     // to be asked for when the call that found it out ends
+    bool has_floor;           // the reorder cache was cleared: up to `floor` nothing is taken any more
+    uint32_t floor;           // extended sequence number
+    parameter_sets sets;      // RTP path: that were seen, or that the session description has
+    stream_feedback feedback; // RTP path: what the sender is told
+    // The time of the call under way. The reorder cache may be run by a later time than it is, so what it calls goes
+    // by this one.
+    zeb_ts_t now;
 };
 
 // The record of a stream, or null for one that the channel layer does not know: a bare record, a stream of the local

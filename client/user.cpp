@@ -6,36 +6,23 @@
 
 // ---- Requests to the sender ----
 
-static void __saturating_increment(uint16_t *counter)
-{
-    *counter = *counter == UINT16_MAX ? UINT16_MAX : static_cast<uint16_t>(*counter + 1);
-}
-
 void webrtc_video_send_intra_request(webrtc_video_cache_t *video_cache, const zeb_ts_t *now_p)
 {
-    if (video_cache == nullptr) {
-        return;
-    }
-    __saturating_increment(&video_cache->n_intra_req_sent_recent);
-    stream_state *state = stream_state_of(video_cache->stream);
+    (void)now_p;
+    stream_state *state = video_cache == nullptr ? nullptr : stream_state_of(video_cache->stream);
     if (state != nullptr) {
-        __saturating_increment(&state->stream->n_key_req_sent_recent);
         state->report.key_frame_requests += 1;
-        state->key_frame_asked_at = *now_p;
+        feedback_ask_key_frame(state, state->now);
     }
 }
 
 void webrtc_user_send_video_rexfer_req(webrtc_video_cache_t *video_cache, const zeb_ts_t *now_p)
 {
-    if (video_cache == nullptr) {
-        return;
-    }
-    __saturating_increment(&video_cache->n_retrans_req_recent);
-    stream_state *state = stream_state_of(video_cache->stream);
+    (void)now_p;
+    stream_state *state = video_cache == nullptr ? nullptr : stream_state_of(video_cache->stream);
     if (state != nullptr) {
-        __saturating_increment(&state->stream->n_retrans_req_recent);
         state->report.retransmission_requests += 1;
-        state->retransmission_asked_at = *now_p;
+        feedback_ask_retransmissions(state, state->now);
     }
 }
 

@@ -27,6 +27,12 @@ struct taken_frame {
     seq_t last_seq;
 };
 
+// An RTCP datagram as it went out.
+struct sent_datagram {
+    zeb_ts_t at;
+    bytes data;
+};
+
 class Client
 {
   public:
@@ -35,14 +41,21 @@ class Client
     rtc_channel *channel = nullptr;
     std::vector<taken_frame> frames;
     std::function<void()> during_frame; // runs inside the frame callback
+    std::vector<sent_datagram> sent;    // RTCP
 
-    explicit Client(bool estimates_downlink = false) : service(rtc_service_create())
+    explicit Client(bool estimates_downlink = false, const channel_feedback &feedback = {})
+        : service(rtc_service_create())
     {
         channel_config config = {};
         config.name = "bench";
         config.enable_bandwidth_est_downlink = estimates_downlink;
         config.on_frame = &Client::on_frame;
         config.on_frame_context = this;
+        config.feedback = feedback;
+        config.on_rtcp = &Client::on_rtcp;
+        config.on_rtcp_context = this;
+        config.local_ssrc = 0x55667788;
+        config.cname = "bench@test";
         channel = rtc_channel_create(service, &config);
         rtc_channel_set_payload_type(channel, 96, VIDEO_TYPE_H264);
     }
@@ -142,6 +155,12 @@ class Client
             }
         }
         return text;
+    }
+
+    static void on_rtcp(void *context, const uint8_t *datagram, size_t size)
+    {
+        auto *self = static_cast<Client *>(context);
+        self->sent.push_back({self->now, bytes(datagram, datagram + size)});
     }
 
     static void on_frame(void *context, const channel_frame *frame)

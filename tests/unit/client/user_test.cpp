@@ -12,35 +12,35 @@ namespace
 
 constexpr zeb_ts_t kNow = 4711;
 
-TEST(UserRequests, AreCountedWithTheirTime)
+TEST(UserRequests, AreCountedEachTimeTheNeedIsSeen)
 {
     Client client;
     Sender sender;
     client.receive(sender.key_frame());
     user_video_stream *stream = client.stream();
-    const zeb_ts_t first = 10;
-    webrtc_video_send_intra_request(&stream->video_cache_q, &first);
+    webrtc_video_send_intra_request(&stream->video_cache_q, &kNow);
     webrtc_video_send_intra_request(&stream->video_cache_q, &kNow);
     webrtc_user_send_video_rexfer_req(&stream->video_cache_q, &kNow);
     EXPECT_EQ(client.report().key_frame_requests, 2u);
     EXPECT_EQ(client.report().retransmission_requests, 1u);
-    EXPECT_EQ(stream->n_key_req_sent_recent, 2u);
-    EXPECT_EQ(stream->n_retrans_req_recent, 1u);
-    EXPECT_EQ(stream->video_cache_q.n_intra_req_sent_recent, 2u);
-    EXPECT_EQ(stream->video_cache_q.n_retrans_req_recent, 1u);
-    EXPECT_EQ(stream_state_of(stream)->key_frame_asked_at, kNow);
-    EXPECT_EQ(stream_state_of(stream)->retransmission_asked_at, kNow);
+    // Nothing was agreed with the sender, so nothing was sent.
+    EXPECT_TRUE(client.sent.empty());
+    EXPECT_EQ(stream->video_cache_q.n_intra_req_sent_recent, 0u);
+    EXPECT_EQ(stream->video_cache_q.n_retrans_req_recent, 0u);
 }
 
 TEST(UserRequests, StayAtTheLargestCount)
 {
-    Client client;
+    channel_feedback feedback = {};
+    feedback.pli = true;
+    Client client(false, feedback);
     Sender sender;
     client.receive(sender.key_frame());
     user_video_stream *stream = client.stream();
     stream->n_key_req_sent_recent = UINT16_MAX;
     stream->video_cache_q.n_intra_req_sent_recent = UINT16_MAX;
     webrtc_video_send_intra_request(&stream->video_cache_q, &kNow);
+    EXPECT_EQ(client.report().plis_sent, 1u);
     EXPECT_EQ(stream->n_key_req_sent_recent, UINT16_MAX);
     EXPECT_EQ(stream->video_cache_q.n_intra_req_sent_recent, UINT16_MAX);
 }
@@ -52,8 +52,8 @@ TEST(UserBareRecords, AreLeftAlone)
     webrtc_video_cache_t cache = {};
     webrtc_video_send_intra_request(&cache, &kNow);
     webrtc_user_send_video_rexfer_req(&cache, &kNow);
-    EXPECT_EQ(cache.n_intra_req_sent_recent, 1u);
-    EXPECT_EQ(cache.n_retrans_req_recent, 1u);
+    EXPECT_EQ(cache.n_intra_req_sent_recent, 0u);
+    EXPECT_EQ(cache.n_retrans_req_recent, 0u);
 
     rtc_user user = {};
     rtc_channel channel = {};

@@ -165,9 +165,9 @@ struct arrival {
     }
 };
 
-// Sends whole frames, 30 ms apart, through a network that loses, doubles and reorders the packets of delta frames
-// and brings some of the lost ones late. Packets of key frames come in order, since a key frame is believed to begin
-// with the lowest packet that came.
+// Sends whole frames, 30 ms apart, through a network that loses, doubles and reorders the packets of delta frames and
+// brings some of the lost ones late. Packets of key frames come in order, since a key frame is believed to begin with the
+// lowest packet that came.
 class Sender
 {
   public:
@@ -219,8 +219,7 @@ class Sender
     int order_ = 0;
 };
 
-// What was delivered must be frames as they were sent, in order, none twice, and numbered without a gap while no
-// frame is left out.
+// What was delivered must be frames as they were sent, in order, none twice, numbered without a gap while no frame is left out.
 class Receiver
 {
   public:

@@ -1,7 +1,7 @@
 // Functions of the reorder cache that have no name outside the module, and states that no packets lead to. The module's
 // source is part of this program.
 
-#include "../../../rtc/video_stream.cpp" // NOLINT(bugprone-suspicious-include): on purpose, see above
+#include "../../../rtc/video_stream.cpp"
 
 #include <gtest/gtest.h>
 
@@ -235,24 +235,24 @@ TEST_F(ReorderCacheEnds, CompletesAFrameWhoseCountIsReached)
 {
     constexpr uint32_t unknown = 0xFFFFFFFF;
     const struct {
+        uint8_t state;
         uint32_t min, max;
         uint16_t received;
-        uint16_t total; // after the call; 99: not written
-        uint8_t state;
+        uint16_t total; // out, 99: not written
         uint8_t new_state;
     } rows[] = {
-        {5, 5, 1, 1, 1, 2},
-        {5, 7, 2, 3, 1, 1},
-        {5, 7, 3, 3, 1, 2},
-        {5, 7, 4, 3, 1, 1}, // more than there are does not complete it
-        {65535, 1, 3, 3, 1, 2},
-        {0, 0x7FFF, 0x8000, 0x8000, 1, 2},
-        {0, 0x8000, 0x8001, 0x8001, 1, 2},
-        {7, 5, 3, 3, 1, 2}, // ends the wrong way round are as far apart
-        {unknown, 7, 1, 99, 1, 1},
-        {5, unknown, 1, 99, 1, 1},
-        {5, 5, 1, 99, 0, 0},
-        {5, 9, 1, 99, 2, 2}, // a complete frame never goes back
+        {1, 5, 5, 1, 1, 2},
+        {1, 5, 7, 2, 3, 1},
+        {1, 5, 7, 3, 3, 2},
+        {1, 5, 7, 4, 3, 1}, // more than there are does not complete it
+        {1, 65535, 1, 3, 3, 2},
+        {1, 0, 0x7FFF, 0x8000, 0x8000, 2},
+        {1, 0, 0x8000, 0x8001, 0x8001, 2},
+        {1, 7, 5, 3, 3, 2}, // ends the wrong way round are as far apart
+        {1, unknown, 7, 1, 99, 1},
+        {1, 5, unknown, 1, 99, 1},
+        {0, 5, 5, 1, 99, 0},
+        {2, 5, 9, 1, 99, 2}, // a complete frame never goes back
     };
 
     for (const auto &row : rows) {

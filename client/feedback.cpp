@@ -1,0 +1,329 @@
+#include "feedback.h"
+
+#include <cstring>
+
+#include "bcm_feedback.h"
+#include "receive_quality.h"
+#include "user.h"
+
+constexpr size_t kDatagramMax = 1200;    // bytes; fits any path
+constexpr size_t kNackBatchMax = 250;    // numbers a message: never more than the datagram holds
+constexpr uint32_t kNtpFraction = 65536; // a delay is told in 1/65536 s
+
+// A datagram under way to the sender of one stream.
+struct feedback_datagram {
+    uint8_t bytes[kDatagramMax];
+    rtcp_output out;
+};
+
+static channel_state *__channel_of(const stream_state *state)
+{
+    return state->stream->channel->state;
+}
+
+static uint32_t __ssrc_of(const stream_state *state)
+{
+    return state->stream->user->state->uid;
+}
+
+static bool __may_send(const stream_state *state)
+{
+    return __channel_of(state)->on_rtcp != nullptr && !state->is_native && state->report.packets > 0;
+}
+
+static bool __may_ask(const stream_state *state, zeb_ts_t now)
+{
+    return __may_send(state) && !state->feedback.has_left && now - state->report.last_packet_at < kFeedbackSilence;
+}
+
+// ---- Datagrams ----
+
+static rtcp_report_block __report_block(stream_state *state, zeb_ts_t now)
+{
+    net_rcv_analyzer_t *quality = state->stream->current_net_rcv_quality;
+    rtcp_report_block block = {};
+    block.ssrc = __ssrc_of(state);
+    if (quality != nullptr) {
+        block.fraction_lost = net_rcv_analyzer_take_fraction_lost(quality);
+        block.cumulative_lost = net_rcv_analyzer_lost(quality);
+        block.highest_seq = net_rcv_analyzer_highest_seq(quality);
+        block.jitter = net_rcv_analyzer_jitter(quality);
+    }
+    if (state->feedback.has_sender_report) {
+        block.last_sr = state->feedback.sender_report_ntp;
+        block.delay_since_sr = static_cast<uint32_t>((now - state->feedback.sender_report_at) * kNtpFraction / 1000);
+    }
+    return block;
+}
+
+static void __write_report(const stream_state *state, rtcp_output *out, const rtcp_report_block *block)
+{
+    const channel_state *channel = __channel_of(state);
+    rtcp_report report = {};
+    report.sender_ssrc = channel->local_ssrc;
+    report.blocks = block;
+    report.n_blocks = block == nullptr ? 0 : 1;
+    report.cname = channel->cname_size == 0 ? nullptr : channel->cname;
+    report.cname_size = channel->cname_size;
+    rtcp_report_write(out, &report);
+}
+
+// Feedback stands behind a report, an empty one unless a report is due anyway, where it may not stand alone.
+static void __begin(const stream_state *state, feedback_datagram *datagram)
+{
+    datagram->out = {datagram->bytes, sizeof datagram->bytes, 0};
+    if (!__channel_of(state)->feedback.reduced_size) {
+        __write_report(state, &datagram->out, nullptr);
+    }
+}
+
+static void __send(const stream_state *state, const feedback_datagram *datagram)
+{
+    channel_state *channel = __channel_of(state);
+    service_state *service = channel->channel.service->state;
+    const bool was_in_callback = service->is_in_callback;
+    service->is_in_callback = true;
+    channel->on_rtcp(channel->on_rtcp_context, datagram->bytes, datagram->out.size);
+    service->is_in_callback = was_in_callback;
+}
+
+static void __saturating_add(uint16_t *counter)
+{
+    *counter = *counter == UINT16_MAX ? UINT16_MAX : static_cast<uint16_t>(*counter + 1);
+}
+
+// ---- Pacing ----
+
+request_pacing feedback_pacing_save(const stream_state *state)
+{
+    const webrtc_video_cache_t *cache = &state->stream->video_cache_q;
+    return {cache->n_retrans_req_recent, cache->n_intra_req_sent_recent, cache->next_retrans_req_should_at,
+            cache->next_intra_req_should_at};
+}
+
+void feedback_pacing_restore(stream_state *state, const request_pacing *pacing)
+{
+    webrtc_video_cache_t *cache = &state->stream->video_cache_q;
+    cache->n_retrans_req_recent = pacing->n_retransmission_recent;
+    cache->n_intra_req_sent_recent = pacing->n_key_frame_recent;
+    cache->next_retrans_req_should_at = pacing->next_retransmission_at;
+    cache->next_intra_req_should_at = pacing->next_key_frame_at;
+}
+
+static zeb_ts_t __key_frame_interval(const stream_feedback *self)
+{
+    const zeb_ts_t interval = 2 * nack_list_rtt(&self->nacks) + kNackHold;
+    if (interval < kKeyFrameIntervalMin) {
+        return kKeyFrameIntervalMin;
+    }
+    return interval > kKeyFrameIntervalMax ? kKeyFrameIntervalMax : interval;
+}
+
+// ---- Packets ----
+
+void feedback_note_packet(stream_state *state, reception_verdict verdict, uint32_t number, uint32_t newest_before,
+                          zeb_ts_t now)
+{
+    stream_feedback *self = &state->feedback;
+    const bool is_first = state->report.packets == 1;
+    self->has_left = false;
+    if (verdict == RECEPTION_EARLIER) {
+        nack_list_remove(&self->nacks, number, now);
+    } else if (verdict == RECEPTION_NEWEST && !is_first && number - newest_before > 1) {
+        nack_list_add(&self->nacks, newest_before + 1, number - 1, now);
+    } else if (verdict == RECEPTION_RESUMED || verdict == RECEPTION_RESTARTED) {
+        nack_list_clear(&self->nacks); // what was lost before is too much, or numbered otherwise
+    } else {
+        return;
+    }
+    state->stream->video_cache_q.next_retrans_req_should_at = nack_list_next_at(&self->nacks);
+}
+
+void feedback_note_key_packet(stream_state *state, zeb_ts_t now)
+{
+    state->feedback.key_packet_at = now;
+}
+
+// What the reorder cache has gone past is not needed any more, and nothing is while it waits for a key frame that has
+// not begun.
+static void __forget_what_is_past(stream_state *state)
+{
+    const webrtc_video_cache_t *cache = &state->stream->video_cache_q;
+    nack_list *nacks = &state->feedback.nacks;
+    if (cache->pkt_exp_seq <= UINT16_MAX) {
+        const auto expected = static_cast<seq_t>(cache->pkt_exp_seq);
+        nack_list_forget_below(nacks, reception_number(&state->arrivals, expected));
+    } else if (state->hold.packets.count == 0) {
+        nack_list_clear(nacks);
+    }
+}
+
+// ---- Requests for packets ----
+
+static bool __send_nack(stream_state *state, const uint32_t *numbers, size_t count)
+{
+    feedback_datagram datagram;
+    seq_t seqs[kNackBatchMax];
+    size_t fitted = 0;
+    for (size_t i = 0; i < count; i++) {
+        seqs[i] = static_cast<seq_t>(numbers[i]);
+    }
+    __begin(state, &datagram);
+    if (rtcp_nack_write(&datagram.out, __channel_of(state)->local_ssrc, __ssrc_of(state), seqs, count, &fitted) == 0) {
+        return false;
+    }
+    __send(state, &datagram);
+    state->report.nacks_sent += 1;
+    state->report.packets_asked_for += fitted;
+    return true;
+}
+
+void feedback_ask_retransmissions(stream_state *state, zeb_ts_t now)
+{
+    webrtc_video_cache_t *cache = &state->stream->video_cache_q;
+    nack_list *nacks = &state->feedback.nacks;
+    if (!__channel_of(state)->feedback.nack || !__may_ask(state, now)) {
+        return;
+    }
+    uint32_t numbers[kNackBatchMax];
+    const size_t count = nack_list_take_due(nacks, now, numbers, kNackBatchMax);
+    if (count > 0 && __send_nack(state, numbers, count)) {
+        __saturating_add(&cache->n_retrans_req_recent);
+        __saturating_add(&state->stream->n_retrans_req_recent);
+    }
+    cache->next_retrans_req_should_at = nack_list_next_at(nacks);
+}
+
+// ---- Requests for key frames ----
+
+static void __write_key_frame_request(stream_state *state, rtcp_output *out)
+{
+    const channel_state *channel = __channel_of(state);
+    if (channel->feedback.fir) {
+        state->feedback.fir_command_seq = static_cast<uint8_t>(state->feedback.fir_command_seq + 1);
+        rtcp_fir_write(out, channel->local_ssrc, {__ssrc_of(state), state->feedback.fir_command_seq});
+        state->report.firs_sent += 1;
+    } else {
+        rtcp_pli_write(out, channel->local_ssrc, __ssrc_of(state));
+        state->report.plis_sent += 1;
+    }
+}
+
+void feedback_ask_key_frame(stream_state *state, zeb_ts_t now)
+{
+    webrtc_video_cache_t *cache = &state->stream->video_cache_q;
+    const channel_feedback *agreed = &__channel_of(state)->feedback;
+    if ((!agreed->pli && !agreed->fir) || !__may_ask(state, now) || now < cache->next_intra_req_should_at) {
+        return;
+    }
+    feedback_datagram datagram;
+    __begin(state, &datagram);
+    __write_key_frame_request(state, &datagram.out);
+    __send(state, &datagram);
+    cache->next_intra_req_should_at = now + __key_frame_interval(&state->feedback);
+    __saturating_add(&cache->n_intra_req_sent_recent);
+    __saturating_add(&state->stream->n_key_req_sent_recent);
+}
+
+// A key frame that is on its way in answers the request.
+static bool __waits_for_key_frame(const stream_state *state, zeb_ts_t now)
+{
+    const stream_feedback *self = &state->feedback;
+    const bool is_coming = self->key_packet_at != 0 && now - self->key_packet_at < __key_frame_interval(self);
+    return state->rtp.needs_key_frame && !is_coming;
+}
+
+// ---- Reports and the rate ----
+
+static void __send_report(stream_state *state, zeb_ts_t now)
+{
+    stream_feedback *self = &state->feedback;
+    if (!__channel_of(state)->feedback.reports || self->has_left || now < self->next_report_at) {
+        return;
+    }
+    const rtcp_report_block block = __report_block(state, now);
+    feedback_datagram datagram;
+    datagram.out = {datagram.bytes, sizeof datagram.bytes, 0};
+    __write_report(state, &datagram.out, &block);
+    __send(state, &datagram);
+    state->report.reports_sent += 1;
+    self->next_report_at = now + kReportInterval;
+}
+
+static void __send_rate(stream_state *state, zeb_ts_t now)
+{
+    uint64_t bps = 0;
+    if (!__channel_of(state)->feedback.remb || !__may_ask(state, now) ||
+        !bcm_stat_take_remb(state->stream->bcm_stat, now, &bps)) {
+        return;
+    }
+    const uint32_t ssrc = __ssrc_of(state);
+    feedback_datagram datagram;
+    __begin(state, &datagram);
+    rtcp_remb_write(&datagram.out, __channel_of(state)->local_ssrc, bps, &ssrc, 1);
+    __send(state, &datagram);
+    state->report.rembs_sent += 1;
+}
+
+// ---- The tick ----
+
+void feedback_tick(stream_state *state, zeb_ts_t now)
+{
+    if (!__may_send(state)) {
+        return;
+    }
+    __forget_what_is_past(state);
+    if (now >= state->stream->video_cache_q.next_retrans_req_should_at) {
+        feedback_ask_retransmissions(state, now);
+    }
+    if (__waits_for_key_frame(state, now)) {
+        feedback_ask_key_frame(state, now);
+    }
+    __send_report(state, now);
+    __send_rate(state, now);
+}
+
+// ---- RTCP from the sender ----
+
+static stream_state *__stream_of(channel_state *channel, uint32_t ssrc)
+{
+    user_state *user = channel_find_user(channel, ssrc);
+    return user == nullptr ? nullptr : user_find_stream(user, 0);
+}
+
+static void __take_sender_report(channel_state *channel, const rtcp_item *item, zeb_ts_t now)
+{
+    stream_state *state = __stream_of(channel, item->ssrc);
+    if (state == nullptr) {
+        return;
+    }
+    state->feedback.has_sender_report = true;
+    state->feedback.sender_report_ntp = static_cast<uint32_t>(item->sender_report.ntp_time >> 16);
+    state->feedback.sender_report_at = now;
+    state->report.sender_reports += 1;
+}
+
+static void __take_bye(channel_state *channel, const rtcp_item *item)
+{
+    for (size_t i = 0; i < item->bye.ssrcs.count; i++) {
+        stream_state *state = __stream_of(channel, rtcp_ssrc_at(&item->bye.ssrcs, i));
+        if (state != nullptr) {
+            state->feedback.has_left = true;
+            nack_list_clear(&state->feedback.nacks);
+            state->report.byes += 1;
+        }
+    }
+}
+
+void feedback_take_rtcp(channel_state *channel, const uint8_t *datagram, size_t size, zeb_ts_t now)
+{
+    rtcp_cursor cursor = rtcp_cursor_begin(datagram, size);
+    rtcp_item item;
+    while (rtcp_next(&cursor, &item)) {
+        if (item.kind == RTCP_ITEM_SENDER_REPORT) {
+            __take_sender_report(channel, &item, now);
+        } else if (item.kind == RTCP_ITEM_BYE) {
+            __take_bye(channel, &item);
+        }
+    }
+}

@@ -1,0 +1,57 @@
+// What a stream's sender is told (RFC 3550, 4585, 5104, 5506): requests for packets and key frames, receiver reports,
+// the rate to keep to. Decides when, writes the datagrams and hands them to the channel's callback.
+#pragma once
+
+#include "nack_list.h"
+#include "reception.h"
+#include "rtcp.h"
+
+struct channel_state;
+struct stream_state;
+
+constexpr zeb_ts_t kReportInterval = 1000;     // ms between receiver reports
+constexpr zeb_ts_t kKeyFrameIntervalMin = 100; // ms between key-frame requests; else two round trips and a little
+constexpr zeb_ts_t kKeyFrameIntervalMax = 500; // ms
+constexpr zeb_ts_t kFeedbackSilence = 5000;    // ms without a packet after which a sender is asked for nothing
+
+// All zero: nothing was sent, nothing is missing.
+struct stream_feedback {
+    nack_list nacks;
+    bool has_left; // the sender said BYE, and nothing came since
+    bool has_sender_report;
+    uint32_t sender_report_ntp; // middle 32 bits of its NTP time
+    zeb_ts_t sender_report_at;
+    zeb_ts_t next_report_at;
+    zeb_ts_t key_packet_at;  // when a packet of a key frame came last
+    uint8_t fir_command_seq; // of the request that is under way
+};
+
+// The pacing that the stream's reorder cache keeps for its requests; a reset of the cache would forget it.
+struct request_pacing {
+    uint16_t n_retransmission_recent;
+    uint16_t n_key_frame_recent;
+    zeb_ts_t next_retransmission_at;
+    zeb_ts_t next_key_frame_at;
+};
+
+request_pacing feedback_pacing_save(const stream_state *state);
+void feedback_pacing_restore(stream_state *state, const request_pacing *pacing);
+
+// Takes note of a packet that came: `newest_before` is the newest number before it.
+void feedback_note_packet(stream_state *state, reception_verdict verdict, uint32_t number, uint32_t newest_before,
+                          zeb_ts_t now);
+
+// Takes note that it belongs to a key frame.
+void feedback_note_key_packet(stream_state *state, zeb_ts_t now);
+
+// A key frame is wanted: asks for one unless that was just done.
+void feedback_ask_key_frame(stream_state *state, zeb_ts_t now);
+
+// Asks for the missing packets that are due.
+void feedback_ask_retransmissions(stream_state *state, zeb_ts_t now);
+
+// Sends what is due: requests again, reports, the rate.
+void feedback_tick(stream_state *state, zeb_ts_t now);
+
+// Takes in a well-formed RTCP datagram.
+void feedback_take_rtcp(channel_state *channel, const uint8_t *datagram, size_t size, zeb_ts_t now);

@@ -1,0 +1,9 @@
+// Looks in each tick for a loss that holds up the reorder cache, and ends the wait for it where loss_policy says so.
+#pragma once
+
+#include "loss_policy.h"
+
+struct stream_state;
+
+// What holds up the stream's reorder cache now.
+loss_situation loss_watch_look(const stream_state *state);

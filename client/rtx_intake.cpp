@@ -1,0 +1,52 @@
+#include "rtx_intake.h"
+
+#include "user.h"
+
+bool rtx_intake_is_rtx(const channel_state *channel, uint8_t payload_type)
+{
+    return channel->repeated_types[payload_type & 0x7F] != kNoPayloadType;
+}
+
+static user_state *__paired_sender(channel_state *channel, uint32_t rtx_ssrc)
+{
+    for (const ssrc_pair &pair : channel->ssrc_pairs) {
+        if (pair.is_set && pair.rtx_ssrc == rtx_ssrc) {
+            return channel_find_user(channel, pair.ssrc);
+        }
+    }
+    return nullptr;
+}
+
+// The sender of the only stream that waits for a retransmission of that number.
+static user_state *__asked_sender(channel_state *channel, seq_t seq)
+{
+    user_state *found = nullptr;
+    list_head *head = &channel->users.head;
+    for (list_head *node = head->next; node != head; node = node->next) {
+        auto *user = reinterpret_cast<user_state *>(node);
+        const stream_state *state = user_find_stream(user, 0);
+        if (state == nullptr || state->is_native ||
+            !nack_list_was_asked_for(&state->feedback.nacks, reception_number(&state->arrivals, seq))) {
+            continue;
+        }
+        if (found != nullptr) {
+            return nullptr;
+        }
+        found = user;
+    }
+    return found;
+}
+
+user_state *rtx_intake_find_sender(channel_state *channel, const uint8_t *packet, const rtp_view *view)
+{
+    user_state *user = __paired_sender(channel, view->ssrc);
+    if (user != nullptr || view->payload_size < 2) {
+        return user;
+    }
+    const uint8_t *payload = packet + view->header_size;
+    user = __asked_sender(channel, static_cast<seq_t>(payload[0] << 8 | payload[1]));
+    if (user != nullptr) {
+        rtc_channel_pair_ssrc(&channel->channel, user->uid, view->ssrc);
+    }
+    return user;
+}

@@ -1,0 +1,284 @@
+#include "feedback.h"
+
+#include <gtest/gtest.h>
+
+#include "sent_feedback.h"
+
+namespace
+{
+
+using client_bench::bytes;
+using client_bench::Client;
+using client_bench::sent_texts;
+using rtp_builder::frame;
+using rtp_builder::Sender;
+using Texts = std::vector<std::string>;
+
+channel_feedback agreed()
+{
+    channel_feedback feedback = {};
+    feedback.nack = true;
+    feedback.pli = true;
+    feedback.reduced_size = true;
+    return feedback;
+}
+
+// A stream that runs, a frame each 30 ms.
+class Feedback : public testing::Test
+{
+  protected:
+    explicit Feedback(const channel_feedback &feedback = agreed()) : client(false, feedback)
+    {
+    }
+
+    void start()
+    {
+        client.receive(sender.key_frame());
+        client.pass(30);
+        client.receive(sender.delta_frame());
+        client.sent.clear();
+        began = client.now;
+    }
+
+    Texts texts() const
+    {
+        return sent_texts(client, began);
+    }
+
+    Client client;
+    Sender sender;
+    zeb_ts_t began = 0;
+};
+
+TEST_F(Feedback, SaysNothingWhileNothingIsMissing)
+{
+    start();
+    for (int i = 0; i < 100; i++) {
+        client.receive(sender.delta_frame(3));
+        client.pass(30);
+    }
+    EXPECT_EQ(texts(), Texts());
+}
+
+TEST_F(Feedback, AsksForWhatIsMissingAfterAShortHold)
+{
+    start();
+    const frame lossy = sender.delta_frame(4); // 1004 to 1007
+    client.receive_without(lossy, {1, 2});
+    client.pass(10);
+    EXPECT_EQ(texts(), (Texts{"10: nack 1005 1006"}));
+}
+
+TEST_F(Feedback, AsksAgainUntilThePacketCame)
+{
+    start();
+    const frame lossy = sender.delta_frame(4);
+    client.receive_without(lossy, {1, 2});
+    client.pass(60);
+    client.receive(lossy.packets[1], true);
+    client.pass(200);
+    // 60 - 10 ms there and back is now known, so the next one comes 62 ms after the first.
+    EXPECT_EQ(texts(), (Texts{"10: nack 1005 1006", "80: nack 1006", "150: nack 1006", "220: nack 1006"}));
+    client.receive(lossy.packets[2], true);
+    client.pass(500);
+    EXPECT_EQ(texts().size(), 4u);
+    EXPECT_EQ(client.frames.back().data, lossy.annexb);
+    EXPECT_EQ(client.report().nacks_sent, 4u);
+    EXPECT_EQ(client.report().packets_asked_for, 5u);
+}
+
+TEST_F(Feedback, AsksAcrossTheEndOfTheNumbers)
+{
+    sender.seq = 65530;
+    start(); // up to 65533
+    const frame lossy = sender.delta_frame(6);
+    client.receive_without(lossy, {1, 2, 3});
+    client.pass(10);
+    EXPECT_EQ(texts(), (Texts{"10: nack 65535 0 1"}));
+}
+
+TEST_F(Feedback, StopsAskingWhenTheCacheGaveUp)
+{
+    start();
+    client.receive_without(sender.delta_frame(4), {1});
+    client.pass(2100);
+    client.sent.clear();
+    client.pass(500);
+    for (const std::string &text : texts()) {
+        EXPECT_EQ(text.find("nack"), std::string::npos) << text;
+    }
+}
+
+TEST_F(Feedback, AsksForAKeyFrameWhenItComesInTheMiddle)
+{
+    began = client.now;
+    client.receive(sender.delta_frame());
+    EXPECT_EQ(texts(), (Texts{"0: pli"}));
+}
+
+TEST_F(Feedback, RepeatsTheRequestForAKeyFrameWhileTheStreamWaits)
+{
+    began = client.now;
+    for (int i = 0; i < 60; i++) {
+        client.receive(sender.delta_frame());
+        client.pass(10);
+    }
+    // Two assumed round trips and the hold.
+    EXPECT_EQ(texts(), (Texts{"0: pli", "210: pli", "420: pli"}));
+    client.receive(sender.key_frame());
+    client.sent.clear();
+    client.pass(3000);
+    EXPECT_EQ(texts(), Texts());
+}
+
+TEST_F(Feedback, AsksNobodyWhoHasBeenSilentForFiveSeconds)
+{
+    client.receive(sender.delta_frame());
+    client.pass(5000);
+    client.sent.clear();
+    client.pass(5000);
+    EXPECT_EQ(texts(), Texts());
+    began = client.now;
+    client.receive(sender.delta_frame());
+    EXPECT_EQ(texts(), (Texts{"0: pli"}));
+}
+
+TEST_F(Feedback, AsksNobodyWhoSaidBye)
+{
+    client.receive(sender.delta_frame());
+    const bytes bye = {0x81, 203, 0, 1, 0x11, 0x22, 0x33, 0x44};
+    EXPECT_EQ(rtc_channel_receive_rtcp(client.channel, bye.data(), bye.size(), &client.now), 0);
+    client.sent.clear();
+    client.pass(2000);
+    EXPECT_EQ(texts(), Texts());
+    EXPECT_EQ(client.report().byes, 1u);
+    client.receive(sender.delta_frame());
+    client.pass(10);
+    EXPECT_EQ(texts().size(), 1u);
+}
+
+TEST_F(Feedback, RefusesMalformedRtcpWhole)
+{
+    client.receive(sender.delta_frame());
+    // A sound BYE, and behind it a packet that is longer than the datagram.
+    const bytes datagram = {0x81, 203, 0, 1, 0x11, 0x22, 0x33, 0x44, 0x80, 201, 0, 9};
+    EXPECT_EQ(rtc_channel_receive_rtcp(client.channel, datagram.data(), datagram.size(), &client.now), -1);
+    EXPECT_EQ(client.report().byes, 0u);
+    EXPECT_EQ(rtc_channel_rtcp_malformed(client.channel), 1u);
+}
+
+class SilentFeedback : public Feedback
+{
+  protected:
+    SilentFeedback() : Feedback({})
+    {
+    }
+};
+
+TEST_F(SilentFeedback, IsNeverSentUnlessAgreed)
+{
+    client.receive(sender.delta_frame());
+    start();
+    client.receive_without(sender.delta_frame(4), {1});
+    client.pass(5000);
+    EXPECT_TRUE(client.sent.empty());
+    EXPECT_EQ(client.stream()->video_cache_q.n_retrans_req_recent, 0u);
+    EXPECT_GT(client.report().retransmission_requests, 0u);
+}
+
+class FirFeedback : public Feedback
+{
+  protected:
+    static channel_feedback with_fir()
+    {
+        channel_feedback feedback = agreed();
+        feedback.fir = true;
+        return feedback;
+    }
+
+    FirFeedback() : Feedback(with_fir())
+    {
+    }
+};
+
+TEST_F(FirFeedback, TakesThePlaceOfPli)
+{
+    began = client.now;
+    client.receive(sender.delta_frame());
+    EXPECT_EQ(texts(), (Texts{"0: fir 1"}));
+    EXPECT_EQ(client.report().firs_sent, 1u);
+    EXPECT_EQ(client.report().plis_sent, 0u);
+}
+
+class Reports : public Feedback
+{
+  protected:
+    static channel_feedback with_reports()
+    {
+        channel_feedback feedback = {};
+        feedback.reports = true;
+        feedback.pli = true;
+        return feedback;
+    }
+
+    Reports() : Feedback(with_reports())
+    {
+    }
+
+    rtcp_report_block last_block() const
+    {
+        rtcp_report_block block = {};
+        for (const client_bench::sent_datagram &datagram : client.sent) {
+            rtcp_cursor cursor = rtcp_cursor_begin(datagram.data.data(), datagram.data.size());
+            rtcp_item item;
+            while (rtcp_next(&cursor, &item)) {
+                if (item.kind == RTCP_ITEM_RECEIVER_REPORT && item.receiver_report.blocks.count == 1) {
+                    block = rtcp_block_at(&item.receiver_report.blocks, 0);
+                }
+            }
+        }
+        return block;
+    }
+};
+
+TEST_F(Reports, ComeOnceASecondWithLossAndHighestNumber)
+{
+    sender.seq = 65534;
+    client.receive(sender.key_frame(4));                // 65534 to 1
+    client.receive_without(sender.delta_frame(4), {1}); // 2, 4, 5
+    client.pass(3000);
+    EXPECT_EQ(client.report().reports_sent, 3u);
+    const rtcp_report_block block = last_block();
+    EXPECT_EQ(block.ssrc, 0x11223344u);
+    EXPECT_EQ(block.cumulative_lost, 1);
+    EXPECT_EQ(block.highest_seq, 0x10005u);
+    EXPECT_EQ(block.last_sr, 0u);
+}
+
+TEST_F(Reports, TellTheDelaySinceTheSenderReport)
+{
+    client.receive(sender.key_frame());
+    client.pass(1000);
+    const bytes report = {0x80, 200,  0, 6, 0x11, 0x22, 0x33, 0x44, 0xAA, 0xBB, 0xCC, 0xDD, 0x12, 0x34,
+                          0x56, 0x78, 0, 0, 0,    0,    0,    0,    0,    0,    0,    0,    0,    0};
+    EXPECT_EQ(rtc_channel_receive_rtcp(client.channel, report.data(), report.size(), &client.now), 0);
+    client.sent.clear();
+    client.pass(1500); // the reports come each second from the first tick on, so 1010 ms after the sender's
+    const rtcp_report_block block = last_block();
+    EXPECT_EQ(block.last_sr, 0xCCDD1234u);
+    EXPECT_EQ(block.delay_since_sr, 1010u * 65536 / 1000);
+    EXPECT_EQ(client.report().sender_reports, 1u);
+}
+
+TEST_F(Reports, StandInFrontOfFeedbackThatMayNotStandAlone)
+{
+    client.receive(sender.delta_frame());
+    ASSERT_EQ(client.sent.size(), 1u);
+    const bytes &datagram = client.sent[0].data;
+    EXPECT_EQ(datagram[1], 201);                        // receiver report
+    EXPECT_EQ(datagram[8 + 1], 202);                    // source description
+    EXPECT_EQ(datagram[datagram.size() - 12 + 1], 206); // PLI
+    EXPECT_TRUE(rtcp_validate(datagram.data(), datagram.size()));
+}
+
+} // namespace
