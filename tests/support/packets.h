@@ -35,11 +35,11 @@ struct native_fields {
     uint16_t n_pkts = 1;
     uint16_t subseq = 0;
     seq_t seq = 0;
+    uint16_t sent_ts = 0;
+    uint32_t reserved = 0;
     uint8_t video_type = kDelta;
     uint8_t codec = VIDEO_TYPE_H264;
     uint8_t protocol_version = 10;
-    uint32_t reserved = 0;
-    uint16_t sent_ts = 0;
     rtp_fields rtp = {};
     std::vector<uint8_t> body = {0xAB};
 };

@@ -676,7 +676,7 @@ TEST_F(FrameMemory, DropsAFrameThatCannotBeReCreated)
 {
     insert(packet(5, 100, 3, 0));
     insert(packet(6, 103, 1, 0));
-    for (const size_t nth : {0, 1}) {
+    for (const size_t nth : {size_t{0}, size_t{1}}) {
         insert(packet(5, 100, 3, 0));
         world.refuse_tag(kArraysTag, nth);
         EXPECT_EQ(insert(packet(5, 100, 4, static_cast<uint16_t>(1 + nth))), nullptr);

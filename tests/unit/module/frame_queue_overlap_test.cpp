@@ -51,11 +51,11 @@ TEST_P(SlotOverlap, KeepsAFrameForPacketsInItsRangeOnly)
 // Of a frame of 0x8001 packets the last is half a circle from the first, which therefore is not in its range.
 TEST_F(SlotOverlapEdge, DoesNotKnowTheFirstPacketOfAFrameOfHalfACircle)
 {
-    const video_frame *frame = insert(packet(1, 100, 0x8000, 1));
+    insert(packet(1, 100, 0x8000, 1));
 
     EXPECT_EQ(insert(packet(1, 100, 0x8000, 0))->n_pkts_received, 2);
     EXPECT_EQ(stream->n_overlapped_frames_recent, 0);
-    frame = insert(packet(2, 0x9000, 0x8001, 1));
+    const video_frame *frame = insert(packet(2, 0x9000, 0x8001, 1));
     EXPECT_EQ(insert(packet(2, 0x9000, 0x8001, 2))->n_pkts_received, 2);
     EXPECT_EQ(insert(packet(2, 0x9000, 0x8001, 0)), frame);
     EXPECT_EQ(frame->n_pkts_received, 1);
