@@ -152,6 +152,7 @@ std::string ReorderScene::run_unchecked(const reorder_step &step)
     }
     append(out, requests_since(intra_requests, rexfer_requests));
     append(out, describe_delivery());
+    forget_taken_payloads();
     return out;
 }
 
@@ -275,9 +276,28 @@ bool ReorderScene::is_whole(const added_packet *first, const added_packet *end) 
 bool ReorderScene::is_as_sent(const added_packet &packet) const
 {
     const auto kept = kept_.find(packet.seq);
+    const bool has_payload = kept != kept_.end() && packet.payload == kept->second;
 
     return packet.stream == stream && packet.now == now && (packet.is_key == 0 || packet.is_key == 1) &&
-           (packet.is_retrans == 0 || packet.is_retrans == 1) && kept != kept_.end() && packet.payload == kept->second;
+           (packet.is_retrans == 0 || packet.is_retrans == 1) && (has_payload || was_taken_in_this_call(packet));
+}
+
+bool ReorderScene::was_taken_in_this_call(const added_packet &packet) const
+{
+    const bool came_before = std::any_of(world.added.data(), &packet,
+                                         [&](const added_packet &earlier) { return earlier.seq == packet.seq; });
+
+    return world.takes_payload && packet.payload.empty() && came_before;
+}
+
+// A packet may be handed over more than once. A taker leaves nothing for the next time.
+void ReorderScene::forget_taken_payloads()
+{
+    for (const added_packet &packet : world.added) {
+        if (world.takes_payload) {
+            kept_[packet.seq].clear();
+        }
+    }
 }
 
 seq_t ReorderScene::relative(seq_t absolute) const

@@ -108,10 +108,12 @@ class ReorderScene
     std::string describe_frame(const added_packet *first, const added_packet *end) const;
     bool is_whole(const added_packet *first, const added_packet *end) const;
     bool is_as_sent(const added_packet &packet) const;
+    bool was_taken_in_this_call(const added_packet &packet) const;
+    void forget_taken_payloads();
     seq_t relative(seq_t absolute) const;
 
     numbering base_;
-    std::map<seq_t, std::vector<uint8_t>> kept_; // the payload that was kept last under each sequence number
+    std::map<seq_t, std::vector<uint8_t>> kept_; // the payload kept last under each sequence number, unless taken
 };
 
 // Plays a table in a new scene for every numbering: ones that wrap within the table and a random one.

@@ -56,6 +56,40 @@ TEST(ReorderCacheHostile, DeliversAReorderedKeyFrameWithMorePacketsThanItsTotal)
     });
 }
 
+TEST(ReorderCacheHostile, HandsAPacketOverOnceALapWhenAMarkerMovesTheStartOfItsCompleteFrameAway)
+{
+    const std::vector<reorder_row> rows = {
+        {K(0, 1), "kept"},
+        {K(24580, 5).m(), "kept"},           // complete, in the slot of packet 4
+        {P(3, 2).m(), "kept, asks packets"}, // the frame in slot 4 begins at 4 now
+        {P(1, 1).m(), "kept, 1000:0-1 key"},
+        {P(2, 2), "kept, 1001:2-3, 1002:24580[24576/1] key, 1002:24580[24576/1] key, 1002:24580[24576/1] key, "
+                  "1002:24580[24576/1] key"}, // as packets 4, 8196, 16388 and itself
+    };
+
+    play(rows);
+    play_to_a_taker(rows);
+}
+
+TEST(ReorderCacheHostile, HandsPacketsOfOtherFramesOverWithACompleteFrameWhoseStartWasMovedAway)
+{
+    const std::vector<reorder_row> rows = {
+        {K(0, 1), "kept"},
+        {K(24580, 5).m(), "kept"},
+        {P(3, 2).m(), "kept, asks packets"},
+        {P(6, 7), "kept, asks packets"}, // between the start and the end of the frame that was moved
+        {P(1, 1).m(), "kept, 1000:0-1 key"},
+        {P(2, 2), "kept, 1001:2-3, 1002:24580[24576/1] key, 1002:6[16386/1] 24580[24576/1] key, "
+                  "1002:6[16386/1] 24580[24576/1] key, 1002:6[16386/1] 24580[24576/1] key"},
+        {check().at(9000), ""}, // 6 is still held, but the bounds do not lead to it
+        {reset(), ""},
+        {K(9, 9).m(), "kept, 1000:9 key"},
+    };
+
+    play(rows);
+    play_to_a_taker(rows);
+}
+
 TEST(ReorderCacheHostile, LeavesNoPacketBehindThatPointsAtAFrameGivenUp)
 {
     play(after_collapsed_range({
