@@ -4,13 +4,14 @@
 
 #include <CLI/CLI.hpp>
 
-#include <cctype>
 #include <charconv>
 #include <exception>
 #include <new>
+#include <vector>
 
 #include "commands.h"
-#include "video_stream.h"
+#include "option_values.h"
+#include "srtp_key.h"
 
 namespace vrc
 {
@@ -46,23 +47,6 @@ template <typename Number> Number number_parse(const std::string &option, const 
             option, fmt::format("'{}' is no number from 0 to {} (decimal, or hexadecimal with 0x)", text, limit));
     }
     return static_cast<Number>(value);
-}
-
-uint8_t codec_parse(const std::string &option, const std::string &text)
-{
-    std::string name;
-    for (const char letter : text) {
-        if (letter != '.') {
-            name += static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
-        }
-    }
-    if (name == "h264" || name == "avc") {
-        return VIDEO_TYPE_H264;
-    }
-    if (name == "h265" || name == "hevc") {
-        return VIDEO_TYPE_H265;
-    }
-    throw CLI::ValidationError(option, fmt::format("unknown codec '{}'; known are h264 and h265", text));
 }
 
 class command_line
@@ -119,6 +103,7 @@ class command_line
         replay_->add_flag("-v,--verbose", replay_options_.verbosity,
                           "Print the receiver's log to standard error; twice for all of it");
         choice_add();
+        srtp_add();
     }
 
     void choice_add()
@@ -135,6 +120,29 @@ class command_line
             [&choice](const std::string &text) { choice.port = number_parse<uint16_t>("--port", text, UINT16_MAX); });
         choice_option("--codec", "What the stream carries: h264 or h265", "CODEC",
                       [&choice](const std::string &text) { choice.codec = codec_parse("--codec", text); });
+    }
+
+    void srtp_add()
+    {
+        repeated_option(
+            "--srtp", "Decrypt SRTP: suite, and key and salt in base64", "SUITE:KEY",
+            [this](const std::string &text) { replay_options_.setup.keys.push_back(srtp_key_parse(text)); });
+        repeated_option(
+            "--srtp-hex", "The same with key and salt in hexadecimal", "SUITE:HEX",
+            [this](const std::string &text) { replay_options_.setup.keys.push_back(srtp_key_parse_hex(text)); });
+    }
+
+    template <typename Adder>
+    void repeated_option(const char *name, const char *description, const char *type, Adder add)
+    {
+        const auto add_all = [add](const std::vector<std::string> &texts) {
+            for (const std::string &text : texts) {
+                add(text);
+            }
+        };
+        replay_->add_option_function<std::vector<std::string>>(name, add_all, description)
+            ->type_name(type)
+            ->allow_extra_args(false);
     }
 
     template <typename Setter>

@@ -5,49 +5,27 @@
 
 #include <array>
 #include <cinttypes>
-#include <cstdarg>
 #include <cstdio>
-#include <cstring>
 #include <optional>
 #include <string_view>
 
-#include "log.h"
 #include "output_file.h"
 #include "progress_bar.h"
 #include "replay.h"
 #include "summary.h"
+#include "tool_log.h"
 
 namespace vrc
 {
 namespace
 {
 
-std::string json_text(const json &object)
-{
-    // Names of files need not be UTF-8.
-    return object.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
-}
-
-search_result streams_find_with_progress(const capture_file &file, bool is_quiet)
+search_result streams_find_with_progress(const capture_file &file, bool is_quiet,
+                                         const std::vector<sdp_crypto> &keys = {})
 {
     progress_bar bar("looking for streams", file.size(), !is_quiet);
-    return streams_find(file, [&bar](uint64_t position) { bar.update(position); });
-}
-
-// The receiver's messages, one line each.
-void log_write(void * /*context*/, int /*level*/, const char *format, va_list args)
-{
-    std::vfprintf(stderr, format, args);
-    const size_t size = std::strlen(format);
-    if (size == 0 || format[size - 1] != '\n') {
-        std::fputc('\n', stderr);
-    }
-}
-
-void log_prepare(int verbosity)
-{
-    rtc_log_set_sink(log_write, nullptr);
-    rtc_log_set_level(verbosity == 0 ? RTC_LOG_DEFAULT : verbosity == 1 ? RTC_LOG_INFO : RTC_LOG_DEBUG);
+    return streams_find(
+        file, [&bar](uint64_t position) { bar.update(position); }, keys);
 }
 
 bool is_file(const std::string &path)
@@ -122,12 +100,24 @@ class frame_writer
 };
 
 replay_result replay_with_progress(const capture_file &file, const rtp_stream &stream, frame_writer *writer,
-                                   bool is_quiet)
+                                   const replay_options &options)
 {
-    progress_bar bar("replaying", file.size(), !is_quiet);
+    progress_bar bar("replaying", file.size(), options.verbosity == 0);
     return stream_replay(
         file, stream, [writer](const channel_frame &frame) { return writer->write(frame); },
-        [&bar](uint64_t position) { bar.update(position); });
+        [&bar](uint64_t position) { bar.update(position); }, options.setup);
+}
+
+// Without it the search would find nothing and not know why.
+void decryption_check(const search_result &found, const std::string &capture)
+{
+    const srtp_counts &seen = found.decryption;
+    if (seen.decrypted == 0 && seen.not_authentic > 0) {
+        throw failure(exit_code::nothing_usable,
+                      fmt::format("none of the {} SRTP packets in '{}' is authentic under the keys given: check suite "
+                                  "and key; of a capture that begins late the packets may have wrapped around before",
+                                  seen.not_authentic, capture));
+    }
 }
 
 void other_videos_note(const search_result &found, const rtp_stream &chosen)
@@ -160,13 +150,13 @@ exit_code replay_run(const replay_options &options)
     const capture_file file(options.capture);
     outputs_check(options, file);
     log_prepare(options.verbosity);
-    const bool is_quiet = options.verbosity > 0;
-    const search_result found = streams_find_with_progress(file, is_quiet);
+    const search_result found = streams_find_with_progress(file, options.verbosity > 0, options.setup.keys);
+    decryption_check(found, file.name());
     const rtp_stream stream = stream_choose(found, options.choice, file.name());
     other_videos_note(found, stream);
 
     frame_writer writer(options);
-    const replay_result result = replay_with_progress(file, stream, &writer, is_quiet);
+    const replay_result result = replay_with_progress(file, stream, &writer, options);
     writer.close();
 
     const bool is_stdout_taken = options.output == "-" || options.frames == "-";

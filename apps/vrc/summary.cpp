@@ -202,6 +202,14 @@ json freezes_json(const stream_report &report)
             {"count_600ms", report.freezes_600ms}, {"duration_600ms_ms", report.frozen_600ms}};
 }
 
+json decryption_json(const srtp_counts &counts)
+{
+    return {{"decrypted", counts.decrypted},
+            {"not_authentic", counts.not_authentic},
+            {"replayed", counts.replayed},
+            {"malformed", counts.malformed}};
+}
+
 json timing_json(const replay_result &result)
 {
     const stream_report &report = result.report;
@@ -221,6 +229,15 @@ std::string path_name(const rtp_stream &stream)
 std::string codec_cell(const rtp_stream &stream)
 {
     return stream.looks_encrypted ? "encrypted?" : codec_name(stream.codec);
+}
+
+void decryption_line(line_buffer *out, const srtp_counts &counts)
+{
+    const named_counts dropped = {
+        {"not_authentic", counts.not_authentic}, {"replayed", counts.replayed}, {"malformed", counts.malformed}};
+    if (counts.decrypted + total(dropped) > 0) {
+        line(out, "srtp        {} packets decrypted, dropped {}", counts.decrypted, counts_text(dropped));
+    }
 }
 
 void packet_lines(line_buffer *out, const replay_result &result)
@@ -305,30 +322,39 @@ json streams_json(const search_result &found, const std::string &capture)
     return {{"capture", capture_json(found.counts, capture)}, {"streams", streams}};
 }
 
-std::string replay_text(const replay_result &result, const std::string &capture)
+std::string stream_text(const replay_result &result)
 {
     line_buffer out;
-    const stream_identity &identity = result.stream.identity;
-    line(&out, "capture     {}: {} packets, {} UDP datagrams, {:.3f} s", capture, result.capture.frames,
-         result.capture.udp, seconds(result.capture.duration_us));
-    line(&out, "stream      {}, SSRC 0x{:08x}, payload type {}, {} (likelihood {:.2f})", path_name(result.stream),
-         identity.ssrc, identity.payload_type, codec_name(result.stream.codec), result.stream.likelihood);
+    const rtp_stream &stream = result.stream;
+    const std::string likelihood = stream.likelihood > 0 ? fmt::format(" (likelihood {:.2f})", stream.likelihood) : "";
+    line(&out, "stream      {}, SSRC 0x{:08x}, payload type {}, {}{}", path_name(stream), stream.identity.ssrc,
+         stream.identity.payload_type, codec_name(stream.codec), likelihood);
+    decryption_line(&out, result.decryption);
     packet_lines(&out, result);
     frame_lines(&out, result);
     timing_lines(&out, result.report);
     line(&out, "requests    key frame {}, retransmission {} (times the need was seen)",
          result.report.key_frame_requests, result.report.retransmission_requests);
     line(&out, "watchdog    {}", counts_text(watchdog_counts(result)));
+    return fmt::to_string(out);
+}
+
+std::string replay_text(const replay_result &result, const std::string &capture)
+{
+    line_buffer out;
+    line(&out, "capture     {}: {} packets, {} UDP datagrams, {:.3f} s", capture, result.capture.frames,
+         result.capture.udp, seconds(result.capture.duration_us));
+    out.append(stream_text(result));
     if (result.silence_skipped_ms > 0) {
         line(&out, "note        {} ms of silence skipped", result.silence_skipped_ms);
     }
     return fmt::to_string(out) + capture_notes(result.capture);
 }
 
-json replay_json(const replay_result &result, const std::string &capture)
+json stream_summary_json(const replay_result &result)
 {
     return {
-        {"capture", capture_json(result.capture, capture)},
+        {"srtp", decryption_json(result.decryption)},
         {"stream", identity_json(result.stream)},
         {"packets", packets_json(result)},
         {"frames", frames_json(result)},
@@ -337,6 +363,19 @@ json replay_json(const replay_result &result, const std::string &capture)
         {"watchdog", counts_json(watchdog_counts(result))},
         {"freezes", freezes_json(result.report)},
         {"timing", timing_json(result)}};
+}
+
+json replay_json(const replay_result &result, const std::string &capture)
+{
+    json object = {{"capture", capture_json(result.capture, capture)}};
+    object.update(stream_summary_json(result));
+    return object;
+}
+
+std::string json_text(const json &object)
+{
+    // Names of files need not be UTF-8.
+    return object.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
 }
 
 } // namespace vrc

@@ -22,8 +22,15 @@ json streams_json(const search_result &found, const std::string &capture);
 std::string replay_text(const replay_result &result, const std::string &capture);
 json replay_json(const replay_result &result, const std::string &capture);
 
+// Of that, what concerns the stream and not the capture.
+std::string stream_text(const replay_result &result);
+json stream_summary_json(const replay_result &result);
+
 // What is odd about a capture, a line each: where it is damaged, what was skipped, a clock that went back.
 // Empty when nothing is.
 std::string capture_notes(const capture_counts &counts);
+
+// Indented, with a newline at its end.
+std::string json_text(const json &object);
 
 } // namespace vrc
