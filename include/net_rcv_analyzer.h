@@ -26,16 +26,20 @@ typedef struct jitter_calculator_t {
     uint16_t last_frame_ts;
 } jitter_calculator_t;
 
-/* Clears `n_received` and nothing else: the record around it has been cleared before. */
+/* Clears `n_received` and nothing else: the record around it has been cleared before. Null is ignored. */
 static inline void seq_lost_calculator_init(seq_lost_calculator_t *calculator)
 {
-    calculator->n_received = 0;
+    if (calculator != NULL) {
+        calculator->n_received = 0;
+    }
 }
 
 /* Clears `n` and nothing else, for the same reason. */
 static inline void jitter_calculator_init(jitter_calculator_t *jitter)
 {
-    jitter->n = 0;
+    if (jitter != NULL) {
+        jitter->n = 0;
+    }
 }
 
 /* The analyser of one period; its fields are its own. */

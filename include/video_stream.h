@@ -317,7 +317,7 @@ user_video_stream *video_streams_find_video_stream(rtc_list_t *streams, uint8_t 
 /* ---- Stream lifecycle ---- */
 
 /* Makes a record that is in no list, whatever it holds, an empty live stream. `user` is null for a
- * stream of the local user. Ends the process when the statistics object cannot be had. */
+ * stream of the local user. Ends the process when the statistics object cannot be had. Null is ignored. */
 void video_stream_init(user_video_stream *stream, uint8_t id, rtc_user *user, rtc_channel *channel);
 
 /* Empties both paths and zeroes the counters; keeps identity, format and owned objects, and, unless
@@ -326,7 +326,7 @@ void video_stream_reset(user_video_stream *stream, bool reset_seq);
 
 /* ---- Frame queue ---- */
 
-/* Makes the queue empty. The slots' storage is not released. */
+/* Makes the queue empty. The slots' storage is not released. Null is ignored. */
 void rtc_video_frames_init(rtc_video_frames_t *q);
 
 /* Lowest and highest frame sequence in the queue, or -1 when it is empty. */

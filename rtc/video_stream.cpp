@@ -598,6 +598,9 @@ video_frame *video_frames_q_insert_video_packet(user_video_stream *stream, PVide
 
 void rtc_video_frames_init(rtc_video_frames_t *q)
 {
+    if (q == nullptr) {
+        return;
+    }
     q->count = 0;
     for (int16_t &entry : q->pkt_frame_pos) {
         entry = kIndexEntryFree;
@@ -2136,6 +2139,9 @@ void reset_quality(user_video_stream *stream)
 
 void video_stream_init(user_video_stream *stream, uint8_t id, rtc_user *user, rtc_channel *channel)
 {
+    if (stream == nullptr) {
+        return;
+    }
     memset(stream, 0, sizeof(*stream));
     stream->user = user;
     stream->channel = channel;

@@ -353,4 +353,14 @@ TEST(StreamReset, WorksWithoutChannel)
     EXPECT_EQ(nullptr, t.stream->channel);
 }
 
+TEST(StreamInit, IgnoresANullRecord)
+{
+    World world;
+
+    video_stream_init(nullptr, 0, nullptr, nullptr);
+    rtc_video_frames_init(nullptr);
+    EXPECT_TRUE(world.allocations.empty());
+    EXPECT_TRUE(world.log.empty());
+}
+
 } // namespace
