@@ -4,6 +4,7 @@
 #include <string>
 
 #include "failure.h"
+#include "replay.h"
 #include "stream_choice.h"
 
 namespace vrc
@@ -22,6 +23,7 @@ struct replay_options {
     std::string output; // Annex B; "-" is standard output, empty for none
     std::string frames; // the list of frames; the same
     stream_choice choice;
+    replay_setup setup;
     bool is_json = false;
     int verbosity = 0; // 1: what the receiver does, 2: everything it says
 };

@@ -4,6 +4,7 @@
 #include <memory>
 #include <new>
 
+#include "datagram_source.h"
 #include "service.h"
 
 namespace vrc
@@ -132,12 +133,12 @@ class receiver
 } // namespace
 
 replay_result stream_replay(const capture_file &file, const rtp_stream &stream, const frame_taker &on_frame,
-                            const std::function<void(uint64_t position)> &progress)
+                            const std::function<void(uint64_t position)> &progress, const replay_setup &setup)
 {
     constexpr uint64_t packets_between_reports = 256;
     replay_result result;
     result.stream = stream;
-    capture_reader reader(file);
+    datagram_source reader(file, setup.keys);
     receiver player(stream, on_frame);
     captured_datagram datagram;
     while (!player.is_stopped() && reader.next(&datagram)) {
@@ -152,6 +153,7 @@ replay_result stream_replay(const capture_file &file, const rtp_stream &stream, 
     player.settle();
     player.describe(&result);
     result.capture = reader.counts();
+    result.decryption = reader.decryption();
     return result;
 }
 

@@ -4,17 +4,25 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <vector>
 
 #include "capture_reader.h"
 #include "channel.h"
 #include "rtp_finder.h"
+#include "srtp_session.h"
 
 namespace vrc
 {
 
+// What is known about a stream beside its packets.
+struct replay_setup {
+    std::vector<sdp_crypto> keys;
+};
+
 struct replay_result {
     rtp_stream stream;
     capture_counts capture;
+    srtp_counts decryption;
     stream_report report{};
     std::array<uint64_t, PACKET_DROP_REASONS> refused{}; // packets that did not even reach the stream
     uint64_t silence_skipped_ms = 0;
@@ -28,6 +36,6 @@ using frame_taker = std::function<bool(const channel_frame &frame)>;
 // position in the file; it may be empty. Throws failure (no_access) when the capture cannot be read, and
 // std::bad_alloc without memory.
 replay_result stream_replay(const capture_file &file, const rtp_stream &stream, const frame_taker &on_frame,
-                            const std::function<void(uint64_t position)> &progress);
+                            const std::function<void(uint64_t position)> &progress, const replay_setup &setup = {});
 
 } // namespace vrc

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "datagram_source.h"
 #include "rtp.h"
 #include "video_stream.h"
 
@@ -196,10 +197,11 @@ std::vector<rtp_stream> rtp_finder::streams() const
     return found;
 }
 
-search_result streams_find(const capture_file &file, const std::function<void(uint64_t position)> &progress)
+search_result streams_find(const capture_file &file, const std::function<void(uint64_t position)> &progress,
+                           const std::vector<sdp_crypto> &keys)
 {
     constexpr uint64_t packets_between_reports = 256;
-    capture_reader reader(file);
+    datagram_source reader(file, keys);
     rtp_finder finder;
     captured_datagram datagram;
     while (reader.next(&datagram)) {
@@ -208,7 +210,7 @@ search_result streams_find(const capture_file &file, const std::function<void(ui
             progress(reader.position());
         }
     }
-    return {finder.streams(), reader.counts()};
+    return {finder.streams(), reader.counts(), reader.decryption()};
 }
 
 const char *codec_name(uint8_t codec)

@@ -14,6 +14,7 @@
 #include "codec_evidence.h"
 #include "rtp.h"
 #include "sequence_tracker.h"
+#include "srtp_session.h"
 
 namespace vrc
 {
@@ -116,10 +117,13 @@ class rtp_finder
 struct search_result {
     std::vector<rtp_stream> streams; // as rtp_finder::streams gives them
     capture_counts counts;
+    srtp_counts decryption = {};
 };
 
-// Reads a whole capture. `progress` is called now and then with the reader's position; it may be empty.
-search_result streams_find(const capture_file &file, const std::function<void(uint64_t position)> &progress);
+// Reads a whole capture, decrypted with `keys` if there are any. `progress` is called now and then with the reader's
+// position; it may be empty.
+search_result streams_find(const capture_file &file, const std::function<void(uint64_t position)> &progress,
+                           const std::vector<sdp_crypto> &keys = {});
 
 // "h264", "h265", "unknown".
 const char *codec_name(uint8_t codec);

@@ -76,7 +76,8 @@ std::string no_video_reason(const search_result &found)
     std::string reason = fmt::format("the payload of its {} RTP stream(s) is neither H.264 nor H.265", rtp_count);
     for (const rtp_stream &stream : found.streams) {
         if (stream.looks_encrypted && stream.is_rtp()) {
-            reason += fmt::format("; SSRC 0x{:08x} with payload type {} looks encrypted (SRTP): decrypt it first",
+            reason += fmt::format("; SSRC 0x{:08x} with payload type {} looks encrypted (SRTP): its key can be "
+                                  "given to replay with --srtp",
                                   stream.identity.ssrc, stream.identity.payload_type);
         }
     }
