@@ -7,11 +7,10 @@
 #include <charconv>
 #include <exception>
 #include <new>
-#include <vector>
 
 #include "commands.h"
 #include "option_values.h"
-#include "srtp_key.h"
+#include "replay_setup_options.h"
 
 namespace vrc
 {
@@ -103,7 +102,7 @@ class command_line
         replay_->add_flag("-v,--verbose", replay_options_.verbosity,
                           "Print the receiver's log to standard error; twice for all of it");
         choice_add();
-        srtp_add();
+        replay_setup_options_add(replay_, &replay_options_.setup);
     }
 
     void choice_add()
@@ -120,29 +119,6 @@ class command_line
             [&choice](const std::string &text) { choice.port = number_parse<uint16_t>("--port", text, UINT16_MAX); });
         choice_option("--codec", "What the stream carries: h264 or h265", "CODEC",
                       [&choice](const std::string &text) { choice.codec = codec_parse("--codec", text); });
-    }
-
-    void srtp_add()
-    {
-        repeated_option(
-            "--srtp", "Decrypt SRTP: suite, and key and salt in base64", "SUITE:KEY",
-            [this](const std::string &text) { replay_options_.setup.keys.push_back(srtp_key_parse(text)); });
-        repeated_option(
-            "--srtp-hex", "The same with key and salt in hexadecimal", "SUITE:HEX",
-            [this](const std::string &text) { replay_options_.setup.keys.push_back(srtp_key_parse_hex(text)); });
-    }
-
-    template <typename Adder>
-    void repeated_option(const char *name, const char *description, const char *type, Adder add)
-    {
-        const auto add_all = [add](const std::vector<std::string> &texts) {
-            for (const std::string &text : texts) {
-                add(text);
-            }
-        };
-        replay_->add_option_function<std::vector<std::string>>(name, add_all, description)
-            ->type_name(type)
-            ->allow_extra_args(false);
     }
 
     template <typename Setter>

@@ -150,8 +150,11 @@ exit_code replay_run(const replay_options &options)
     const capture_file file(options.capture);
     outputs_check(options, file);
     log_prepare(options.verbosity);
-    const search_result found = streams_find_with_progress(file, options.verbosity > 0, options.setup.keys);
+    search_result found = streams_find_with_progress(file, options.verbosity > 0, options.setup.keys);
     decryption_check(found, file.name());
+    if (options.setup.session) {
+        streams_describe(*options.setup.session, &found);
+    }
     const rtp_stream stream = stream_choose(found, options.choice, file.name());
     other_videos_note(found, stream);
 

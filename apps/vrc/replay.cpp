@@ -1,11 +1,14 @@
 #include "replay.h"
 
 #include <algorithm>
+#include <bitset>
 #include <memory>
 #include <new>
+#include <optional>
 
 #include "datagram_source.h"
 #include "service.h"
+#include "session_description.h"
 
 namespace vrc
 {
@@ -24,17 +27,88 @@ constexpr zeb_ts_t kLongestSilence = 10'000;
 constexpr zeb_ts_t kSettled = 2'100;
 constexpr zeb_ts_t kSettledAtLatest = 120'000;
 
+// The section of the session description that the stream belongs to.
+std::optional<size_t> media_of(const rtp_stream &stream, const replay_setup &setup)
+{
+    return setup.session ? session_find_media(*setup.session, stream.identity.payload_type) : std::nullopt;
+}
+
+// Knows the packets of a stream and those that retransmit them.
+class stream_filter
+{
+  public:
+    stream_filter(const rtp_stream &stream, const replay_setup &setup) : identity_(stream.identity)
+    {
+        for (const rtx_mapping &rtx : setup.rtx) {
+            add_rtx(rtx.rtx_payload_type, rtx.payload_type);
+        }
+        if (const std::optional<size_t> media = media_of(stream, setup)) {
+            add_session(setup.session->videos[*media]);
+        }
+    }
+
+    bool takes(const udp_datagram &datagram) const
+    {
+        const std::optional<stream_identity> identity = stream_identity_read(datagram);
+        return identity && (*identity == identity_ || is_retransmission(*identity));
+    }
+
+  private:
+    void add_rtx(uint8_t rtx_payload_type, uint8_t payload_type)
+    {
+        if (payload_type == identity_.payload_type) {
+            rtx_payload_types_.set(rtx_payload_type & 0x7F);
+        }
+    }
+
+    void add_session(const sdp_video &video)
+    {
+        for (size_t i = 0; i < video.n_formats; ++i) {
+            const sdp_format &format = video.formats[i];
+            if (format.codec == SDP_CODEC_RTX) {
+                add_rtx(format.payload_type, format.apt);
+            }
+        }
+        for (size_t i = 0; i < video.n_source_pairs; ++i) {
+            if (video.source_pairs[i].ssrc == identity_.ssrc) {
+                rtx_ssrc_ = video.source_pairs[i].rtx_ssrc;
+            }
+        }
+    }
+
+    bool is_retransmission(const stream_identity &identity) const
+    {
+        return rtx_payload_types_[identity.payload_type] && flow_key(identity.path) == flow_key(identity_.path) &&
+               (!rtx_ssrc_ || *rtx_ssrc_ == identity.ssrc);
+    }
+
+    stream_identity identity_;
+    std::bitset<128> rtx_payload_types_;
+    std::optional<uint32_t> rtx_ssrc_; // none: any sender may be the one
+};
+
 // One receiver with one channel, and the time that it lives in.
 class receiver
 {
   public:
-    receiver(const rtp_stream &stream, const frame_taker &on_frame)
+    receiver(const rtp_stream &stream, const replay_setup &setup, const frame_taker &on_frame)
         : service_(rtc_service_create(), rtc_service_destroy), ssrc_(stream.identity.ssrc), on_frame_(on_frame)
     {
-        const channel_config config = {"vrc", false, take_frame, this};
+        channel_config config = {"vrc", false, take_frame, this};
+        config.feedback.nack = true;
+        config.feedback.pli = true;
+        config.feedback.reduced_size = true;
+        config.feedback.give_up_early = setup.gives_up_early;
+        config.on_rtcp = drop_request;
         channel_ = service_ ? rtc_channel_create(service_.get(), &config) : nullptr;
         if (channel_ == nullptr) {
             throw std::bad_alloc();
+        }
+        if (const std::optional<size_t> media = media_of(stream, setup)) {
+            session_apply(*setup.session, *media, channel_);
+        }
+        for (const rtx_mapping &rtx : setup.rtx) {
+            rtc_channel_set_rtx(channel_, rtx.rtx_payload_type, rtx.payload_type);
         }
         rtc_channel_set_payload_type(channel_, stream.identity.payload_type, stream.codec);
     }
@@ -94,6 +168,11 @@ class receiver
         self->is_stopped_ = self->is_stopped_ || !self->on_frame_(*frame);
     }
 
+    // Nobody is there to be asked; the stream's report counts what would have been sent.
+    static void drop_request(void * /*context*/, const uint8_t * /*datagram*/, size_t /*size*/)
+    {
+    }
+
     void tick(zeb_ts_t time)
     {
         now_ = time;
@@ -139,10 +218,11 @@ replay_result stream_replay(const capture_file &file, const rtp_stream &stream, 
     replay_result result;
     result.stream = stream;
     datagram_source reader(file, setup.keys);
-    receiver player(stream, on_frame);
+    const stream_filter filter(stream, setup);
+    receiver player(stream, setup, on_frame);
     captured_datagram datagram;
     while (!player.is_stopped() && reader.next(&datagram)) {
-        if (stream_identity_read(datagram.udp) == stream.identity) {
+        if (filter.takes(datagram.udp)) {
             player.advance(kStart + datagram.elapsed_us / 1000);
             player.receive(datagram.udp.payload);
         }

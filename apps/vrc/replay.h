@@ -4,19 +4,30 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <vector>
 
 #include "capture_reader.h"
 #include "channel.h"
 #include "rtp_finder.h"
+#include "sdp.h"
 #include "srtp_session.h"
 
 namespace vrc
 {
 
-// What is known about a stream beside its packets.
+// Packets of one payload type repeat those of another (RFC 4588).
+struct rtx_mapping {
+    uint8_t rtx_payload_type;
+    uint8_t payload_type;
+};
+
+// What is known about a stream beside its packets, and how the receiver shall behave.
 struct replay_setup {
     std::vector<sdp_crypto> keys;
+    std::shared_ptr<const sdp_session> session; // null: none
+    std::vector<rtx_mapping> rtx;               // beside those of the session
+    bool gives_up_early = false;                // as channel_feedback::give_up_early
 };
 
 struct replay_result {
@@ -31,7 +42,7 @@ struct replay_result {
 // Takes one frame; returns false when the replay shall end. Must not throw.
 using frame_taker = std::function<bool(const channel_frame &frame)>;
 
-// Feeds the packets of `stream` to a receiver of their codec, runs its service loop on time between them, and goes
+// Feeds the packets of `stream`, and their retransmissions on the same path, to a receiver of their codec, runs its service loop on time between them, and goes
 // on after the last one until everything is delivered or given up. `progress` is called now and then with the
 // position in the file; it may be empty. Throws failure (no_access) when the capture cannot be read, and
 // std::bad_alloc without memory.

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "failure.h"
+#include "session_description.h"
 #include "video_stream.h"
 
 namespace vrc
@@ -62,6 +63,20 @@ const rtp_stream *best(const std::vector<rtp_stream> &streams, bool or_any)
 }
 
 } // namespace
+
+void streams_describe(const sdp_session &session, search_result *found)
+{
+    for (rtp_stream &stream : found->streams) {
+        const std::optional<size_t> media = session_find_media(session, stream.identity.payload_type);
+        if (!media || !stream.is_rtp()) {
+            continue;
+        }
+        stream.codec = session_codec(*sdp_format_find(&session.videos[*media], stream.identity.payload_type));
+        stream.h264_likelihood = stream.codec == VIDEO_TYPE_H264 ? 1 : 0;
+        stream.h265_likelihood = stream.codec == VIDEO_TYPE_H265 ? 1 : 0;
+        stream.likelihood = std::max(stream.h264_likelihood, stream.h265_likelihood);
+    }
+}
 
 std::string no_video_reason(const search_result &found)
 {

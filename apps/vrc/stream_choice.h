@@ -6,6 +6,7 @@
 #include <string>
 
 #include "rtp_finder.h"
+#include "sdp.h"
 
 namespace vrc
 {
@@ -26,6 +27,9 @@ struct stream_choice {
 // Chooses the video stream with the most packets that matches. The codec is believed even against the looks when
 // the stream is named too. Throws failure (nothing_usable), saying what is there instead; `capture` is its name.
 rtp_stream stream_choose(const search_result &found, const stream_choice &choice, const std::string &capture);
+
+// Believes a session description: a stream of a payload type that it lists carries what is said there, however it looks.
+void streams_describe(const sdp_session &session, search_result *found);
 
 // Says why there is no video in a capture.
 std::string no_video_reason(const search_result &found);

@@ -345,6 +345,8 @@ std::string replay_text(const replay_result &result, const std::string &capture)
     line(&out, "capture     {}: {} packets, {} UDP datagrams, {:.3f} s", capture, result.capture.frames,
          result.capture.udp, seconds(result.capture.duration_us));
     out.append(stream_text(result));
+    line(&out, "would send  {} NACKs for {} packets, {} PLIs", result.report.nacks_sent,
+         result.report.packets_asked_for, result.report.plis_sent);
     if (result.silence_skipped_ms > 0) {
         line(&out, "note        {} ms of silence skipped", result.silence_skipped_ms);
     }
@@ -353,16 +355,19 @@ std::string replay_text(const replay_result &result, const std::string &capture)
 
 json stream_summary_json(const replay_result &result)
 {
-    return {
-        {"srtp", decryption_json(result.decryption)},
-        {"stream", identity_json(result.stream)},
-        {"packets", packets_json(result)},
-        {"frames", frames_json(result)},
-        {"requests",
-         {{"key_frame", result.report.key_frame_requests}, {"retransmission", result.report.retransmission_requests}}},
-        {"watchdog", counts_json(watchdog_counts(result))},
-        {"freezes", freezes_json(result.report)},
-        {"timing", timing_json(result)}};
+    return {{"srtp", decryption_json(result.decryption)},
+            {"stream", identity_json(result.stream)},
+            {"packets", packets_json(result)},
+            {"frames", frames_json(result)},
+            {"requests",
+             {{"key_frame", result.report.key_frame_requests},
+              {"retransmission", result.report.retransmission_requests},
+              {"nacks", result.report.nacks_sent},
+              {"packets_asked_for", result.report.packets_asked_for},
+              {"plis", result.report.plis_sent}}},
+            {"watchdog", counts_json(watchdog_counts(result))},
+            {"freezes", freezes_json(result.report)},
+            {"timing", timing_json(result)}};
 }
 
 json replay_json(const replay_result &result, const std::string &capture)

@@ -41,7 +41,7 @@ rtp_stream stream_of_test()
     return stream;
 }
 
-outcome replay(const pcap_builder &capture, size_t frames_wanted = SIZE_MAX)
+outcome replay(const pcap_builder &capture, size_t frames_wanted = SIZE_MAX, const replay_setup &setup = {})
 {
     const temporary_file stored(capture.file());
     const capture_file file(stored.path());
@@ -50,7 +50,7 @@ outcome replay(const pcap_builder &capture, size_t frames_wanted = SIZE_MAX)
         seen.frames.push_back({frame.rtp_timestamp, frame.is_key, frame.size, frame.first_seq, frame.last_seq});
         return seen.frames.size() < frames_wanted;
     };
-    seen.result = stream_replay(file, stream_of_test(), take, {});
+    seen.result = stream_replay(file, stream_of_test(), take, {}, setup);
     return seen;
 }
 
@@ -249,4 +249,81 @@ TEST(Replay, ReportsProgress)
             ++calls;
         });
     EXPECT_GT(calls, 0u);
+}
+
+TEST(Replay, TellsWhichRequestsWouldHaveBeenSent)
+{
+    sender video;
+    for (unsigned picture = 0; picture < 30; ++picture) {
+        video.send(picture, picture == 0 || picture == 20, picture == 10);
+    }
+    const stream_report report = replay(video.capture()).result.report;
+    EXPECT_GE(report.nacks_sent, 1u);
+    EXPECT_GE(report.packets_asked_for, report.nacks_sent);
+    sender whole;
+    for (unsigned picture = 0; picture < 30; ++picture) {
+        whole.send(picture, picture == 0);
+    }
+    EXPECT_EQ(replay(whole.capture()).result.report.nacks_sent, 0u);
+}
+
+namespace
+{
+
+// Twenty pictures; the last packet of picture 10 comes 50 ms late, by retransmission under `ssrc` and type 97.
+pcap_builder capture_with_retransmission(uint32_t ssrc)
+{
+    sender video(100);
+    for (unsigned picture = 0; picture < 20; ++picture) {
+        video.send(picture, picture == 0, picture == 10);
+        if (picture == 11) {
+            // 100 to 102 are picture 0; two packets each follow.
+            const rtp_fields lost = {102 + 2 * 10, 4'294'960'000u + 10 * 3600u, true};
+            const rtp_fields repeated = {1, lost.timestamp, true, ssrc, 97};
+            video.capture().add_rtp(1000 * kSecond + 10 * kFrameTime + 50'000, repeated,
+                                    be16(lost.seq) + h264_fragments(h264_inter_slice(300), 2)[1]);
+        }
+    }
+    return video.capture();
+}
+
+std::shared_ptr<const sdp_session> session_with_pair(uint32_t rtx_ssrc)
+{
+    auto session = std::make_shared<sdp_session>();
+    session->n_videos = 1;
+    sdp_video &video = session->videos[0];
+    video.n_formats = 2;
+    video.formats[0].payload_type = 96;
+    video.formats[0].codec = SDP_CODEC_H264;
+    video.formats[1].payload_type = 97;
+    video.formats[1].codec = SDP_CODEC_RTX;
+    video.formats[1].apt = 96;
+    video.n_source_pairs = 1;
+    video.source_pairs[0] = {0x11223344, rtx_ssrc};
+    return session;
+}
+
+} // namespace
+
+TEST(Replay, FillsGapsFromRetransmissions)
+{
+    replay_setup by_option;
+    by_option.rtx = {{97, 96}};
+    replay_setup by_session;
+    by_session.session = session_with_pair(0x55);
+    replay_setup of_another;
+    of_another.session = session_with_pair(0x56);
+    replay_setup of_another_type;
+    of_another_type.rtx = {{97, 98}};
+    struct {
+        const replay_setup &setup;
+        size_t frames;
+        uint64_t retransmitted;
+    } const rows[] = {
+        {by_option, 20, 1}, {by_session, 20, 1}, {of_another, 10, 0}, {of_another_type, 10, 0}, {{}, 10, 0}};
+    for (const auto &row : rows) {
+        const outcome seen = replay(capture_with_retransmission(0x55), SIZE_MAX, row.setup);
+        EXPECT_EQ(seen.frames.size(), row.frames) << &row - rows;
+        EXPECT_EQ(seen.result.report.packets_retransmitted, row.retransmitted) << &row - rows;
+    }
 }

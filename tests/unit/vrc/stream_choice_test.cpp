@@ -107,3 +107,22 @@ TEST(StreamChoice, SaysWhatIsThereWhenThereIsNoVideo)
     found.counts.frames = 7;
     EXPECT_EQ(error_of(found, {}), start + "none of its 7 frames holds a UDP datagram" + advice);
 }
+
+TEST(StreamChoice, BelievesSessionDescription)
+{
+    sdp_session session{};
+    session.n_videos = 1;
+    sdp_video &video = session.videos[0];
+    video.n_formats = 2;
+    video.formats[0].payload_type = 96; // looks like H.264
+    video.formats[0].codec = SDP_CODEC_RTX;
+    video.formats[1].payload_type = 111; // looks like nothing
+    video.formats[1].codec = SDP_CODEC_H265;
+    search_result found = call();
+    streams_describe(session, &found);
+    const rtp_stream chosen = stream_choose(found, {}, "call.pcap");
+    EXPECT_EQ(chosen.identity.ssrc, 3u);
+    EXPECT_EQ(chosen.codec, VIDEO_TYPE_H265);
+    EXPECT_FALSE(found.streams[0].is_video());
+    EXPECT_EQ(found.streams[1].codec, VIDEO_TYPE_H265); // not listed: its looks count
+}

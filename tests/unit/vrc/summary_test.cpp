@@ -50,6 +50,9 @@ replay_result result_of_test()
     report.frames_dropped[FRAME_DROP_INCOMPLETE] = 3;
     report.key_frame_requests = 8;
     report.retransmission_requests = 9;
+    report.nacks_sent = 12;
+    report.packets_asked_for = 13;
+    report.plis_sent = 14;
     report.watchdog[WATCHDOG_KEY_FRAME_STUCK] = 1;
     report.freezes_200ms = 2;
     report.frozen_200ms = 900;
@@ -80,7 +83,8 @@ TEST(Summary, TellsPeopleWhatBecameOfStream)
               "time        2.000 s, 1.00 Mbit/s, 30.00 frames/s, jitter 31 timestamp units\n"
               "freezes     200 ms: 2 (900 ms), 500 ms: 1 (600 ms), 600 ms: 1 (600 ms)\n"
               "requests    key frame 8, retransmission 9 (times the need was seen)\n"
-              "watchdog    1: 1 key frame stuck\n");
+              "watchdog    1: 1 key frame stuck\n"
+              "would send  12 NACKs for 13 packets, 14 PLIs\n");
 }
 
 TEST(Summary, NotesWhatIsOddAboutCapture)
@@ -93,7 +97,11 @@ TEST(Summary, NotesWhatIsOddAboutCapture)
     result.capture.damaged = 3;
     result.capture.clock_steps_back = 4;
     result.capture.largest_clock_step_back_us = 1500;
+    result.decryption = {21, 22, 23, 24};
     const std::string text = replay_text(result, "call.pcap");
+    EXPECT_NE(text.find("srtp        21 packets decrypted, dropped 69: 22 not authentic, 23 replayed, 24 malformed\n"),
+              std::string::npos)
+        << text;
     EXPECT_EQ(text.substr(text.find("note")),
               "note        5000 ms of silence skipped\n"
               "note        the capture is damaged after packet 500: truncated dump file\n"
@@ -105,7 +113,9 @@ TEST(Summary, NotesWhatIsOddAboutCapture)
 
 TEST(Summary, TellsMachinesTheSame)
 {
-    const json object = replay_json(result_of_test(), "call.pcap");
+    replay_result result = result_of_test();
+    result.decryption = {21, 22, 23, 24};
+    const json object = replay_json(result, "call.pcap");
     EXPECT_EQ(object["capture"]["path"], "call.pcap");
     EXPECT_EQ(object["capture"]["packets"], 500);
     EXPECT_EQ(object["capture"]["is_cut_short"], false);
@@ -123,6 +133,11 @@ TEST(Summary, TellsMachinesTheSame)
     EXPECT_EQ(object["frames"]["dropped_by_reason"]["incomplete"], 3);
     EXPECT_EQ(object["requests"]["key_frame"], 8);
     EXPECT_EQ(object["requests"]["retransmission"], 9);
+    EXPECT_EQ(object["requests"]["nacks"], 12);
+    EXPECT_EQ(object["requests"]["packets_asked_for"], 13);
+    EXPECT_EQ(object["requests"]["plis"], 14);
+    EXPECT_EQ(object["srtp"]["decrypted"], 21);
+    EXPECT_EQ(object["srtp"]["replayed"], 23);
     EXPECT_EQ(object["watchdog"]["key_frame_stuck"], 1);
     EXPECT_EQ(object["freezes"]["count_200ms"], 2);
     EXPECT_EQ(object["freezes"]["duration_600ms_ms"], 600);

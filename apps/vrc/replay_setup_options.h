@@ -1,0 +1,15 @@
+// The options that say what is known about a captured stream beside its packets.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include "replay.h"
+
+namespace vrc
+{
+
+// Adds them to a command; `setup` must outlive the parser and is filled when the command line is parsed. Then failure
+// (wrong_usage, no_access) is thrown for keys and descriptions that cannot be read.
+void replay_setup_options_add(CLI::App *command, replay_setup *setup);
+
+} // namespace vrc
