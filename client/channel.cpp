@@ -9,6 +9,7 @@
 #include "rtp_intake.h"
 #include "rtx.h"
 #include "rtx_intake.h"
+#include "service.h"
 #include "user.h"
 
 constexpr zeb_ts_t kRefusalLogInterval = 1000; // milliseconds
@@ -316,14 +317,18 @@ static void __stream_tick(stream_state *state, const zeb_ts_t *now_p)
     feedback_tick(state, *now_p);
 }
 
-void channel_tick(channel_state *channel, const zeb_ts_t *now_p)
+zeb_ts_t channel_tick(channel_state *channel, const zeb_ts_t *now_p)
 {
+    zeb_ts_t next_at = *now_p + kServiceTickInterval;
     list_head *head = &channel->users.head;
     for (list_head *node = head->next; node != head; node = node->next) {
         for (stream_state *state : reinterpret_cast<user_state *>(node)->streams) {
             if (state != nullptr) {
                 __stream_tick(state, now_p);
+                const zeb_ts_t feedback_at = feedback_next_at(state);
+                next_at = feedback_at < next_at ? feedback_at : next_at;
             }
         }
     }
+    return next_at > *now_p ? next_at : *now_p + 1;
 }

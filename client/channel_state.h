@@ -51,8 +51,8 @@ inline bool service_is_in_callback(const rtc_service *service)
     return service != nullptr && service->state != nullptr && service->state->is_in_callback;
 }
 
-// Runs what is due at `*now_p` on the channel's streams.
-void channel_tick(channel_state *channel, const zeb_ts_t *now_p);
+// Runs what is due at `*now_p` on the channel's streams. Returns the time of the next call.
+zeb_ts_t channel_tick(channel_state *channel, const zeb_ts_t *now_p);
 
 // Releases the channel with its users and streams; it is in no list any more.
 void channel_free(channel_state *channel);

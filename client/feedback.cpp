@@ -112,7 +112,7 @@ void feedback_pacing_restore(stream_state *state, const request_pacing *pacing)
 
 static zeb_ts_t __key_frame_interval(const stream_feedback *self)
 {
-    const zeb_ts_t interval = 2 * nack_list_rtt(&self->nacks) + kNackHold;
+    const zeb_ts_t interval = 2 * nack_list_rtt(&self->nacks);
     if (interval < kKeyFrameIntervalMin) {
         return kKeyFrameIntervalMin;
     }
@@ -137,6 +137,13 @@ void feedback_note_packet(stream_state *state, reception_verdict verdict, uint32
         return;
     }
     state->stream->video_cache_q.next_retrans_req_should_at = nack_list_next_at(&self->nacks);
+}
+
+void feedback_note_missing_beginning(stream_state *state, uint32_t number)
+{
+    nack_list *nacks = &state->feedback.nacks;
+    nack_list_insert(nacks, number, state->now);
+    state->stream->video_cache_q.next_retrans_req_should_at = nack_list_next_at(nacks);
 }
 
 void feedback_note_key_packet(stream_state *state, zeb_ts_t now)
@@ -209,17 +216,28 @@ static void __write_key_frame_request(stream_state *state, rtcp_output *out)
     }
 }
 
+// A request that was answered does not stand in the way of the next one for long: the answer may have been damaged.
+static zeb_ts_t __key_frame_due_at(const stream_state *state)
+{
+    const stream_feedback *self = &state->feedback;
+    const zeb_ts_t paced = state->stream->video_cache_q.next_intra_req_should_at;
+    const bool is_answered = self->key_packet_at > self->key_frame_asked_at;
+    const zeb_ts_t soonest = self->key_frame_asked_at + kKeyFrameIntervalMin;
+    return is_answered && soonest < paced ? soonest : paced;
+}
+
 void feedback_ask_key_frame(stream_state *state, zeb_ts_t now)
 {
     webrtc_video_cache_t *cache = &state->stream->video_cache_q;
     const channel_feedback *agreed = &__channel_of(state)->feedback;
-    if ((!agreed->pli && !agreed->fir) || !__may_ask(state, now) || now < cache->next_intra_req_should_at) {
+    if ((!agreed->pli && !agreed->fir) || !__may_ask(state, now) || now < __key_frame_due_at(state)) {
         return;
     }
     feedback_datagram datagram;
     __begin(state, &datagram);
     __write_key_frame_request(state, &datagram.out);
     __send(state, &datagram);
+    state->feedback.key_frame_asked_at = now;
     cache->next_intra_req_should_at = now + __key_frame_interval(&state->feedback);
     __saturating_add(&cache->n_intra_req_sent_recent);
     __saturating_add(&state->stream->n_key_req_sent_recent);
@@ -281,6 +299,12 @@ void feedback_tick(stream_state *state, zeb_ts_t now)
     }
     __send_report(state, now);
     __send_rate(state, now);
+}
+
+zeb_ts_t feedback_next_at(const stream_state *state)
+{
+    const bool asks = __channel_of(state)->feedback.nack && __may_send(state);
+    return asks ? nack_list_next_at(&state->feedback.nacks) : kNackNever;
 }
 
 // ---- RTCP from the sender ----

@@ -22,6 +22,7 @@ struct stream_feedback {
     uint32_t sender_report_ntp; // middle 32 bits of its NTP time
     zeb_ts_t sender_report_at;
     zeb_ts_t next_report_at;
+    zeb_ts_t key_frame_asked_at;
     zeb_ts_t key_packet_at;  // when a packet of a key frame came last
     uint8_t fir_command_seq; // of the request that is under way
 };
@@ -41,6 +42,10 @@ void feedback_pacing_restore(stream_state *state, const request_pacing *pacing);
 void feedback_note_packet(stream_state *state, reception_verdict verdict, uint32_t number, uint32_t newest_before,
                           zeb_ts_t now);
 
+// The key frame that is held has something in front of its first packet so far, which nobody has seen missing: the
+// stream began with a loss. Asks for it.
+void feedback_note_missing_beginning(stream_state *state, uint32_t number);
+
 // Takes note that it belongs to a key frame.
 void feedback_note_key_packet(stream_state *state, zeb_ts_t now);
 
@@ -52,6 +57,9 @@ void feedback_ask_retransmissions(stream_state *state, zeb_ts_t now);
 
 // Sends what is due: requests again, reports, the rate.
 void feedback_tick(stream_state *state, zeb_ts_t now);
+
+// When feedback_tick has to look again; kNackNever: nothing is planned.
+zeb_ts_t feedback_next_at(const stream_state *state);
 
 // Takes in a well-formed RTCP datagram.
 void feedback_take_rtcp(channel_state *channel, const uint8_t *datagram, size_t size, zeb_ts_t now);

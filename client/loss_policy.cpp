@@ -1,5 +1,11 @@
 #include "loss_policy.h"
 
+zeb_ts_t loss_policy_patience(zeb_ts_t lateness)
+{
+    const zeb_ts_t patience = 2 * lateness;
+    return patience < kLossPatienceMin ? kLossPatienceMin : patience;
+}
+
 static bool __is_hopeless(const loss_situation *situation)
 {
     if (situation->will_never_complete) {
@@ -8,7 +14,7 @@ static bool __is_hopeless(const loss_situation *situation)
     if (situation->offers_retransmission) {
         return situation->is_used_up;
     }
-    return situation->missing_for >= kLossReorderPatience;
+    return situation->missing_for >= loss_policy_patience(situation->lateness);
 }
 
 loss_verdict loss_policy_decide(const loss_situation *situation)

@@ -4,8 +4,8 @@
 
 #include "zeb_platform.h"
 
-// Late packets are waited for even where nobody retransmits: paths reorder, but not for longer than this.
-constexpr zeb_ts_t kLossReorderPatience = 100; // ms
+// Late packets are waited for even where nobody retransmits: for twice as long as they were seen to take, or this.
+constexpr zeb_ts_t kLossPatienceMin = 10; // ms
 
 enum loss_verdict : uint8_t {
     LOSS_WAIT,             // it may still come, or nothing is held up
@@ -21,6 +21,10 @@ struct loss_situation {
     bool will_never_complete;   // nothing is missing, but the frame at the head has no end
     bool holds_key_frame;       // behind the loss
     zeb_ts_t missing_for;       // ms since the oldest loss was noticed
+    zeb_ts_t lateness;          // ms that packets come late on their own
 };
+
+// How long a missing packet is waited for where nobody retransmits, ms. `lateness` as above.
+zeb_ts_t loss_policy_patience(zeb_ts_t lateness);
 
 loss_verdict loss_policy_decide(const loss_situation *situation);

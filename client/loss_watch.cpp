@@ -74,6 +74,7 @@ loss_situation loss_watch_look(const stream_state *state)
     if (missing != nullptr) {
         situation.is_used_up = nack_list_is_used_up(&state->feedback.nacks, missing, state->now);
         situation.missing_for = state->now - missing->missing_since;
+        situation.lateness = nack_list_hold(&state->feedback.nacks);
     }
     return situation;
 }

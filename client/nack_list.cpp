@@ -2,17 +2,17 @@
 
 #include <cstring>
 
-// A retransmission crosses the path twice with some play; asked again too soon it would come twice.
+// A retransmission crosses the path twice, with some play; asked for again too soon it would come twice.
 static zeb_ts_t __repeat_interval(const nack_list *self)
 {
     const zeb_ts_t rtt = nack_list_rtt(self);
-    return rtt + rtt / 4;
+    return rtt + rtt / 16;
 }
 
 static zeb_ts_t __due_at(const nack_list *self, const missing_packet *packet)
 {
     if (packet->tries == 0) {
-        return packet->missing_since + kNackHold;
+        return packet->missing_since + nack_list_hold(self);
     }
     return packet->tries < kNackTriesMax ? packet->asked_at + __repeat_interval(self) : kNackNever;
 }
@@ -39,6 +39,12 @@ static size_t __lower_bound(const nack_list *self, uint32_t number)
     return low;
 }
 
+zeb_ts_t nack_list_hold(const nack_list *self)
+{
+    const zeb_ts_t lateness = (self->lateness_8 + 7) / 8;
+    return lateness < kNackHoldMin ? kNackHoldMin : lateness;
+}
+
 zeb_ts_t nack_list_rtt(const nack_list *self)
 {
     return self->rtt_8 == 0 ? kNackRttUnknown : (self->rtt_8 + 4) / 8;
@@ -60,14 +66,36 @@ void nack_list_add(nack_list *self, uint32_t first, uint32_t last, zeb_ts_t now)
     }
 }
 
+void nack_list_insert(nack_list *self, uint32_t number, zeb_ts_t now)
+{
+    if (nack_list_find(self, number) != nullptr) {
+        return;
+    }
+    if (self->count == kNackListMax) {
+        __drop_first(self, 1);
+    }
+    const size_t place = __lower_bound(self, number);
+    memmove(&self->missing[place + 1], &self->missing[place], (self->count - place) * sizeof self->missing[0]);
+    self->missing[place] = {number, 0, now, 0};
+    self->count += 1;
+}
+
+// Rises at once and falls slowly: one more late packet is soon to be expected.
+static void __lateness_note(nack_list *self, zeb_ts_t lateness)
+{
+    const auto sample_8 = static_cast<uint32_t>((lateness < kNackHoldMax ? lateness : kNackHoldMax) * 8);
+    self->lateness_8 = sample_8 > self->lateness_8 ? sample_8 : self->lateness_8 - (self->lateness_8 - sample_8) / 16;
+}
+
 static void __measure(nack_list *self, const missing_packet *packet, zeb_ts_t now)
 {
     const zeb_ts_t sample = now - packet->asked_at;
-    if (packet->tries != 1 || sample < kNackRttMin) {
-        return;
+    if (packet->tries == 0 || sample < nack_list_rtt(self) / 2) {
+        __lateness_note(self, now - packet->missing_since);
+    } else if (packet->tries == 1) {
+        const auto sample_8 = static_cast<uint32_t>(sample * 8);
+        self->rtt_8 = self->rtt_8 == 0 ? sample_8 : self->rtt_8 - self->rtt_8 / 8 + sample_8 / 8;
     }
-    const auto sample_8 = static_cast<uint32_t>(sample * 8);
-    self->rtt_8 = self->rtt_8 == 0 ? sample_8 : self->rtt_8 - self->rtt_8 / 8 + sample_8 / 8;
 }
 
 bool nack_list_remove(nack_list *self, uint32_t number, zeb_ts_t now)
@@ -82,10 +110,10 @@ bool nack_list_remove(nack_list *self, uint32_t number, zeb_ts_t now)
     return true;
 }
 
-bool nack_list_was_asked_for(const nack_list *self, uint32_t number)
+const missing_packet *nack_list_find(const nack_list *self, uint32_t number)
 {
     const size_t place = __lower_bound(self, number);
-    return place < self->count && self->missing[place].number == number && self->missing[place].tries > 0;
+    return place < self->count && self->missing[place].number == number ? &self->missing[place] : nullptr;
 }
 
 void nack_list_forget_below(nack_list *self, uint32_t number)

@@ -9,10 +9,10 @@
 
 constexpr size_t kNackListMax = 512;      // packets remembered; a longer burst is not worth repairing
 constexpr uint8_t kNackTriesMax = 10;     // requests for one packet
-constexpr zeb_ts_t kNackHold = 10;        // ms before the first request: it may merely come late
+constexpr zeb_ts_t kNackHoldMin = 5;      // ms before the first request: the packet may merely come late
+constexpr zeb_ts_t kNackHoldMax = 40;     // ms; on a path that was seen to reorder by as much
 constexpr zeb_ts_t kNackPatience = 2000;  // ms after which the reorder cache has given up, too
 constexpr zeb_ts_t kNackRttUnknown = 100; // ms between two requests until a retransmission was measured
-constexpr zeb_ts_t kNackRttMin = 10;      // ms; a smaller measurement is a packet that was only late
 constexpr zeb_ts_t kNackNever = ~zeb_ts_t{0};
 
 struct missing_packet {
@@ -26,18 +26,23 @@ struct missing_packet {
 struct nack_list {
     missing_packet missing[kNackListMax]; // by ascending number
     size_t count;
-    uint32_t rtt_8; // smoothed round-trip time, eighths of a millisecond; 0: not measured
+    uint32_t rtt_8;      // smoothed round-trip time, eighths of a millisecond; 0: not measured
+    uint32_t lateness_8; // how late packets come that nobody asked for, eighths of a millisecond
 };
 
 // The numbers from `first` to `last` were passed over. Of a burst that does not fit the newest are kept. Numbers
 // go up from call to call.
 void nack_list_add(nack_list *self, uint32_t first, uint32_t last, zeb_ts_t now);
 
-// A packet came. One that was asked for once tells the round-trip time. True when it was on the list.
+// One number was passed over, anywhere among the others. Nothing happens when it is on the list already.
+void nack_list_insert(nack_list *self, uint32_t number, zeb_ts_t now);
+
+// A packet came. One that was asked for once tells the round-trip time, unless it came too soon for an answer: that
+// one, and one that was not asked for, tell how late packets come on their own. True when it was on the list.
 bool nack_list_remove(nack_list *self, uint32_t number, zeb_ts_t now);
 
-// True when the number is missing and was asked for.
-bool nack_list_was_asked_for(const nack_list *self, uint32_t number);
+// The missing packet of that number, or null when it is not missing.
+const missing_packet *nack_list_find(const nack_list *self, uint32_t number);
 
 // Forgets all numbers below `number`: nothing waits for them any more.
 void nack_list_forget_below(nack_list *self, uint32_t number);
@@ -57,6 +62,9 @@ const missing_packet *nack_list_oldest(const nack_list *self);
 
 // True when all requests for a packet were made and the last one had the time to be answered.
 bool nack_list_is_used_up(const nack_list *self, const missing_packet *packet, zeb_ts_t now);
+
+// How long a packet is given to come late before it is asked for, in ms: as long as others were seen to take.
+zeb_ts_t nack_list_hold(const nack_list *self);
 
 // The round-trip time in ms, measured or assumed.
 zeb_ts_t nack_list_rtt(const nack_list *self);

@@ -8,7 +8,7 @@
 #include "rtc_packet.h"
 
 constexpr zeb_ts_t kPacketHoldPatience = 200; // milliseconds; longer than paths reorder, shorter than a freeze
-constexpr size_t kPacketHoldMax = 64;         // packets
+constexpr size_t kPacketHoldMax = 128;        // packets
 
 struct held_packet {
     list_head node; // first, so that a link is its record

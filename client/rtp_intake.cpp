@@ -213,13 +213,42 @@ static void __release_what_is_over(stream_state *state, const zeb_ts_t *now_p)
     }
 }
 
+// The packet in front of the key frame's first one so far is missing, but was asked for in good hope.
+static bool __is_repair_coming(const stream_state *state, const held_packet *first)
+{
+    const missing_packet *missing = nack_list_find(&state->feedback.nacks, first->number - 1);
+    return state->stream->channel->state->feedback.nack && missing != nullptr &&
+           !nack_list_is_used_up(&state->feedback.nacks, missing, state->now);
+}
+
+static bool __is_wait_over(const stream_state *state, const held_packet *key, const held_packet *first, zeb_ts_t now)
+{
+    if (state->hold.packets.count >= kPacketHoldMax) {
+        return true;
+    }
+    const channel_feedback *agreed = &state->stream->channel->state->feedback;
+    if (agreed->give_up_early && !agreed->nack) {
+        return now - key->held_since >= loss_policy_patience(nack_list_hold(&state->feedback.nacks));
+    }
+    return packet_hold_is_over(&state->hold, key, now) && !__is_repair_coming(state, first);
+}
+
+// What is missing in front of a stream's very first packet shows in no gap.
+static void __ask_for_beginning(stream_state *state, const held_packet *first)
+{
+    if (first->number == state->arrivals.first) {
+        feedback_note_missing_beginning(state, first->number - 1);
+    }
+}
+
 // Each turn takes a packet out of the hold or ends it.
 static void __hold_run(stream_state *state, const zeb_ts_t *now_p)
 {
     const held_packet *key = packet_hold_first_key(&state->hold);
     while (key != nullptr) {
         const held_packet *first = packet_hold_first_of(&state->hold, key->timestamp);
-        if (!__may_open(state, first) && !packet_hold_is_over(&state->hold, key, *now_p)) {
+        if (!__may_open(state, first) && !__is_wait_over(state, key, first, *now_p)) {
+            __ask_for_beginning(state, first);
             break;
         }
         __open(state, first, now_p);

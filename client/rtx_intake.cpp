@@ -17,6 +17,12 @@ static user_state *__paired_sender(channel_state *channel, uint32_t rtx_ssrc)
     return nullptr;
 }
 
+static bool __was_asked_for(const stream_state *state, seq_t seq)
+{
+    const missing_packet *missing = nack_list_find(&state->feedback.nacks, reception_number(&state->arrivals, seq));
+    return !state->is_native && missing != nullptr && missing->tries > 0;
+}
+
 // The sender of the only stream that waits for a retransmission of that number.
 static user_state *__asked_sender(channel_state *channel, seq_t seq)
 {
@@ -25,8 +31,7 @@ static user_state *__asked_sender(channel_state *channel, seq_t seq)
     for (list_head *node = head->next; node != head; node = node->next) {
         auto *user = reinterpret_cast<user_state *>(node);
         const stream_state *state = user_find_stream(user, 0);
-        if (state == nullptr || state->is_native ||
-            !nack_list_was_asked_for(&state->feedback.nacks, reception_number(&state->arrivals, seq))) {
+        if (state == nullptr || !__was_asked_for(state, seq)) {
             continue;
         }
         if (found != nullptr) {

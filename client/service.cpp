@@ -48,13 +48,14 @@ void rtc_service_destroy(rtc_service *service)
 
 zeb_ts_t rtc_service_tick(rtc_service *service, const zeb_ts_t *now_p)
 {
-    const zeb_ts_t next_at = *now_p + kServiceTickInterval;
+    zeb_ts_t next_at = *now_p + kServiceTickInterval;
     if (service == nullptr || service->state == nullptr || service_is_in_callback(service)) {
         return next_at;
     }
     list_head *head = &service->state->channels.head;
     for (list_head *node = head->next; node != head; node = node->next) {
-        channel_tick(reinterpret_cast<channel_state *>(node), now_p);
+        const zeb_ts_t channel_at = channel_tick(reinterpret_cast<channel_state *>(node), now_p);
+        next_at = channel_at < next_at ? channel_at : next_at;
     }
     return next_at;
 }

@@ -4,7 +4,7 @@
 
 #include "rtc_client.h"
 
-// How often the reorder caches want to be looked at, milliseconds.
+// How often the reorder caches want to be looked at, milliseconds. A request may be due earlier.
 constexpr zeb_ts_t kServiceTickInterval = 10;
 
 // A new service, which the caller owns; null without memory.

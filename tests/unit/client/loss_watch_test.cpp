@@ -105,7 +105,7 @@ TEST(LossWatch, GivesUpWhenAllRequestsWereInVain)
 {
     LiveStream live(true, true);
     live.lose_a_packet();
-    live.client.pass(1300); // ten requests, 125 ms apart or a tick more
+    live.client.pass(1300); // ten requests, 113 ms apart or a tick more
     EXPECT_EQ(live.client.report().nacks_sent, 10u);
     live.client.pass(200);
     EXPECT_EQ(live.client.report().losses_given_up[LOSS_END_CLEARED], 1u);
@@ -115,7 +115,7 @@ TEST(LossWatch, GivesUpWhenAllRequestsWereInVain)
 TEST(LossWatch, GoesOnWithAKeyFrameThatIsHeld)
 {
     LiveStream live(false, true);
-    live.lose_a_packet();
+    live.client.receive_without(live.sender.delta_frame(3), {1});
     const frame key = live.sender.key_frame();
     live.client.receive(key);
     const zeb_ts_t began = live.client.now;

@@ -47,10 +47,10 @@ TEST_F(NackList, AsksForNothingWhenNothingIsMissing)
 TEST_F(NackList, HoldsTheFirstRequestForPacketsThatAreOnlyLate)
 {
     lose(70, 72, 0);
-    EXPECT_EQ(nack_list_next_at(&list), kStart + kNackHold);
-    EXPECT_EQ(due(kNackHold - 1), Numbers());
-    EXPECT_TRUE(arrive(71, kNackHold - 1));
-    EXPECT_EQ(due(kNackHold), (Numbers{70, 72}));
+    EXPECT_EQ(nack_list_next_at(&list), kStart + kNackHoldMin);
+    EXPECT_EQ(due(kNackHoldMin - 1), Numbers());
+    EXPECT_TRUE(arrive(71, kNackHoldMin - 1));
+    EXPECT_EQ(due(kNackHoldMin), (Numbers{70, 72}));
 }
 
 TEST_F(NackList, NeverAsksForWhatHasArrived)
@@ -65,7 +65,7 @@ TEST_F(NackList, NeverAsksForWhatHasArrived)
 TEST_F(NackList, AsksAgainAfterTheAssumedRoundTripWhileNoneIsMeasured)
 {
     lose(70, 70, 0);
-    const zeb_ts_t repeat = kNackRttUnknown + kNackRttUnknown / 4;
+    const zeb_ts_t repeat = kNackRttUnknown + kNackRttUnknown / 16;
     EXPECT_EQ(due(10), Numbers{70});
     EXPECT_EQ(due(10 + repeat - 1), Numbers());
     EXPECT_EQ(due(10 + repeat), Numbers{70});
@@ -79,9 +79,9 @@ TEST_F(NackList, AsksAgainNoSoonerThanTheMeasuredRoundTrip)
     EXPECT_EQ(nack_list_rtt(&list), 60u);
     lose(80, 80, 100);
     EXPECT_EQ(due(110), Numbers{80});
-    EXPECT_EQ(nack_list_next_at(&list), kStart + 110 + 75);
-    EXPECT_EQ(due(110 + 74), Numbers());
-    EXPECT_EQ(due(110 + 75), Numbers{80});
+    EXPECT_EQ(nack_list_next_at(&list), kStart + 110 + 63);
+    EXPECT_EQ(due(110 + 62), Numbers());
+    EXPECT_EQ(due(110 + 63), Numbers{80});
 }
 
 TEST_F(NackList, DoesNotMeasureWhatMayAnswerEitherOfTwoRequests)
@@ -97,8 +97,27 @@ TEST_F(NackList, DoesNotTakeAPacketThatWasOnlyLateForARoundTrip)
 {
     lose(70, 70, 0);
     due(10);
-    arrive(70, 10 + kNackRttMin - 1);
+    arrive(70, 10 + kNackRttUnknown / 2 - 1);
     EXPECT_EQ(nack_list_rtt(&list), kNackRttUnknown);
+}
+
+TEST_F(NackList, HoldsLongerOnAPathThatReorders)
+{
+    lose(70, 70, 0);
+    due(5);
+    arrive(70, 25); // asked for, but this was no answer yet
+    EXPECT_EQ(nack_list_hold(&list), 25u);
+    lose(80, 80, 100);
+    EXPECT_EQ(due(124), Numbers());
+    EXPECT_EQ(due(125), Numbers{80});
+    for (uint32_t number = 100; number < 200; number++) {
+        lose(number, number, 1000);
+        arrive(number, 1001);
+    }
+    EXPECT_EQ(nack_list_hold(&list), kNackHoldMin);
+    lose(300, 300, 2000);
+    arrive(300, 2900);
+    EXPECT_EQ(nack_list_hold(&list), kNackHoldMax);
 }
 
 TEST_F(NackList, SmoothsTheRoundTrip)
@@ -114,7 +133,7 @@ TEST_F(NackList, StopsAfterTenRequestsAndSaysWhenTheyAreUsedUp)
 {
     lose(70, 70, 0);
     due(10);
-    arrive(70, 40); // 30 ms there and back: asked again every 37 ms
+    arrive(70, 74); // 64 ms there and back: asked again every 68 ms
     lose(80, 80, 100);
     size_t requests = 0;
     zeb_ts_t last = 0;
@@ -125,8 +144,8 @@ TEST_F(NackList, StopsAfterTenRequestsAndSaysWhenTheyAreUsedUp)
         }
     }
     EXPECT_EQ(requests, kNackTriesMax);
-    EXPECT_FALSE(nack_list_is_used_up(&list, nack_list_oldest(&list), kStart + last + 36));
-    EXPECT_TRUE(nack_list_is_used_up(&list, nack_list_oldest(&list), kStart + last + 37));
+    EXPECT_FALSE(nack_list_is_used_up(&list, nack_list_oldest(&list), kStart + last + 67));
+    EXPECT_TRUE(nack_list_is_used_up(&list, nack_list_oldest(&list), kStart + last + 68));
     EXPECT_EQ(nack_list_next_at(&list), kNackNever);
 }
 
@@ -177,6 +196,20 @@ TEST_F(NackList, KeepsTheOrderAcrossTheEndOfTheNumbers)
     EXPECT_TRUE(arrive(0, 2));
     EXPECT_TRUE(arrive(0xFFFFFFFF, 2));
     EXPECT_EQ(due(10), (Numbers{0xFFFFFFFE, 1}));
+}
+
+TEST_F(NackList, TakesInOneNumberAmongTheOthers)
+{
+    lose(70, 72, 0);
+    nack_list_insert(&list, 69, kStart);
+    nack_list_insert(&list, 71, kStart);
+    nack_list_insert(&list, 80, kStart);
+    EXPECT_EQ(due(10), (Numbers{69, 70, 71, 72, 80}));
+    for (uint32_t number = 100; number < 100 + kNackListMax; number++) {
+        nack_list_insert(&list, number, kStart);
+    }
+    EXPECT_EQ(list.count, kNackListMax);
+    EXPECT_EQ(list.missing[0].number, 100u);
 }
 
 TEST_F(NackList, KeepsTheRoundTripWhenItIsCleared)
