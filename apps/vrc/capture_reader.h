@@ -8,8 +8,7 @@
 #include "capture_clock.h"
 #include "capture_file.h"
 #include "datagram_parser.h"
-
-struct pcap;
+#include "frame_source.h"
 
 namespace vrc
 {
@@ -33,15 +32,12 @@ struct captured_datagram {
     udp_datagram udp;        // valid until the next one is read
 };
 
-// Reads pcap and pcapng. The constructor throws failure (no_access) when the file is no capture or its link
+// Reads pcap, pcapng and rtpdump files. The constructor throws failure (no_access) when the file is no capture or its link
 // type is not known. `file` must outlive the reader.
 class capture_reader
 {
   public:
     explicit capture_reader(const capture_file &file);
-    ~capture_reader();
-    capture_reader(const capture_reader &) = delete;
-    capture_reader &operator=(const capture_reader &) = delete;
 
     // Moves to the next datagram. False at the end of the capture or where it is damaged; counts().damage tells
     // which. Throws failure (no_access) when the file can no longer be read.
@@ -57,11 +53,8 @@ class capture_reader
 
   private:
     void count(frame_kind kind);
-    void note_end(int result);
 
-    const capture_file &file_;
-    std::unique_ptr<pcap, void (*)(pcap *)> pcap_;
-    int link_type_ = 0;
+    std::unique_ptr<frame_source> source_;
     capture_clock clock_;
     capture_counts counts_;
 };

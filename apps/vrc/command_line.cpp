@@ -85,7 +85,7 @@ class command_line
     void info_add()
     {
         info_ = app_.add_subcommand("info", "List the RTP streams of a capture");
-        info_->add_option("CAPTURE", info_options_.capture, "pcap or pcapng file; - is standard input")->required();
+        info_->add_option("CAPTURE", info_options_.capture, "pcap(ng) or rtpdump; - is standard input")->required();
         info_->add_flag("--json", info_options_.is_json, "Write JSON");
     }
 
@@ -93,7 +93,7 @@ class command_line
     {
         replay_ = app_.add_subcommand("replay", "Run a video stream of a capture through the receiver");
         replay_->footer(kReplayNotes);
-        replay_->add_option("CAPTURE", replay_options_.capture, "pcap or pcapng file; - is standard input")->required();
+        replay_->add_option("CAPTURE", replay_options_.capture, "pcap(ng) or rtpdump; - is standard input")->required();
         replay_->add_option("-o,--output", replay_options_.output, "Write the frames as Annex B; - is standard output")
             ->type_name("OUT");
         replay_->add_option("--frames", replay_options_.frames, "Write a line for each frame; - is standard output")

@@ -196,7 +196,7 @@ TEST(CaptureReader, SaysWhatIsWrongWithFilesThatAreNoCaptures)
         {{0x28, 0xB5, 0x2F, 0xFD, 1, 2, 3, 4}, "compressed with zstd"},
         {{0xFD, 0x37, 0x7A, 0x58, 0x5A, 0, 0, 4}, "compressed with xz"},
         {{'P', 'K', 3, 4, 20, 0, 0, 0}, "zip archive"},
-        {bytes(rtpdump.begin(), rtpdump.end()), "rtpdump file"},
+        {bytes(rtpdump.begin(), rtpdump.end()), "rtpdump header"},
         {{'v', '=', '0', '\r', '\n'}, "session description"},
         {pcap_builder(127).file(), "link type IEEE802_11_RADIO (127) is not supported"},
         {pcap_builder(147).file(), "link type unknown (147) is not supported"},
