@@ -9,6 +9,7 @@
 #include <new>
 
 #include "commands.h"
+#include "listen_command.h"
 #include "option_values.h"
 #include "replay_setup_options.h"
 
@@ -25,6 +26,7 @@ Examples:
   vrc replay call.pcapng --ssrc 0x2813d755 --json
   vrc replay call.pcapng -o - | ffplay -      watch it
   tcpdump -w - udp | vrc info -               read a pipe to its end
+  vrc listen --codec h264 -o call.h264        receive what comes to UDP port 5004 of this host
 
 Exit status: 0 done; 1 no RTP video found, or no frame came out; 2 wrong usage;
 3 a file cannot be read or written.)";
@@ -58,6 +60,7 @@ class command_line
         app_.require_subcommand(1);
         info_add();
         replay_add();
+        listen_ = listen_command_add(&app_, &listen_options_);
     }
 
     int run(int argc, const char *const *argv)
@@ -69,6 +72,9 @@ class command_line
             const int code = app_.exit(error);
             return static_cast<int>(code == 0 ? exit_code::success : exit_code::wrong_usage);
         }
+        if (listen_->parsed()) {
+            return static_cast<int>(listen_run(listen_options_));
+        }
         return static_cast<int>(info_->parsed() ? info_run(info_options_) : replay_run(replay_options_));
     }
 
@@ -77,8 +83,9 @@ class command_line
     void command_check(int argc, const char *const *argv) const
     {
         const std::string word = argc > 1 ? argv[1] : "-";
-        if (word[0] != '-' && word != info_->get_name() && word != replay_->get_name()) {
-            throw failure(exit_code::wrong_usage, fmt::format("unknown command '{}'; known are info and replay", word));
+        if (word[0] != '-' && word != info_->get_name() && word != replay_->get_name() && word != listen_->get_name()) {
+            throw failure(exit_code::wrong_usage,
+                          fmt::format("unknown command '{}'; known are info, replay and listen", word));
         }
     }
 
@@ -127,11 +134,13 @@ class command_line
         replay_->add_option_function<std::string>(name, set, description)->type_name(type);
     }
 
-    CLI::App app_{"vrc replays captured RTP video (H.264, H.265) through the video receiver", "vrc"};
+    CLI::App app_{"vrc receives RTP video (H.264, H.265), captured or live", "vrc"};
     CLI::App *info_ = nullptr;
     CLI::App *replay_ = nullptr;
+    CLI::App *listen_ = nullptr;
     info_options info_options_;
     replay_options replay_options_;
+    listen_options listen_options_;
 };
 
 int report(exit_code code, const char *message)

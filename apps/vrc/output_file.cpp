@@ -46,6 +46,14 @@ bool output_file::write(const void *bytes, size_t size) noexcept
     return error_ == 0;
 }
 
+bool output_file::flush() noexcept
+{
+    if (error_ == 0 && std::fflush(stream_) != 0) {
+        error_ = errno;
+    }
+    return error_ == 0;
+}
+
 void output_file::close()
 {
     std::FILE *stream = stream_;

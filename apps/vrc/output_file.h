@@ -24,6 +24,9 @@ class output_file
     // Returns false when this or an earlier write failed.
     bool write(const void *bytes, size_t size) noexcept;
 
+    // Hands what was written so far to the system, for a reader who waits. Returns as write does.
+    bool flush() noexcept;
+
     // Hands everything to the system. Throws failure (no_access) when something could not be written.
     void close();
 

@@ -117,7 +117,7 @@ TEST(VrcUsage, RefusesWrongUsageAndSaysWhy)
         const char *message;
     } const rows[] = {
         {"", "subcommand"},
-        {"play x.pcap", "unknown command 'play'; known are info and replay"},
+        {"play x.pcap", "unknown command 'play'; known are info, replay and listen"},
         {"info", "CAPTURE"},
         {"replay", "CAPTURE"},
         {"replay --no-such-option x.pcap", "--no-such-option"},
@@ -188,7 +188,7 @@ TEST(VrcInput, SaysWhyThereIsNoVideo)
     } const rows[] = {
         {"nothing at all", pcap_builder().file(), "none of its 0 frames holds a UDP datagram"},
         {"no RTP", noise.file(), "none of its 1 UDP datagrams belongs to an RTP stream"},
-        {"encrypted", encrypted.file(), "looks encrypted (SRTP): decrypt it first"},
+        {"encrypted", encrypted.file(), "looks encrypted (SRTP): its key can be given to replay with --srtp"},
     };
     for (const auto &row : rows) {
         const temporary_file capture(row.file);

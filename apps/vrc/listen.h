@@ -1,0 +1,40 @@
+// Receives a stream from the network, now.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "channel.h"
+#include "failure.h"
+
+namespace vrc
+{
+
+struct listen_options {
+    std::optional<uint16_t> port; // none: the description's, or kListenPort
+    std::optional<uint8_t> codec; // VIDEO_TYPE_H264, VIDEO_TYPE_H265
+    std::optional<uint8_t> payload_type;
+    std::string sdp;               // session description; empty for none
+    std::vector<std::string> bind; // addresses of the host; none: the loopback ones
+    std::string rtcp;              // HOST:PORT that is sent to; empty: whoever is heard from
+    bool is_rtcp_muxed = false;
+    std::optional<channel_feedback> feedback; // none: what the description allows, or what most senders know
+    bool waits = false;                       // for losses that nothing will repair
+    std::string output;                       // Annex B; "-" is standard output, empty for none
+    std::string stats;                        // a JSON record a second; the same
+    std::string record;                       // capture; the same
+    double duration_s = 0;                    // 0: until stopped
+    uint64_t frames = 0;                      // the same
+    bool is_json = false;
+    int verbosity = 0;
+};
+
+constexpr uint16_t kListenPort = 5004; // RFC 3551, 8
+
+// Listens until a limit is reached or SIGINT or SIGTERM comes. Returns nothing_usable when no frame came out.
+// Throws failure.
+exit_code listen_run(const listen_options &options);
+
+} // namespace vrc

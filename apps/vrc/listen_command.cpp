@@ -1,0 +1,127 @@
+#include "listen_command.h"
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+
+#include <array>
+#include <sstream>
+
+#include "option_values.h"
+
+namespace vrc
+{
+namespace
+{
+
+constexpr const char *kNotes = R"(
+Examples:
+  vrc listen --codec h264 -o call.h264         what comes to port 5004, until Ctrl-C
+  vrc listen --sdp call.sdp -o - | ffplay -    watch it
+  vrc listen --codec h264 --record call.pcap --stats call.jsonl --duration 60
+
+RTCP comes to the port above the one of RTP. It goes to where --rtcp says, else to whoever sent to the RTCP port
+last, else to where RTP comes from.)";
+
+struct feedback_name {
+    const char *name;
+    bool channel_feedback::*member;
+};
+
+constexpr std::array<feedback_name, 6> kFeedbackNames = {{{"nack", &channel_feedback::nack},
+                                                          {"pli", &channel_feedback::pli},
+                                                          {"fir", &channel_feedback::fir},
+                                                          {"remb", &channel_feedback::remb},
+                                                          {"rsize", &channel_feedback::reduced_size},
+                                                          {"reports", &channel_feedback::reports}}};
+
+void feedback_switch_on(channel_feedback *feedback, const std::string &word)
+{
+    for (const feedback_name &known : kFeedbackNames) {
+        if (word == known.name) {
+            feedback->*known.member = true;
+            return;
+        }
+    }
+    throw CLI::ValidationError(
+        "--feedback",
+        fmt::format("unknown feedback '{}'; known are nack, pli, fir, remb, rsize, reports, or none alone", word));
+}
+
+void stream_options_add(CLI::App *command, listen_options *options)
+{
+    command->add_option("--port", options->port, "UDP port of RTP; 5004 unless the description has another")
+        ->check(CLI::Range(1, 65535))
+        ->type_name("PORT");
+    command
+        ->add_option_function<std::string>(
+            "--codec", [options](const std::string &text) { options->codec = codec_parse("--codec", text); },
+            "What comes: h264 or h265")
+        ->type_name("CODEC");
+    command
+        ->add_option_function<unsigned>(
+            "--pt", [options](unsigned type) { options->payload_type = static_cast<uint8_t>(type); },
+            "Payload type; found by its looks when not given")
+        ->check(CLI::Range(0, 127))
+        ->type_name("TYPE");
+    command->add_option("--sdp", options->sdp, "Session description of what comes")->type_name("FILE");
+    command->add_option("--bind", options->bind, "Address to listen on, may be repeated; 127.0.0.1 and ::1 by default")
+        ->type_name("ADDRESS");
+}
+
+void feedback_options_add(CLI::App *command, listen_options *options)
+{
+    command->add_option("--rtcp", options->rtcp, "Send RTCP there")->type_name("HOST:PORT");
+    command->add_flag("--rtcp-mux", options->is_rtcp_muxed, "RTCP comes to the port of RTP");
+    command
+        ->add_option_function<std::string>(
+            "--feedback", [options](const std::string &text) { options->feedback = feedback_parse(text); },
+            "What to send: some of nack,pli,fir,remb,rsize,reports, or none")
+        ->type_name("LIST");
+    command->add_flag("--wait", options->waits, "Sit out losses that nothing will repair");
+}
+
+void output_options_add(CLI::App *command, listen_options *options)
+{
+    command->add_option("-o,--output", options->output, "Write the frames as Annex B; - is standard output")
+        ->type_name("OUT");
+    command->add_option("--stats", options->stats, "Write a JSON record each second; - is standard output")
+        ->type_name("FILE");
+    command->add_option("--record", options->record, "Write what arrives as a capture")->type_name("PCAP");
+    command->add_option("--duration", options->duration_s, "Stop after that many seconds")
+        ->check(CLI::Range(0.001, 1e9))
+        ->type_name("SECONDS");
+    command->add_option("--frames", options->frames, "Stop after that many frames")
+        ->check(CLI::Range(uint64_t{1}, UINT64_MAX))
+        ->type_name("COUNT");
+    command->add_flag("--json", options->is_json, "Write the summary as JSON");
+    command->add_flag("-v,--verbose", options->verbosity,
+                      "Print the receiver's log to standard error; twice for all of it");
+}
+
+} // namespace
+
+channel_feedback feedback_parse(const std::string &text)
+{
+    channel_feedback feedback{};
+    if (text == "none") {
+        return feedback;
+    }
+    std::istringstream words(text);
+    for (std::string word; std::getline(words, word, ',');) {
+        feedback_switch_on(&feedback, word);
+    }
+    return feedback;
+}
+
+CLI::App *listen_command_add(CLI::App *app, listen_options *options)
+{
+    CLI::App *command = app->add_subcommand("listen", "Receive a video stream from the network");
+    command->footer(kNotes);
+    stream_options_add(command, options);
+    feedback_options_add(command, options);
+    output_options_add(command, options);
+    return command;
+}
+
+} // namespace vrc
