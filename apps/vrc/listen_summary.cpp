@@ -56,6 +56,7 @@ json listen_json(const listen_result &result)
                      {"duration_s", seconds(result.duration_ms)}}}};
     object.update(stream_summary_json(result.received));
     object["stream"].erase("likelihood");
+    object.erase("srtp"); // is not listened to
     object["feedback"] = feedback_json(result);
     return object;
 }

@@ -37,6 +37,20 @@ std::string cname_make()
     return fmt::format("{:08x}{:08x}{:08x}", random_number(), random_number(), random_number());
 }
 
+// A description lists all that may come; the user may want less of it.
+void session_restrict(const live_config &config, rtc_channel *channel)
+{
+    const sdp_video &video = config.session->videos[config.media_index];
+    for (size_t i = 0; i < video.n_formats; ++i) {
+        const uint8_t type = video.formats[i].payload_type;
+        const bool is_other_codec =
+            config.codec != VIDEO_TYPE_UNKNOWN && config.codec != session_codec(video.formats[i]);
+        if (is_other_codec || (config.payload_type && *config.payload_type != type)) {
+            rtc_channel_set_payload_type(channel, type, VIDEO_TYPE_UNKNOWN);
+        }
+    }
+}
+
 } // namespace
 
 live_receiver::live_receiver(const live_config &config, live_outputs outputs)
@@ -60,6 +74,7 @@ live_receiver::live_receiver(const live_config &config, live_outputs outputs)
     }
     if (config.session != nullptr) {
         session_apply(*config.session, config.media_index, channel_);
+        session_restrict(config, channel_);
     } else if (config.payload_type) {
         rtc_channel_set_payload_type(channel_, *config.payload_type, config.codec);
     }

@@ -16,13 +16,13 @@
 namespace vrc
 {
 
-// What the receiver is to take in. With a session the description says it, else `payload_type`; without both the
-// first payload type whose packets look like `codec`.
+// What the receiver is to take in. With a session the description says it, and `payload_type` and `codec` leave less of
+// it in; else `payload_type`; without both the first payload type whose packets look like `codec`.
 struct live_config {
     const sdp_session *session = nullptr;
     size_t media_index = 0;
     std::optional<uint8_t> payload_type;
-    uint8_t codec = 0; // VIDEO_TYPE_H264, VIDEO_TYPE_H265; not looked at with a session
+    uint8_t codec = 0; // VIDEO_TYPE_H264, VIDEO_TYPE_H265; with a session also VIDEO_TYPE_UNKNOWN: all
     channel_feedback feedback;
 };
 
