@@ -23,7 +23,7 @@ struct live_config {
     size_t media_index = 0;
     std::optional<uint8_t> payload_type;
     uint8_t codec = 0; // VIDEO_TYPE_H264, VIDEO_TYPE_H265; with a session also VIDEO_TYPE_UNKNOWN: all
-    channel_feedback feedback;
+    channel_feedback feedback = {};
 };
 
 // Where what it has to say goes. None of them may throw or call back.
