@@ -29,7 +29,7 @@ channel_feedback agreed(bool nack)
 outcome run(const settings &given, const channel_feedback &feedback)
 {
     Client client(false, feedback);
-    const outcome result = lossy_link::Link(client, given).run();
+    outcome result = lossy_link::Link(client, given).run();
     std::printf("seed %u: %zu whole, gap %u ms, delay %u and %u ms, %u NACK, %u PLI\n", given.seed, result.n_whole,
                 static_cast<unsigned>(result.longest_gap), static_cast<unsigned>(result.delay(0.5)),
                 static_cast<unsigned>(result.delay(0.95)), static_cast<unsigned>(client.report().nacks_sent),

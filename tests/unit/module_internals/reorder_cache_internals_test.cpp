@@ -1,7 +1,7 @@
 // Functions of the reorder cache that have no name outside the module, and states that no packets lead to. The module's
 // source is part of this program.
 
-#include "../../../rtc/video_stream.cpp"
+#include "../../../rtc/video_stream.cpp" // NOLINT(bugprone-suspicious-include)
 
 #include <gtest/gtest.h>
 
