@@ -1,18 +1,10 @@
 #include "rtp.h"
 
+#include "byte_order.h"
+
 constexpr size_t kFixedHeaderSize = 12;
 constexpr size_t kExtensionHeaderSize = 4;    // profile word and length
 constexpr size_t kPacketSizeMax = UINT16_MAX; // a payload's `count` has 16 bits
-
-static uint16_t __be16(const uint8_t *bytes)
-{
-    return static_cast<uint16_t>((bytes[0] << 8) | bytes[1]);
-}
-
-static uint32_t __be32(const uint8_t *bytes)
-{
-    return (static_cast<uint32_t>(__be16(bytes)) << 16) | __be16(bytes + 2);
-}
 
 static bool __extension_bit(const uint8_t *packet)
 {
@@ -32,7 +24,7 @@ static bool __extension_skip(const uint8_t *packet, size_t size, size_t *header_
         return false;
     }
     const uint8_t *length = packet + *header_size + 2;
-    const size_t by_rfc = size_t{4} * __be16(length);
+    const size_t by_rfc = size_t{4} * be16_read(length);
     const size_t by_module = (static_cast<size_t>(length[0]) << 8) | (static_cast<size_t>(length[1]) << 2);
     if (by_rfc != by_module || by_rfc > size - *header_size - kExtensionHeaderSize) {
         return false;
@@ -45,9 +37,9 @@ static void __fields_read(const uint8_t *packet, rtp_view *view)
 {
     view->marker = (packet[1] & 0x80) != 0;
     view->payload_type = packet[1] & 0x7F;
-    view->seq = __be16(packet + 2);
-    view->timestamp = __be32(packet + 4);
-    view->ssrc = __be32(packet + 8);
+    view->seq = be16_read(packet + 2);
+    view->timestamp = be32_read(packet + 4);
+    view->ssrc = be32_read(packet + 8);
 }
 
 packet_drop_e rtp_parse(const uint8_t *packet, size_t size, rtp_view *view)

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "byte_order.h"
 #include "client_log.h"
 #include "frame_output.h"
 #include "loss_watch.h"
@@ -31,9 +32,7 @@ static uint32_t __timestamp_of(const rtp_view *view)
 static void __filler_mark(uint8_t *bytes, uint32_t timestamp)
 {
     bytes[1] |= 0x80;
-    for (int i = 0; i < 4; i++) {
-        bytes[4 + i] = static_cast<uint8_t>(timestamp >> (24 - 8 * i));
-    }
+    be32_write(bytes + 4, timestamp);
 }
 
 // Copies the packet without its padding, which the module does not know. False without memory.

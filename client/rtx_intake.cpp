@@ -1,5 +1,6 @@
 #include "rtx_intake.h"
 
+#include "byte_order.h"
 #include "user.h"
 
 bool rtx_intake_is_rtx(const channel_state *channel, uint8_t payload_type)
@@ -48,8 +49,7 @@ user_state *rtx_intake_find_sender(channel_state *channel, const uint8_t *packet
     if (user != nullptr || view->payload_size < 2) {
         return user;
     }
-    const uint8_t *payload = packet + view->header_size;
-    user = __asked_sender(channel, static_cast<seq_t>(payload[0] << 8 | payload[1]));
+    user = __asked_sender(channel, be16_read(packet + view->header_size));
     if (user != nullptr) {
         rtc_channel_pair_ssrc(&channel->channel, user->uid, view->ssrc);
     }
