@@ -207,7 +207,8 @@ static bool __insert(stream_state *state, PVideoData4 *video, const zeb_ts_t *no
     // of the 16-bit numbers. The RTP header keeps the real one.
     video->common.seq = video->header.subseq;
     video3_video_type type = {video->header.video_type};
-    type.frame_type = (self->is_key ? KEY_FRAME : DELTA_FRAME) & 0xF;
+    const unsigned frame_type = self->is_key ? KEY_FRAME : DELTA_FRAME;
+    type.frame_type = frame_type & 0xFu;
     video->header.video_type = type.video_type;
     const video_frame *frame = video_stream_insert_video_packet(state->stream, video, 0, now_p);
     return frame != nullptr && zeb_dynamic_array_is_empty(&video->payload);

@@ -58,10 +58,10 @@ static uint16_t __sent_ts(const rtp_view *view)
     return static_cast<uint16_t>(view->timestamp / kTicksPerMillisecond);
 }
 
-static void __frame_type_set(PVideoData4 *video, VIDEO_FRAME_TYPE frame_type)
+static void __frame_type_set(PVideoData4 *video, unsigned frame_type)
 {
     video3_video_type type = {video->header.video_type};
-    type.frame_type = static_cast<uint8_t>(frame_type) & 0xF;
+    type.frame_type = frame_type & 0xFu;
     video->header.video_type = type.video_type;
 }
 

@@ -1,0 +1,54 @@
+/* What the C library wants of the board beyond semihosting. */
+#include <errno.h>
+#include <stddef.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "board.h"
+
+void *_sbrk(ptrdiff_t increment);
+void _init(void);
+void _fini(void);
+
+/* The heap is the whole of its memory. */
+void *_sbrk(ptrdiff_t increment)
+{
+    static char *end = __heap_start;
+    char *const begin = end;
+
+    if (increment > __heap_end - end || increment < __heap_start - end) {
+        errno = ENOMEM;
+        return (void *)-1;
+    }
+    end += increment;
+    return begin;
+}
+
+/* Constructors and destructors are in tables; these are what older tool chains had in their place. */
+void _init(void)
+{
+}
+
+void _fini(void)
+{
+}
+
+/* Names of files are the host's, and used as they are. */
+char *getcwd(char *buffer, size_t size)
+{
+    if (size < 2) {
+        errno = ERANGE;
+        return NULL;
+    }
+    buffer[0] = '/';
+    buffer[1] = '\0';
+    return buffer;
+}
+
+int mkdir(const char *path, mode_t mode)
+{
+    (void)path;
+    (void)mode;
+    errno = ENOSYS;
+    return -1;
+}
