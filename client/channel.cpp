@@ -315,6 +315,7 @@ static void __stream_tick(stream_state *state, const zeb_ts_t *now_p)
     video_stream_check_send_goodbad_pic(state->stream, now_p);
     stream_state_ask(state, now_p);
     feedback_tick(state, *now_p);
+    stream_seconds_tick(state, *now_p);
 }
 
 zeb_ts_t channel_tick(channel_state *channel, const zeb_ts_t *now_p)

@@ -110,6 +110,20 @@ void feedback_pacing_restore(stream_state *state, const request_pacing *pacing)
     cache->next_intra_req_should_at = pacing->next_key_frame_at;
 }
 
+// The reorder cache keeps these times, and loses them in a reset; the stream's own record shows them.
+static void __plan_retransmissions(stream_state *state)
+{
+    const zeb_ts_t at = nack_list_next_at(&state->feedback.nacks);
+    state->stream->video_cache_q.next_retrans_req_should_at = at;
+    state->stream->next_retrans_req_should_at = at;
+}
+
+static void __plan_key_frame(stream_state *state, zeb_ts_t at)
+{
+    state->stream->video_cache_q.next_intra_req_should_at = at;
+    state->stream->next_idr_should_at = at;
+}
+
 static zeb_ts_t __key_frame_interval(const stream_feedback *self)
 {
     const zeb_ts_t interval = 2 * nack_list_rtt(&self->nacks);
@@ -136,14 +150,13 @@ void feedback_note_packet(stream_state *state, reception_verdict verdict, uint32
     } else {
         return;
     }
-    state->stream->video_cache_q.next_retrans_req_should_at = nack_list_next_at(&self->nacks);
+    __plan_retransmissions(state);
 }
 
 void feedback_note_missing_beginning(stream_state *state, uint32_t number)
 {
-    nack_list *nacks = &state->feedback.nacks;
-    nack_list_insert(nacks, number, state->now);
-    state->stream->video_cache_q.next_retrans_req_should_at = nack_list_next_at(nacks);
+    nack_list_insert(&state->feedback.nacks, number, state->now);
+    __plan_retransmissions(state);
 }
 
 void feedback_note_key_packet(stream_state *state, zeb_ts_t now)
@@ -198,7 +211,7 @@ void feedback_ask_retransmissions(stream_state *state, zeb_ts_t now)
         __saturating_add(&cache->n_retrans_req_recent);
         __saturating_add(&state->stream->n_retrans_req_recent);
     }
-    cache->next_retrans_req_should_at = nack_list_next_at(nacks);
+    __plan_retransmissions(state);
 }
 
 // ---- Requests for key frames ----
@@ -238,7 +251,7 @@ void feedback_ask_key_frame(stream_state *state, zeb_ts_t now)
     __write_key_frame_request(state, &datagram.out);
     __send(state, &datagram);
     state->feedback.key_frame_asked_at = now;
-    cache->next_intra_req_should_at = now + __key_frame_interval(&state->feedback);
+    __plan_key_frame(state, now + __key_frame_interval(&state->feedback));
     __saturating_add(&cache->n_intra_req_sent_recent);
     __saturating_add(&state->stream->n_key_req_sent_recent);
 }

@@ -88,7 +88,7 @@ static void __count_freeze(stream_state *state, zeb_ts_t pause)
 }
 
 static void __count_in_record(user_video_stream *stream, const video_frame *frame, const channel_frame *out,
-                              zeb_ts_t now)
+                              zeb_ts_t began_at, zeb_ts_t now)
 {
     stream->n_xfer_frames += 1;
     stream->n_frames_to_user_recent = static_cast<uint16_t>(stream->n_frames_to_user_recent + 1);
@@ -96,6 +96,7 @@ static void __count_in_record(user_video_stream *stream, const video_frame *fram
     stream->last_to_user_at = now;
     stream->last_to_user_ts = frame->ts;
     stream->downlink_frame_total += 1;
+    stream->downlink_process_total_cost_ms += static_cast<uint32_t>(now - began_at);
     if (frame->n_pkts_total > stream->frame_pkt_num_max) {
         stream->frame_pkt_num_max = frame->n_pkts_total;
     }
@@ -111,7 +112,7 @@ static void __count_in_record(user_video_stream *stream, const video_frame *fram
     stream->n_k_frames_to_user += 1;
 }
 
-static void __count(stream_state *state, const channel_frame *out, zeb_ts_t now)
+static void __count(stream_state *state, const channel_frame *out, zeb_ts_t began_at, zeb_ts_t now)
 {
     stream_report *report = &state->report;
     if (report->frames == 0) {
@@ -123,6 +124,7 @@ static void __count(stream_state *state, const channel_frame *out, zeb_ts_t now)
     report->frames += 1;
     report->key_frames += out->is_key ? 1 : 0;
     report->frame_bytes += out->size;
+    report->frame_delay += now - began_at;
 }
 
 void frame_output_drop(stream_state *state, frame_drop_e reason)
@@ -162,8 +164,9 @@ bool frame_output_hand_out(stream_state *state, const video_frame *frame, channe
     out->frame_seq = frame->frame_seq;
     out->first_seq = frame->min_rtp_seq;
     out->last_seq = frame->max_rtp_seq;
-    __count(state, out, *now_p);
-    __count_in_record(state->stream, frame, out, *now_p);
+    const zeb_ts_t began_at = state->is_native ? frame->queued_ts : state->rtp.began_at;
+    __count(state, out, began_at, *now_p);
+    __count_in_record(state->stream, frame, out, began_at, *now_p);
     __call_back(state->stream->channel, out);
     zeb_free_impl(bitstream);
     return true;

@@ -90,8 +90,8 @@ static reception_verdict __note(stream_state *state, const PVideoData4 *video, c
     const reception_packet arrival = {video->common.seq, view->timestamp, video->payload.count, is_retrans};
     const reception_verdict verdict = reception_note(&state->arrivals, &state->report, &arrival, now);
     const counted_packet counted = {arrival, reception_highest(&state->arrivals), video->common.sent_ts,
-                                    __is_fec(&video->header)};
-    stream_counters_note(state->stream, &counted, now);
+                                    __is_fec(&video->header), verdict};
+    stream_counters_note(state, &counted, now);
     return verdict;
 }
 

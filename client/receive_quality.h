@@ -10,9 +10,10 @@
 // ---- The analyser of one period ----
 
 // Counts one packet that came in at `now`. `clock_rate` is the timestamp's, in Hz; with 0, or after it has changed,
-// the jitter starts over. Retransmissions are passed like all others. A number that is not later than the
-// newest one is taken for a late packet, never for a new beginning; one from before the period's first packet, or
-// one that is known to have come, is not counted as received. Without an analyser nothing is done.
+// the jitter starts over. What retransmissions bring is not passed: its time of coming says nothing of the path. A
+// number that is not later than the newest one is taken for a late packet, never for a new beginning; one from before
+// the period's first packet, or one that is known to have come, is not counted as received. Without an analyser
+// nothing is done.
 void net_rcv_analyzer_on_packet(net_rcv_analyzer_t *analyzer, seq_t seq, uint32_t timestamp, uint32_t clock_rate,
                                 zeb_ts_t now);
 

@@ -157,6 +157,15 @@ static bool __is_new_frame(const rtp_delivery *self, const Video4Header *header)
            header->subseq < self->next_subseq;
 }
 
+// The cache still holds the frame while it hands over its packets.
+static zeb_ts_t __began_at(const stream_state *state, const delivered_packet *packet)
+{
+    const webrtc_video_packet_t *ring = state->stream->video_cache_q.pkt_arr;
+    const webrtc_video_frame_t *frame =
+        ring == nullptr ? nullptr : ring[packet->video->common.seq % WEBRTC_VIDEO_RING_SLOTS].frm_ptr;
+    return frame == nullptr ? state->now : frame->ts;
+}
+
 static void __open(stream_state *state, const delivered_packet *packet, bool is_key)
 {
     rtp_delivery *self = &state->rtp;
@@ -172,6 +181,7 @@ static void __open(stream_state *state, const delivered_packet *packet, bool is_
     self->has_media = false;
     self->frame_seq = header->frame_seq;
     self->timestamp = packet->view.timestamp;
+    self->began_at = __began_at(state, packet);
     self->first_number = reception_number(&state->arrivals, packet->view.seq) - header->subseq;
     self->n_pkts = header->n_pkts;
     self->next_subseq = 0;

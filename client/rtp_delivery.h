@@ -20,6 +20,7 @@ struct rtp_delivery {
     frame_drop_e refusal; // FRAME_DROP_REASONS: none so far
     uint32_t frame_seq;
     uint32_t timestamp;
+    zeb_ts_t began_at;     // when its first packet came into the cache
     uint32_t first_number; // extended sequence number, as the others below
     uint16_t n_pkts;
     uint16_t next_subseq;

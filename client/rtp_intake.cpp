@@ -395,8 +395,8 @@ static reception_verdict __note(stream_state *state, const rtp_view *view, bool 
     const uint32_t newest_before = state->arrivals.newest;
     const reception_verdict verdict = reception_note(&state->arrivals, &state->report, &arrival, now);
     feedback_note_packet(state, verdict, reception_number(&state->arrivals, view->seq), newest_before, now);
-    const counted_packet counted = {arrival, reception_highest(&state->arrivals), __sent_ts(view), false};
-    stream_counters_note(state->stream, &counted, now);
+    const counted_packet counted = {arrival, reception_highest(&state->arrivals), __sent_ts(view), false, verdict};
+    stream_counters_note(state, &counted, now);
     return verdict;
 }
 

@@ -41,3 +41,12 @@ const char *loss_end_name(loss_end_e end)
     static_assert(sizeof names / sizeof names[0] == LOSS_ENDS, "a name for each end");
     return end < LOSS_ENDS ? names[end] : "unknown";
 }
+
+const char *restart_name(restart_e reason)
+{
+    static const char *const names[] = {
+        "new_ssrc", "sequence_jump", "long_loss", "timestamp_jump", "pause", "codec_change",
+    };
+    static_assert(sizeof names / sizeof names[0] == RESTART_REASONS, "a name for each reason");
+    return reason < RESTART_REASONS ? names[reason] : "unknown";
+}

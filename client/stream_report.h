@@ -54,16 +54,44 @@ enum loss_end_e : uint8_t {
     LOSS_ENDS
 };
 
+// How a sender broke off and went on. One packet may be several of them.
+enum restart_e : uint8_t {
+    RESTART_NEW_SSRC,       // the channel had a sender before this one
+    RESTART_SEQUENCE_JUMP,  // numbers its packets anew
+    RESTART_LONG_LOSS,      // went on a hundred numbers ahead or more
+    RESTART_TIMESTAMP_JUMP, // the timestamp went back, or ahead by more than time had passed
+    RESTART_PAUSE,          // was silent for seconds
+    RESTART_CODEC_CHANGE,
+    RESTART_REASONS
+};
+
 const char *packet_drop_name(packet_drop_e reason);
 const char *frame_drop_name(frame_drop_e reason);
 const char *watchdog_name(watchdog_e reason);
 const char *loss_end_name(loss_end_e end);
+const char *restart_name(restart_e reason);
+
+// What the stream did in one second of the service's time. A tick that comes late ends a longer one.
+struct stream_second {
+    uint32_t bytes;               // RTP headers included, as in the other two
+    uint32_t bytes_original;      // first transmissions
+    uint32_t bytes_retransmitted; // retransmissions
+    uint16_t retransmissions;
+    uint16_t retransmission_requests; // NACK messages sent
+    uint16_t key_frame_requests;      // PLI or FIR messages sent
+    uint16_t frames;                  // handed out
+    uint32_t frame_bytes;             // of those
+    uint8_t percent_loss_raw;         // of the packets expected: that did not come at first
+    uint8_t percent_lost_after_arq;   // of the packets expected: that no retransmission brought either
+};
 
 struct stream_report {
-    uint64_t packets; // well-formed packets that came in, whatever became of them
-    uint64_t bytes;   // of those, RTP headers included
+    uint64_t packets;        // well-formed packets that came in, whatever became of them
+    uint64_t bytes;          // of those, RTP headers included
+    uint64_t packets_unique; // of those, the first with their number, and none far from all others
     uint64_t packets_retransmitted;
     uint64_t packets_reordered; // came after a packet with a later number
+    uint64_t packets_repaired;  // lost ones that a retransmission brought
     uint64_t packets_lost;      // numbers never seen between the first and the newest one
     uint64_t gaps;              // runs of numbers that were missing when a later one came
     uint64_t packets_dropped[PACKET_DROP_REASONS];
@@ -71,6 +99,7 @@ struct stream_report {
     uint64_t frames;      // handed out
     uint64_t key_frames;  // of those
     uint64_t frame_bytes; // of those
+    zeb_ts_t frame_delay; // of those: milliseconds from the first packet to the handing out, in total
     uint64_t frames_dropped[FRAME_DROP_REASONS];
 
     uint64_t key_frame_requests;      // times the need was seen; the pacing comes behind it
@@ -86,6 +115,7 @@ struct stream_report {
     uint64_t sender_reports; // received
     uint64_t byes;           // received
     uint64_t losses_given_up[LOSS_ENDS];
+    uint64_t restarts[RESTART_REASONS];
 
     uint32_t freezes_200ms, freezes_500ms, freezes_600ms; // pauses between frames of at least that long
     zeb_ts_t frozen_200ms, frozen_500ms, frozen_600ms;    // milliseconds of those pauses
@@ -93,4 +123,6 @@ struct stream_report {
     zeb_ts_t first_packet_at, last_packet_at; // milliseconds; both 0 before the first packet
     zeb_ts_t first_frame_at, last_frame_at;   // milliseconds; both 0 before the first frame
     uint32_t jitter;                          // RFC 3550 interarrival jitter, timestamp units
+
+    stream_second last_second; // the last full one; all 0 before
 };

@@ -6,8 +6,10 @@
 #include "packet_hold.h"
 #include "parameter_sets.h"
 #include "reception.h"
+#include "restart_watch.h"
 #include "rtp_delivery.h"
 #include "stream_report.h"
+#include "stream_seconds.h"
 #include "video_stream.h"
 #include "watchdog.h"
 
@@ -15,6 +17,8 @@ struct stream_state {
     user_video_stream *stream;
     stream_report report;
     reception arrivals;
+    restart_watch restarts;
+    stream_seconds seconds;
     packet_hold hold;         // RTP path: packets in front of the reorder cache
     bool has_key_timestamp;   // RTP path: the packets of that frame go straight into the reorder cache
     uint32_t key_timestamp;   // RTP timestamp
