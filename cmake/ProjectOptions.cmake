@@ -18,8 +18,16 @@ function(project_target target)
   endif()
 endfunction()
 
+# fuzzed_target(NAME): its branches are what a fuzzer looks for. The fuzzers' own are not.
+function(fuzzed_target target)
+  if(VIDEO_STREAM_FUZZ)
+    target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
+  endif()
+endfunction()
+
 # device_target(NAME): the same for code that runs on the device too, which has no C++ run time.
 function(device_target target)
   project_target(${target})
   target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
+  fuzzed_target(${target})
 endfunction()
