@@ -3,92 +3,13 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
-#include <cstring>
-#include <memory>
-#include <vector>
 
-#include "video_stream.h"
+#include "bench_stream.h"
+
+using namespace bench;
 
 namespace
 {
-
-constexpr uint16_t kPacketSize = 1200; // bytes, RTP header included
-constexpr uint16_t kPacketsPerFrame = 10;
-constexpr uint32_t kTicksPerFrame = 3000; // of the 90 kHz clock at 30 frames a second
-
-// A stream of a remote user that nobody reads from.
-class BenchStream
-{
-  public:
-    BenchStream() : stream_(std::make_unique<user_video_stream>())
-    {
-        rtc_list_init(&service_.free_user_video_streams);
-        channel_.service = &service_;
-        video_stream_init(stream_.get(), 0, &user_, &channel_);
-    }
-
-    ~BenchStream()
-    {
-        video_stream_reset(stream_.get(), true);
-        webrtc_video_cache_fini(&stream_->video_cache_q);
-        net_rcv_analyzer_del(&stream_->current_net_rcv_quality);
-    }
-
-    BenchStream(const BenchStream &) = delete;
-    BenchStream &operator=(const BenchStream &) = delete;
-
-    user_video_stream *get()
-    {
-        return stream_.get();
-    }
-
-  private:
-    rtc_service service_ = {};
-    rtc_channel channel_ = {};
-    rtc_user user_ = {};
-    std::unique_ptr<user_video_stream> stream_;
-};
-
-// Packet `index` of frame `frame`, under both numberings, with a single NAL unit inside.
-PVideoData4 make_packet(uint32_t frame, uint16_t index)
-{
-    PVideoData4 video = {};
-    const auto seq = static_cast<seq_t>(frame * kPacketsPerFrame + index);
-    const uint32_t timestamp = frame * kTicksPerFrame;
-    auto *bytes = static_cast<uint8_t *>(zeb_malloc_impl_dbg(kPacketSize, "bench", __LINE__));
-
-    std::memset(bytes, 0x55, kPacketSize);
-    bytes[0] = 0x80;
-    bytes[1] = static_cast<uint8_t>(index + 1 == kPacketsPerFrame ? 0x80 | 96 : 96);
-    bytes[2] = static_cast<uint8_t>(seq >> 8);
-    bytes[3] = static_cast<uint8_t>(seq);
-    for (unsigned i = 0; i < 4; i++) {
-        bytes[4 + i] = static_cast<uint8_t>(timestamp >> (24 - 8 * i));
-    }
-    bytes[12] = 0x41;
-    video.payload.values = bytes;
-    video.payload.count = kPacketSize;
-    video.payload.allocated = kPacketSize;
-    video.common.seq = seq;
-    video.header.frame_seq = frame;
-    video.header.n_pkts = kPacketsPerFrame;
-    video.header.subseq = index;
-    video.header.video_type = frame == 0 ? KEY_FRAME : DELTA_FRAME << 4;
-    video.header.codec = VIDEO_TYPE_H264;
-    video.header.protocol_version = 10;
-    return video;
-}
-
-video_frame *insert_frame(user_video_stream *stream, uint32_t frame, zeb_ts_t now)
-{
-    video_frame *inserted = nullptr;
-
-    for (uint16_t i = 0; i < kPacketsPerFrame; i++) {
-        PVideoData4 video = make_packet(frame, i);
-        inserted = video_stream_insert_video_packet(stream, &video, 0, &now);
-    }
-    return inserted;
-}
 
 void count_packets(benchmark::State &state)
 {
