@@ -142,7 +142,11 @@ int annexb_packet_write(const nal_format *format, uint8_t *frame_data, const uin
     if (frame_data == nullptr || frame_offset == nullptr || frame_size == nullptr) {
         return -1;
     }
-    // A packet that is missing comes as an empty payload without an address.
+    // A packet that is missing comes as an empty payload without an address; one with an address was padding, and what is
+    // around it goes together.
+    if (cur_ptr != nullptr && end_ptr == cur_ptr) {
+        return 0;
+    }
     const bool has_payload = cur_ptr != nullptr && end_ptr > cur_ptr;
     const size_t size = has_payload ? static_cast<size_t>(end_ptr - cur_ptr) : 0;
     const nal_payload payload = format->payload_parse({cur_ptr, size});

@@ -171,8 +171,8 @@ static void __forget_what_is_past(stream_state *state)
     const webrtc_video_cache_t *cache = &state->stream->video_cache_q;
     nack_list *nacks = &state->feedback.nacks;
     if (cache->pkt_exp_seq <= UINT16_MAX) {
-        const auto expected = static_cast<seq_t>(cache->pkt_exp_seq);
-        nack_list_forget_below(nacks, reception_number(&state->arrivals, expected));
+        const uint32_t expected = stream_state_inner_number(state, static_cast<seq_t>(cache->pkt_exp_seq));
+        nack_list_forget_below(nacks, packet_numbering_outer(&state->numbering, expected));
     } else if (state->hold.packets.count == 0) {
         nack_list_clear(nacks);
     }

@@ -27,6 +27,11 @@ static bool __is_held_up(const webrtc_video_cache_t *cache, const webrtc_video_f
     return head != nullptr && (!__is_complete(head) || !__follows_last_delivery(cache, head));
 }
 
+static uint32_t __outer_number(const stream_state *state, seq_t seq)
+{
+    return packet_numbering_outer(&state->numbering, stream_state_inner_number(state, seq));
+}
+
 // The packet behind the frame's newest one is here and belongs to another frame, and nothing before it is missing: the
 // frame's end never came and never will.
 static bool __has_no_end(const stream_state *state, const webrtc_video_frame_t *head)
@@ -39,7 +44,7 @@ static bool __has_no_end(const stream_state *state, const webrtc_video_frame_t *
     const bool is_followed =
         slot->state == WEBRTC_VIDEO_PKT_SET && slot->pkt_seq == next && slot->timestamp != head->timestamp;
     return !__is_complete(head) && is_followed &&
-           (missing == nullptr || zeb_uint32_after(missing->number, reception_number(&state->arrivals, last)));
+           (missing == nullptr || zeb_uint32_after(missing->number, __outer_number(state, last)));
 }
 
 static int __find_key_frame(zeb_rb_node *node, void *arg)

@@ -172,7 +172,12 @@ const missing_packet *nack_list_oldest(const nack_list *self)
     return self->count == 0 ? nullptr : &self->missing[0];
 }
 
+bool nack_list_is_unanswered(const nack_list *self, const missing_packet *packet, uint8_t tries, zeb_ts_t now)
+{
+    return packet->tries >= tries && now >= packet->asked_at + __repeat_interval(self);
+}
+
 bool nack_list_is_used_up(const nack_list *self, const missing_packet *packet, zeb_ts_t now)
 {
-    return packet->tries >= kNackTriesMax && now >= packet->asked_at + __repeat_interval(self);
+    return nack_list_is_unanswered(self, packet, kNackTriesMax, now);
 }

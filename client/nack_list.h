@@ -60,7 +60,10 @@ zeb_ts_t nack_list_next_at(const nack_list *self);
 // The oldest missing packet, or null.
 const missing_packet *nack_list_oldest(const nack_list *self);
 
-// True when all requests for a packet were made and the last one had the time to be answered.
+// True when `tries` requests for a packet were made and the latest one had the time to be answered.
+bool nack_list_is_unanswered(const nack_list *self, const missing_packet *packet, uint8_t tries, zeb_ts_t now);
+
+// The same for all requests that there may be.
 bool nack_list_is_used_up(const nack_list *self, const missing_packet *packet, zeb_ts_t now);
 
 // How long a packet is given to come late before it is asked for, in ms: as long as others were seen to take.

@@ -8,6 +8,9 @@ struct nal_meaning {
     const nal_format *format;
     bool (*is_key)(uint8_t type);
     bool (*starts_access_unit)(uint8_t type);
+    bool (*leads_picture)(uint8_t type);
+    bool (*is_slice)(uint8_t type);
+    size_t header_size; // of a NAL unit, bytes
 };
 
 static bool __h264_is_key(uint8_t type)
@@ -20,6 +23,16 @@ static bool __h264_starts_access_unit(uint8_t type)
     return type == 7 || type == 9; // SPS, access unit delimiter
 }
 
+static bool __h264_leads_picture(uint8_t type)
+{
+    return type >= 6 && type <= 9; // SEI, SPS, PPS, access unit delimiter
+}
+
+static bool __h264_is_slice(uint8_t type)
+{
+    return type == 1 || type == 2 || type == 5; // non-IDR, data partition A, IDR
+}
+
 static bool __h265_is_key(uint8_t type)
 {
     return (type >= 16 && type <= 23) || (type >= 32 && type <= 34); // IRAP slices; VPS, SPS, PPS
@@ -30,8 +43,20 @@ static bool __h265_starts_access_unit(uint8_t type)
     return type == 32 || type == 35; // VPS, access unit delimiter
 }
 
-static const nal_meaning g_h264_meaning = {&nal_format_h264, __h264_is_key, __h264_starts_access_unit};
-static const nal_meaning g_h265_meaning = {&nal_format_h265, __h265_is_key, __h265_starts_access_unit};
+static bool __h265_leads_picture(uint8_t type)
+{
+    return (type >= 32 && type <= 35) || type == 39; // VPS, SPS, PPS, access unit delimiter; prefix SEI
+}
+
+static bool __h265_is_slice(uint8_t type)
+{
+    return type < 32;
+}
+
+static const nal_meaning g_h264_meaning = {&nal_format_h264,     __h264_is_key,   __h264_starts_access_unit,
+                                           __h264_leads_picture, __h264_is_slice, 1};
+static const nal_meaning g_h265_meaning = {&nal_format_h265,     __h265_is_key,   __h265_starts_access_unit,
+                                           __h265_leads_picture, __h265_is_slice, 2};
 
 static const nal_meaning *__meaning_find(uint8_t codec)
 {
@@ -51,13 +76,27 @@ static bool __is_forbidden(uint8_t first_header_byte)
     return (first_header_byte & 0x80) != 0;
 }
 
+// A slice of H.264 begins with the number of its first macroblock, of which 0 is coded as a single 1; one of H.265 with
+// the flag that says the same.
+static bool __is_first_slice(nal_bytes slice_header)
+{
+    return slice_header.size > 0 && (slice_header.data[0] & 0x80) != 0;
+}
+
+// `content` is what stands behind the unit's header, as far as it is here.
+static nal_summary __beginning_inspect(const nal_meaning *meaning, uint8_t type, nal_bytes content)
+{
+    return {meaning->is_key(type), meaning->starts_access_unit(type), meaning->leads_picture(type),
+            meaning->is_slice(type) && __is_first_slice(content)};
+}
+
 static nal_summary __unit_inspect(const nal_meaning *meaning, nal_bytes unit)
 {
     const uint8_t type = meaning->format->unit_type(unit);
     if (type == kNalTypeNone || __is_forbidden(unit.data[0])) {
         return {};
     }
-    return {meaning->is_key(type), meaning->starts_access_unit(type)};
+    return __beginning_inspect(meaning, type, {unit.data + meaning->header_size, unit.size - meaning->header_size});
 }
 
 static nal_summary __fragment_inspect(const nal_meaning *meaning, const nal_payload *fragment)
@@ -65,19 +104,21 @@ static nal_summary __fragment_inspect(const nal_meaning *meaning, const nal_payl
     if (__is_forbidden(fragment->header[0])) {
         return {};
     }
-    return {meaning->is_key(fragment->type), fragment->is_start && meaning->starts_access_unit(fragment->type)};
+    if (!fragment->is_start) {
+        return {meaning->is_key(fragment->type), false, false, false};
+    }
+    return __beginning_inspect(meaning, fragment->type, fragment->bytes);
 }
 
 static nal_summary __aggregate_inspect(const nal_meaning *meaning, nal_bytes rest)
 {
-    nal_summary summary = {};
-    bool is_first = true;
     nal_bytes unit;
+    if (!nal_aggregate_next(&rest, &unit)) {
+        return {};
+    }
+    nal_summary summary = __unit_inspect(meaning, unit);
     while (nal_aggregate_next(&rest, &unit)) {
-        const nal_summary said = __unit_inspect(meaning, unit);
-        summary.is_key = summary.is_key || said.is_key;
-        summary.starts_access_unit = summary.starts_access_unit || (is_first && said.starts_access_unit);
-        is_first = false;
+        summary.is_key = __unit_inspect(meaning, unit).is_key || summary.is_key;
     }
     return summary;
 }

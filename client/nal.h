@@ -11,8 +11,13 @@ struct nal_summary {
     // The first NAL unit begins here, and is one that stands at the beginning of an access unit: the access
     // unit delimiter, H.264 SPS, H.265 VPS.
     bool starts_access_unit;
+    // The first NAL unit begins here, and is one that stands in front of a picture's slices: what starts an access unit,
+    // other parameter sets, supplemental information.
+    bool leads_picture;
+    // The first NAL unit begins here, and is the first slice of its picture.
+    bool is_first_slice;
 };
 
 // Looks at one packet's payload, behind all headers. `codec` is a VIDEO_PACKET_TYPE; what is neither H.264
-// nor H.265, or is damaged, says nothing (both false).
+// nor H.265, or is damaged, says nothing (all false).
 nal_summary nal_inspect(uint8_t codec, const uint8_t *payload, size_t size);

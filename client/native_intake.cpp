@@ -87,7 +87,8 @@ static void __padding_cut(PVideoData4 *video, const rtp_view *view)
 static reception_verdict __note(stream_state *state, const PVideoData4 *video, const rtp_view *view, bool is_retrans,
                                 zeb_ts_t now)
 {
-    const reception_packet arrival = {video->common.seq, view->timestamp, video->payload.count, is_retrans};
+    const reception_packet arrival = {video->common.seq, view->timestamp, video->payload.count,
+                                      is_retrans,        view->marker,    PACKET_ROLE_OTHER};
     const reception_verdict verdict = reception_note(&state->arrivals, &state->report, &arrival, now);
     const counted_packet counted = {arrival, reception_highest(&state->arrivals), video->common.sent_ts,
                                     __is_fec(&video->header), verdict};

@@ -117,6 +117,21 @@ void parameter_sets_note_payload(parameter_sets *self, uint8_t codec, const uint
     }
 }
 
+bool parameter_sets_are_known(const parameter_sets *self, uint8_t codec)
+{
+    const set_kinds *kinds = __kinds_of(codec);
+    size_t n_known = 0;
+    for (size_t place = 0; kinds != nullptr && place < kinds->count; place++) {
+        for (const parameter_set &set : self->sets) {
+            if (set.size != 0 && set.codec == codec && set.type == kinds->types[place]) {
+                n_known += 1;
+                break;
+            }
+        }
+    }
+    return kinds != nullptr && n_known == kinds->count;
+}
+
 // ---- Putting in front ----
 
 // The next NAL unit's offset behind its start code, from `from` on; `size` when there is none. Within a NAL unit no start

@@ -28,6 +28,9 @@ void parameter_sets_note(parameter_sets *self, uint8_t codec, const uint8_t *nal
 // Notes all that an RTP payload carries whole (RFC 6184: single NAL unit, STAP-A; RFC 7798: single NAL unit, AP).
 void parameter_sets_note_payload(parameter_sets *self, uint8_t codec, const uint8_t *payload, size_t size);
 
+// True when some set of every kind that the codec has is known.
+bool parameter_sets_are_known(const parameter_sets *self, uint8_t codec);
+
 // Bytes that parameter_sets_write writes for a frame; 0 when the frame has parameter sets of its own, begins no random
 // access, or when none are known. `frame` is Annex B with 4-byte start codes.
 size_t parameter_sets_missing_size(const parameter_sets *self, uint8_t codec, const uint8_t *frame, size_t size);

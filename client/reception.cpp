@@ -13,32 +13,37 @@ static reception_entry *__entry(reception *self, uint32_t number)
     return &self->history[number % kReceptionHistory];
 }
 
-static const reception_entry *__entry_find(const reception *self, uint32_t number)
+const reception_entry *reception_find(const reception *self, uint32_t number)
 {
     const reception_entry *entry = &self->history[number % kReceptionHistory];
     return entry->number == number ? entry : nullptr;
 }
 
-static void __remember(reception *self, uint32_t number, uint32_t timestamp)
+static void __remember(reception *self, uint32_t number, const reception_packet *packet)
 {
-    *__entry(self, number) = {number, timestamp};
+    *__entry(self, number) = {number, packet->timestamp, packet->has_marker, packet->role};
+}
+
+uint32_t sequence_extend(uint32_t near, seq_t seq)
+{
+    const auto distance = static_cast<int16_t>(static_cast<seq_t>(seq - static_cast<seq_t>(near)));
+    return near + static_cast<uint32_t>(distance);
 }
 
 uint32_t reception_number(const reception *self, seq_t seq)
 {
-    const auto distance = static_cast<int16_t>(static_cast<seq_t>(seq - static_cast<seq_t>(self->newest)));
-    return self->newest + static_cast<uint32_t>(distance);
+    return sequence_extend(self->newest, seq);
 }
 
-static void __begin(reception *self, seq_t seq, uint32_t timestamp)
+static void __begin(reception *self, const reception_packet *packet)
 {
     memset(self, 0, sizeof *self);
     self->has_started = true;
-    self->first = self->newest = kCycle + seq;
-    __remember(self, self->newest, timestamp);
+    self->first = self->newest = kCycle + packet->seq;
+    __remember(self, self->newest, packet);
 }
 
-static void __advance(reception *self, stream_report *report, uint32_t number, uint32_t timestamp)
+static void __advance(reception *self, stream_report *report, uint32_t number, const reception_packet *packet)
 {
     const uint32_t missing = number - self->newest - 1;
     report->packets_lost += missing;
@@ -48,7 +53,7 @@ static void __advance(reception *self, stream_report *report, uint32_t number, u
     if (number - self->first > kReceptionHistory) {
         self->first = number - kReceptionHistory;
     }
-    __remember(self, number, timestamp);
+    __remember(self, number, packet);
 }
 
 static void __fill_hole(reception *self, stream_report *report, uint32_t number, const reception_packet *packet)
@@ -60,7 +65,7 @@ static void __fill_hole(reception *self, stream_report *report, uint32_t number,
         report->packets_lost -= 1;
     }
     report->packets_reordered += packet->is_retrans ? 0 : 1;
-    __remember(self, number, packet->timestamp);
+    __remember(self, number, packet);
 }
 
 // RFC 3550, A.8.
@@ -86,6 +91,7 @@ static void __count(stream_report *report, const reception_packet *packet, zeb_t
     report->packets += 1;
     report->bytes += packet->size;
     report->packets_retransmitted += packet->is_retrans ? 1 : 0;
+    report->packets_padding += packet->role == PACKET_ROLE_PADDING ? 1 : 0;
 }
 
 static bool __is_jump(const reception *self, seq_t seq)
@@ -98,11 +104,11 @@ static bool __is_jump(const reception *self, seq_t seq)
 static reception_verdict __file(reception *self, stream_report *report, const reception_packet *packet)
 {
     const uint32_t number = reception_number(self, packet->seq);
-    if (__entry_find(self, number) != nullptr) {
+    if (reception_find(self, number) != nullptr) {
         return RECEPTION_DUPLICATE;
     }
     if (static_cast<int32_t>(number - self->newest) > 0) {
-        __advance(self, report, number, packet->timestamp);
+        __advance(self, report, number, packet);
         return RECEPTION_NEWEST;
     }
     __fill_hole(self, report, number, packet);
@@ -112,7 +118,7 @@ static reception_verdict __file(reception *self, stream_report *report, const re
 // How far the stray number is ahead of the newest one.
 static seq_t __stray_distance(const reception *self)
 {
-    return static_cast<seq_t>(self->stray_seq - static_cast<seq_t>(self->newest));
+    return static_cast<seq_t>(self->stray.seq - static_cast<seq_t>(self->newest));
 }
 
 static bool __is_long_loss(const reception *self)
@@ -128,9 +134,9 @@ static bool __confirms_stray(const reception *self, const reception_packet *pack
         return false;
     }
     if (!__is_long_loss(self)) {
-        return packet->seq == zeb_uint16_next(self->stray_seq);
+        return packet->seq == zeb_uint16_next(self->stray.seq);
     }
-    const uint16_t to_stray = zeb_uint16_dist(packet->seq, self->stray_seq);
+    const uint16_t to_stray = zeb_uint16_dist(packet->seq, self->stray.seq);
     const uint16_t to_newest = zeb_uint16_dist(packet->seq, static_cast<seq_t>(self->newest));
     return to_stray > 0 && to_stray < kReceptionMaxGap && to_stray < to_newest;
 }
@@ -138,11 +144,12 @@ static bool __confirms_stray(const reception *self, const reception_packet *pack
 static reception_verdict __confirm_stray(reception *self, stream_report *report, const reception_packet *packet)
 {
     const bool is_loss = __is_long_loss(self);
+    const reception_packet stray = self->stray;
     self->has_stray = false;
     if (is_loss) {
-        __advance(self, report, self->newest + __stray_distance(self), self->stray_timestamp);
+        __advance(self, report, self->newest + __stray_distance(self), &stray);
     } else {
-        __begin(self, self->stray_seq, self->stray_timestamp);
+        __begin(self, &stray);
     }
     __file(self, report, packet);
     return is_loss ? RECEPTION_RESUMED : RECEPTION_RESTARTED;
@@ -151,7 +158,7 @@ static reception_verdict __confirm_stray(reception *self, stream_report *report,
 static reception_verdict __place(reception *self, stream_report *report, const reception_packet *packet)
 {
     if (!self->has_started) {
-        __begin(self, packet->seq, packet->timestamp);
+        __begin(self, packet);
         return RECEPTION_NEWEST;
     }
     if (__confirms_stray(self, packet)) {
@@ -163,8 +170,7 @@ static reception_verdict __place(reception *self, stream_report *report, const r
     }
     if (!packet->is_retrans) {
         self->has_stray = true;
-        self->stray_seq = packet->seq;
-        self->stray_timestamp = packet->timestamp;
+        self->stray = *packet;
     }
     return RECEPTION_STRAY;
 }
@@ -180,29 +186,49 @@ reception_verdict reception_note(reception *self, stream_report *report, const r
     return verdict;
 }
 
-void reception_forget(reception *self, stream_report *report, seq_t seq)
+void reception_forget(reception *self, stream_report *report, uint32_t number)
 {
-    reception_entry *entry = __entry(self, reception_number(self, seq));
-    if (entry->number == reception_number(self, seq)) {
+    reception_entry *entry = __entry(self, number);
+    if (entry->number == number) {
         *entry = {};
         report->packets_lost += 1;
     }
 }
 
-bool reception_proves_beginning(const reception *self, seq_t seq, uint32_t timestamp)
+void reception_note_padding(reception *self, uint32_t number, uint32_t timestamp)
 {
-    const reception_entry *before = __entry_find(self, reception_number(self, zeb_uint16_prev(seq)));
+    *__entry(self, number) = {number, timestamp, false, PACKET_ROLE_PADDING};
+}
+
+static bool __is_media_of(const reception_entry *entry, uint32_t timestamp)
+{
+    return entry != nullptr && entry->role != PACKET_ROLE_PADDING && entry->timestamp == timestamp;
+}
+
+bool reception_is_inside_frame(const reception *self, uint32_t number, uint32_t timestamp)
+{
+    // Of what came behind it no more than the history holds.
+    for (uint32_t behind = number + 1; zeb_uint32_after(behind, self->newest) == 0; behind++) {
+        if (__is_media_of(reception_find(self, behind), timestamp)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool reception_proves_beginning(const reception *self, uint32_t number, uint32_t timestamp)
+{
+    const reception_entry *before = reception_find(self, number - 1);
     return before != nullptr && before->timestamp != timestamp;
 }
 
-bool reception_is_joined(const reception *self, seq_t seq, uint32_t timestamp)
+bool reception_is_joined(const reception *self, uint32_t number, uint32_t timestamp)
 {
-    uint32_t number = reception_number(self, seq);
-    const reception_entry *entry = __entry_find(self, number);
+    const reception_entry *entry = reception_find(self, number);
     // Ends at a hole at the latest, and the history ends.
     while (entry != nullptr && entry->timestamp == timestamp) {
         number -= 1;
-        entry = __entry_find(self, number);
+        entry = reception_find(self, number);
     }
     return entry != nullptr;
 }

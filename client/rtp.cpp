@@ -2,7 +2,6 @@
 
 #include "byte_order.h"
 
-constexpr size_t kFixedHeaderSize = 12;
 constexpr size_t kExtensionHeaderSize = 4;    // profile word and length
 constexpr size_t kPacketSizeMax = UINT16_MAX; // a payload's `count` has 16 bits
 
@@ -47,13 +46,13 @@ packet_drop_e rtp_parse(const uint8_t *packet, size_t size, rtp_view *view)
     if (size > kPacketSizeMax) {
         return PACKET_DROP_TOO_LARGE;
     }
-    if (size < kFixedHeaderSize) {
+    if (size < kRtpHeaderSize) {
         return PACKET_DROP_BAD_HEADER;
     }
     if (packet[0] >> 6 != 2) {
         return PACKET_DROP_BAD_VERSION;
     }
-    size_t header_size = kFixedHeaderSize + size_t{4} * (packet[0] & 0x0F);
+    size_t header_size = kRtpHeaderSize + size_t{4} * (packet[0] & 0x0F);
     if (header_size > size) {
         return PACKET_DROP_BAD_HEADER;
     }

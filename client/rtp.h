@@ -7,6 +7,8 @@
 #include "rtc_seq.h"
 #include "stream_report.h"
 
+constexpr size_t kRtpHeaderSize = 12; // bytes, without what may follow
+
 // The fields of a well-formed packet, in host order.
 struct rtp_view {
     bool marker;

@@ -122,15 +122,27 @@ void rtp_delivery_finish(stream_state *state, const zeb_ts_t *now_p)
 // ---- Opening a frame ----
 
 // The cache takes the lowest key-frame packet that it has for the first one of its frame. It is that one if the packet
-// before it belongs to another frame, handed over or at least seen, or if it says itself that it begins a picture.
+// before it belongs to another frame, handed over or at least seen, or if it says itself that it begins a picture. The
+// first slice of a stream's very first packet does, too, when the parameter sets are known from elsewhere.
 static bool __is_beginning_proven(const stream_state *state, const delivered_packet *packet)
 {
-    if (!nal_edges_inspect(packet->video->header.codec, packet->payload, packet->view.payload_size).begins) {
+    const uint8_t codec = packet->video->header.codec;
+    const rtp_view *view = &packet->view;
+    if (!nal_edges_inspect(codec, packet->payload, view->payload_size).begins) {
         return false;
     }
-    return state->rtp.is_continuous ||
-           reception_proves_beginning(&state->arrivals, packet->view.seq, packet->view.timestamp) ||
-           nal_inspect(packet->video->header.codec, packet->payload, packet->view.payload_size).starts_access_unit;
+    const nal_summary summary = nal_inspect(codec, packet->payload, view->payload_size);
+    const uint32_t number = reception_number(&state->arrivals, view->seq);
+    const bool opens_stream = number == state->arrivals.first && summary.is_first_slice;
+    return state->rtp.is_continuous || summary.starts_access_unit ||
+           reception_proves_beginning(&state->arrivals, number, view->timestamp) ||
+           (opens_stream && parameter_sets_are_known(&state->sets, codec));
+}
+
+// Stands for a number that belongs to no picture.
+static bool __is_filler(const rtp_delivery *self, const delivered_packet *packet)
+{
+    return self->n_pkts == 1 && packet->view.payload_size == 0;
 }
 
 static frame_drop_e __refusal_at_start(const stream_state *state, const delivered_packet *packet)
@@ -142,13 +154,28 @@ static frame_drop_e __refusal_at_start(const stream_state *state, const delivere
     if (self->n_pkts == 0 || self->n_pkts > VIDEO_FRAMES_Q_PKT_INDEX) {
         return FRAME_DROP_NOT_ASSEMBLED;
     }
-    if (self->n_pkts == 1 && packet->view.payload_size == 0) {
+    if (__is_filler(self, packet)) {
         return kNoRefusal;
     }
     if (!self->is_key && self->needs_key_frame) {
         return FRAME_DROP_AFTER_GAP;
     }
     return __is_beginning_proven(state, packet) ? kNoRefusal : FRAME_DROP_TORN;
+}
+
+// What lost padding is told from lost pictures by.
+static void __note_pace(stream_state *state, const delivered_packet *packet)
+{
+    rtp_delivery *self = &state->rtp;
+    if (__is_filler(self, packet)) {
+        return;
+    }
+    frame_pace_note(&self->pace, self->timestamp, self->is_continuous);
+    const reception_entry *first =
+        reception_find(&state->arrivals, reception_number(&state->arrivals, packet->view.seq));
+    if (!self->is_key && self->is_continuous && first != nullptr) {
+        self->usual_first_role = first->role;
+    }
 }
 
 static bool __is_new_frame(const rtp_delivery *self, const Video4Header *header)
@@ -182,13 +209,14 @@ static void __open(stream_state *state, const delivered_packet *packet, bool is_
     self->frame_seq = header->frame_seq;
     self->timestamp = packet->view.timestamp;
     self->began_at = __began_at(state, packet);
-    self->first_number = reception_number(&state->arrivals, packet->view.seq) - header->subseq;
+    self->first_number = stream_state_inner_number(state, packet->video->common.seq) - header->subseq;
     self->n_pkts = header->n_pkts;
     self->next_subseq = 0;
     self->is_continuous = self->has_previous && self->first_number == self->previous_number + 1;
     self->needs_key_frame = self->needs_key_frame || !self->is_continuous;
     self->refusal = __refusal_at_start(state, packet);
     self->n_handed_over += 1;
+    __note_pace(state, packet);
     if (self->refusal != FRAME_DROP_OUT_OF_ORDER) {
         self->has_previous = true;
         self->previous_number = __last_number(self);
@@ -203,7 +231,7 @@ static frame_drop_e __refusal_of_packet(const stream_state *state, const deliver
     const Video4Header *header = &packet->video->header;
     const bool is_consistent =
         header->n_pkts == self->n_pkts && header->subseq < self->n_pkts && packet->view.timestamp == self->timestamp &&
-        reception_number(&state->arrivals, packet->view.seq) == self->first_number + header->subseq;
+        stream_state_inner_number(state, packet->video->common.seq) == self->first_number + header->subseq;
     if (!is_consistent) {
         return FRAME_DROP_TORN;
     }

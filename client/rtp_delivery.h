@@ -5,6 +5,8 @@
 // it known that the cache handed over nothing else under its number.
 #pragma once
 
+#include "frame_pace.h"
+#include "reception.h"
 #include "rtc_packet.h"
 #include "stream_report.h"
 
@@ -21,7 +23,7 @@ struct rtp_delivery {
     uint32_t frame_seq;
     uint32_t timestamp;
     zeb_ts_t began_at;     // when its first packet came into the cache
-    uint32_t first_number; // extended sequence number, as the others below
+    uint32_t first_number; // the module's extended sequence number, as the others below
     uint16_t n_pkts;
     uint16_t next_subseq;
 
@@ -32,6 +34,9 @@ struct rtp_delivery {
     uint32_t previous_number;
     uint32_t output_number;
     uint64_t n_handed_over; // frames that the cache handed over
+
+    frame_pace pace;              // of the frames that the cache handed over
+    packet_role usual_first_role; // of the latest frame that is no key frame
 };
 
 void rtp_delivery_init(rtp_delivery *self);

@@ -7,6 +7,7 @@
 #include "frame_output.h"
 #include "loss_watch.h"
 #include "nal.h"
+#include "padding.h"
 #include "stray_packet.h"
 #include "stream_counters.h"
 #include "user.h"
@@ -16,27 +17,8 @@ constexpr uint8_t kProtocolVersion = 10;      // the first whose payloads are no
 
 // ---- From bytes to a packet record ----
 
-// A packet without payload belongs to no picture: senders probe the path with them, between frames. It gets a
-// timestamp and an end of its own, or it would stand in the cache as a frame that never ends. The offset
-// differs for neighbours and stays below the distance of two pictures.
-static bool __is_filler(const rtp_view *view)
-{
-    return view->payload_size == 0 && !view->marker;
-}
-
-static uint32_t __timestamp_of(const rtp_view *view)
-{
-    return __is_filler(view) ? view->timestamp + 1 + (view->seq & 0x3FF) : view->timestamp;
-}
-
-static void __filler_mark(uint8_t *bytes, uint32_t timestamp)
-{
-    bytes[1] |= 0x80;
-    be32_write(bytes + 4, timestamp);
-}
-
 // Copies the packet without its padding, which the module does not know. False without memory.
-static bool __payload_copy(rtn_bytes_t *payload, const uint8_t *packet, const rtp_view *view)
+static bool __payload_copy(const stream_state *state, rtn_bytes_t *payload, const uint8_t *packet, const rtp_view *view)
 {
     const size_t size = view->header_size + view->payload_size;
     auto *bytes = static_cast<uint8_t *>(zeb_malloc_impl_dbg(size, __func__, __LINE__));
@@ -45,8 +27,8 @@ static bool __payload_copy(rtn_bytes_t *payload, const uint8_t *packet, const rt
     }
     memcpy(bytes, packet, size);
     bytes[0] &= 0xDF; // padding bit
-    if (__is_filler(view)) {
-        __filler_mark(bytes, __timestamp_of(view));
+    if (padding_is(view)) {
+        padding_shape(state, bytes, view);
     }
     payload->values = bytes;
     payload->count = payload->allocated = static_cast<uint16_t>(size);
@@ -65,13 +47,14 @@ static void __frame_type_set(PVideoData4 *video, unsigned frame_type)
     video->header.video_type = type.video_type;
 }
 
-static bool __video_make(PVideoData4 *video, const uint8_t *packet, const rtp_view *view, uint8_t codec)
+static bool __video_make(const stream_state *state, PVideoData4 *video, const uint8_t *packet, const rtp_view *view,
+                         bool is_key)
 {
+    const uint8_t codec = state->stream->codec;
     memset(video, 0, sizeof *video);
-    if (!__payload_copy(&video->payload, packet, view)) {
+    if (!__payload_copy(state, &video->payload, packet, view)) {
         return false;
     }
-    const bool is_key = nal_inspect(codec, packet + view->header_size, view->payload_size).is_key;
     __frame_type_set(video, is_key ? KEY_FRAME : DELTA_FRAME);
     video->common.uid = view->ssrc;
     video->common.seq = view->seq;
@@ -119,10 +102,16 @@ static packet_drop_e __refusal_of(const webrtc_video_cache_t *cache, const PVide
     return PACKET_DROP_NO_MEMORY;
 }
 
-static void __count_no_memory(stream_state *state, seq_t seq)
+static void __count_no_memory(stream_state *state, uint32_t number)
 {
     state->report.packets_dropped[PACKET_DROP_NO_MEMORY] += 1;
-    reception_forget(&state->arrivals, &state->report, seq);
+    reception_forget(&state->arrivals, &state->report, number);
+}
+
+// The number that the sender gave the packet.
+static uint32_t __outer_number(const stream_state *state, const PVideoData4 *video)
+{
+    return reception_number(&state->arrivals, be16_read(static_cast<const uint8_t *>(video->payload.values) + 2));
 }
 
 // Gives the packet to the cache, which may deliver. Returns PACKET_DROP_REASONS or why the packet was released.
@@ -130,12 +119,13 @@ static packet_drop_e __feed(stream_state *state, PVideoData4 *video, bool is_ret
 {
     webrtc_video_cache_t *cache = &state->stream->video_cache_q;
     const seq_t seq = video->common.seq;
+    const uint32_t number = __outer_number(state, video);
     const packet_drop_e refusal = __refusal_of(cache, video);
     webrtc_video_cache_process(cache, video, is_retrans, now_p);
     if (video->payload.values != nullptr) {
         __video_release(video);
         if (refusal == PACKET_DROP_NO_MEMORY) {
-            __count_no_memory(state, seq);
+            __count_no_memory(state, number);
         } else {
             state->report.packets_dropped[refusal] += 1;
         }
@@ -143,7 +133,7 @@ static packet_drop_e __feed(stream_state *state, PVideoData4 *video, bool is_ret
     }
     const webrtc_video_packet_t *slot = __slot_of(cache, seq);
     if (slot != nullptr && slot->frm_ptr == nullptr) {
-        __count_no_memory(state, seq);
+        __count_no_memory(state, number);
         return PACKET_DROP_NO_MEMORY;
     }
     return PACKET_DROP_REASONS;
@@ -164,7 +154,7 @@ static bool __starts_access_unit(const held_packet *packet)
 // completes, so then nothing less than the packet in front of the frame will do.
 static bool __may_open(const stream_state *state, const held_packet *first)
 {
-    if (reception_is_joined(&state->arrivals, first->video.common.seq, first->timestamp)) {
+    if (reception_is_joined(&state->arrivals, first->number, first->timestamp)) {
         return true;
     }
     return __is_waiting_for_key_frame(&state->stream->video_cache_q) && __starts_access_unit(first);
@@ -273,16 +263,36 @@ static held_packet __held_packet_make(const stream_state *state, PVideoData4 *vi
     return packet;
 }
 
+// What stands in front of a picture's slices does not tell yet what picture it is.
+static bool __may_begin_key_frame(const stream_state *state, const held_packet *packet)
+{
+    const reception_entry *entry = reception_find(&state->arrivals, packet->number);
+    const bool is_lead = entry != nullptr && (entry->role == PACKET_ROLE_UNIT_START || entry->role == PACKET_ROLE_LEAD);
+    return is_lead || __is_key_frame(packet->video.header.video_type) != 0;
+}
+
+// True when nothing is held that would have been asked for already.
+static bool __holds_only_leads(const stream_state *state)
+{
+    const list_head *head = &state->hold.packets.head;
+    for (const list_head *node = head->next; node != head; node = node->next) {
+        const auto *packet = reinterpret_cast<const held_packet *>(node);
+        if (__is_key_frame(packet->video.header.video_type) != 0 || !__may_begin_key_frame(state, packet)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 static packet_drop_e __hold(stream_state *state, PVideoData4 *video, bool is_retrans, const zeb_ts_t *now_p)
 {
     held_packet packet = __held_packet_make(state, video, is_retrans, *now_p);
     // The cache would ask at once; the wait must not delay that.
-    const bool is_key = __is_key_frame(packet.video.header.video_type) != 0;
-    state->wants_key_frame = state->wants_key_frame || (!is_key && state->hold.packets.count == 0);
+    state->wants_key_frame =
+        state->wants_key_frame || (!__may_begin_key_frame(state, &packet) && __holds_only_leads(state));
     if (!packet_hold_add(&state->hold, &packet)) {
-        const seq_t seq = packet.video.common.seq;
         __video_release(&packet.video);
-        __count_no_memory(state, seq);
+        __count_no_memory(state, packet.number);
         return PACKET_DROP_NO_MEMORY;
     }
     __hold_run(state, now_p);
@@ -341,16 +351,8 @@ static void __restart(stream_state *state)
                state->stream->channel->name_id, state->stream->user->state->uid);
     __cache_clear(state, FRAME_DROP_AFTER_GAP);
     rtp_delivery_restart(&state->rtp);
+    state->numbering = {};
     state->has_floor = false;
-}
-
-static void __stray_take_in(stream_state *state, const zeb_ts_t *now_p)
-{
-    held_packet *stray = packet_hold_take_first(&state->stray);
-    if (stray != nullptr) {
-        __hold_or_feed(state, &stray->video, stray->is_retrans, now_p);
-        held_packet_free(stray);
-    }
 }
 
 // ---- Taking packets in ----
@@ -362,9 +364,41 @@ static packet_drop_e __drop(stream_state *state, PVideoData4 *video, packet_drop
     return reason;
 }
 
-static bool __is_below_floor(const stream_state *state, seq_t seq)
+static bool __is_too_old(const stream_state *state, uint32_t number)
 {
-    return state->has_floor && !zeb_uint32_after(reception_number(&state->arrivals, seq), state->floor);
+    const bool is_below_floor = state->has_floor && zeb_uint32_after(number, state->floor) == 0;
+    return is_below_floor || !packet_numbering_reaches(&state->numbering, number);
+}
+
+static bool __is_noted_as_padding(const stream_state *state, uint32_t number)
+{
+    const reception_entry *entry = reception_find(&state->arrivals, number);
+    return entry != nullptr && entry->role == PACKET_ROLE_PADDING;
+}
+
+// Gives the packet its number and passes it on.
+static packet_drop_e __admit(stream_state *state, PVideoData4 *video, bool is_retrans, const zeb_ts_t *now_p)
+{
+    const uint32_t number = __outer_number(state, video);
+    if (__is_too_old(state, number)) {
+        return __drop(state, video, PACKET_DROP_LATE);
+    }
+    if (__is_noted_as_padding(state, number) && packet_numbering_leave_out(&state->numbering, number)) {
+        __video_release(video);
+        __hold_run(state, now_p); // it may be what is in front of a key frame
+        return PACKET_DROP_REASONS;
+    }
+    video->common.seq = static_cast<seq_t>(packet_numbering_assign(&state->numbering, number));
+    return __hold_or_feed(state, video, is_retrans, now_p);
+}
+
+static void __stray_take_in(stream_state *state, const zeb_ts_t *now_p)
+{
+    held_packet *stray = packet_hold_take_first(&state->stray);
+    if (stray != nullptr) {
+        __admit(state, &stray->video, stray->is_retrans, now_p);
+        held_packet_free(stray);
+    }
 }
 
 static packet_drop_e __place(stream_state *state, PVideoData4 *video, bool is_retrans, reception_verdict verdict,
@@ -382,16 +416,31 @@ static packet_drop_e __place(stream_state *state, PVideoData4 *video, bool is_re
         break;
     }
     stray_packet_forget(state);
-    if (__is_below_floor(state, video->common.seq)) {
-        return __drop(state, video, PACKET_DROP_LATE);
-    }
-    return __hold_or_feed(state, video, is_retrans, now_p);
+    return __admit(state, video, is_retrans, now_p);
 }
 
-static reception_verdict __note(stream_state *state, const rtp_view *view, bool is_retrans, zeb_ts_t now)
+static packet_role __role_of(const rtp_view *view, const nal_summary *summary)
+{
+    if (padding_is(view)) {
+        return PACKET_ROLE_PADDING;
+    }
+    if (summary->starts_access_unit) {
+        return PACKET_ROLE_UNIT_START;
+    }
+    if (summary->leads_picture) {
+        return PACKET_ROLE_LEAD;
+    }
+    if (!summary->is_first_slice) {
+        return PACKET_ROLE_OTHER;
+    }
+    return summary->is_key ? PACKET_ROLE_KEY_SLICE : PACKET_ROLE_FIRST_SLICE;
+}
+
+static reception_verdict __note(stream_state *state, const rtp_view *view, packet_role role, bool is_retrans,
+                                zeb_ts_t now)
 {
     const size_t size = view->header_size + view->payload_size + view->padding_size;
-    const reception_packet arrival = {view->seq, __timestamp_of(view), size, is_retrans};
+    const reception_packet arrival = {view->seq, view->timestamp, size, is_retrans, view->marker, role};
     const uint32_t newest_before = state->arrivals.newest;
     const reception_verdict verdict = reception_note(&state->arrivals, &state->report, &arrival, now);
     feedback_note_packet(state, verdict, reception_number(&state->arrivals, view->seq), newest_before, now);
@@ -408,7 +457,8 @@ packet_drop_e rtp_intake_take(stream_state *state, const uint8_t *packet, const 
     stream->is_nass = 1;
     stream->codec = codec;
     parameter_sets_note_payload(&state->sets, codec, packet + view->header_size, view->payload_size);
-    const reception_verdict verdict = __note(state, view, is_retrans, *now_p);
+    const nal_summary summary = nal_inspect(codec, packet + view->header_size, view->payload_size);
+    const reception_verdict verdict = __note(state, view, __role_of(view, &summary), is_retrans, *now_p);
     PVideoData4 video;
     if (verdict == RECEPTION_RESTARTED) {
         __restart(state);
@@ -417,14 +467,14 @@ packet_drop_e rtp_intake_take(stream_state *state, const uint8_t *packet, const 
         __stray_take_in(state, now_p);
     }
     packet_drop_e result = PACKET_DROP_NO_MEMORY;
-    if (__video_make(&video, packet, view, codec)) {
+    if (__video_make(state, &video, packet, view, summary.is_key)) {
         video_stream_send_bandwidth_est(stream, &video, !is_retrans, now_p);
-        if (__is_key_frame(video.header.video_type) != 0) {
+        if (summary.is_key) {
             feedback_note_key_packet(state, *now_p);
         }
         result = __place(state, &video, is_retrans, verdict, now_p);
     } else {
-        __count_no_memory(state, view->seq);
+        __count_no_memory(state, reception_number(&state->arrivals, view->seq));
     }
     rtp_delivery_finish(state, now_p);
     return result;
@@ -532,8 +582,42 @@ static void __guard(stream_state *state, zeb_ts_t now)
     __floor_set(state);
 }
 
+// A number that nothing else can have had goes to the cache as the padding that was lost. While the cache waits for a
+// key frame no number is missing to it.
+static void __fill_in(stream_state *state, uint32_t number, uint32_t timestamp, const zeb_ts_t *now_p)
+{
+    uint8_t packet[kRtpHeaderSize] = {0x80};
+    rtp_view view = {};
+    view.seq = static_cast<seq_t>(number);
+    view.timestamp = timestamp;
+    view.header_size = kRtpHeaderSize;
+    be16_write(packet + 2, view.seq);
+    PVideoData4 video;
+    reception_note_padding(&state->arrivals, number, timestamp);
+    state->report.packets_padding_lost += 1;
+    if (__is_waiting_for_key_frame(&state->stream->video_cache_q) ||
+        !__video_make(state, &video, packet, &view, false)) {
+        return;
+    }
+    video.common.seq = static_cast<seq_t>(packet_numbering_assign(&state->numbering, number));
+    __feed(state, &video, false, now_p);
+}
+
+static void __fill_in_lost_padding(stream_state *state, const zeb_ts_t *now_p)
+{
+    padding_gap gap;
+    // Each turn forgets some of the missing packets.
+    while (padding_find_lost(state, &gap)) {
+        nack_list_forget_below(&state->feedback.nacks, gap.last + 1);
+        for (uint32_t number = gap.first; number != gap.last + 1; number++) {
+            __fill_in(state, number, gap.timestamp, now_p);
+        }
+    }
+}
+
 void rtp_intake_tick(stream_state *state, const zeb_ts_t *now_p)
 {
+    __fill_in_lost_padding(state, now_p);
     __hold_run(state, now_p);
     rtp_delivery_finish(state, now_p);
     __check(state, now_p);

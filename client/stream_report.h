@@ -90,10 +90,12 @@ struct stream_report {
     uint64_t bytes;          // of those, RTP headers included
     uint64_t packets_unique; // of those, the first with their number, and none far from all others
     uint64_t packets_retransmitted;
-    uint64_t packets_reordered; // came after a packet with a later number
-    uint64_t packets_repaired;  // lost ones that a retransmission brought
-    uint64_t packets_lost;      // numbers never seen between the first and the newest one
-    uint64_t gaps;              // runs of numbers that were missing when a later one came
+    uint64_t packets_reordered;    // came after a packet with a later number
+    uint64_t packets_repaired;     // lost ones that a retransmission brought
+    uint64_t packets_lost;         // numbers never seen between the first and the newest one
+    uint64_t gaps;                 // runs of numbers that were missing when a later one came
+    uint64_t packets_padding;      // came without payload: senders probe with them
+    uint64_t packets_padding_lost; // numbers never seen that nothing else can have had
     uint64_t packets_dropped[PACKET_DROP_REASONS];
 
     uint64_t frames;      // handed out

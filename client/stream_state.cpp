@@ -64,6 +64,11 @@ void stream_state_free(stream_state *state)
     }
 }
 
+uint32_t stream_state_inner_number(const stream_state *state, seq_t seq)
+{
+    return sequence_extend(packet_numbering_inner(&state->numbering, state->arrivals.newest), seq);
+}
+
 void stream_state_ask(stream_state *state, const zeb_ts_t *now_p)
 {
     if (state->wants_key_frame) {

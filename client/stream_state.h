@@ -4,6 +4,7 @@
 #include "feedback.h"
 #include "native_delivery.h"
 #include "packet_hold.h"
+#include "packet_numbering.h"
 #include "parameter_sets.h"
 #include "reception.h"
 #include "restart_watch.h"
@@ -19,19 +20,20 @@ struct stream_state {
     reception arrivals;
     restart_watch restarts;
     stream_seconds seconds;
-    packet_hold hold;         // RTP path: packets in front of the reorder cache
-    bool has_key_timestamp;   // RTP path: the packets of that frame go straight into the reorder cache
-    uint32_t key_timestamp;   // RTP timestamp
-    packet_hold stray;        // RTP path: the packet that may begin a new numbering, at most one
-    rtp_delivery rtp;         // RTP path: from the reorder cache to whole frames
-    native_delivery native;   // native path: from the frame queue to whole frames
-    watchdog guard;           // RTP path
-    bool is_native;           // which path the stream's first packet took; meaningful once a packet came
-    bool wants_key_frame;     // to be asked for when the call that found it out ends
-    bool has_floor;           // the reorder cache was cleared: up to `floor` nothing is taken any more
-    uint32_t floor;           // extended sequence number
-    parameter_sets sets;      // RTP path: that were seen, or that the session description has
-    stream_feedback feedback; // RTP path: what the sender is told
+    packet_numbering numbering; // RTP path: from the sender's numbers to those of the module
+    packet_hold hold;           // RTP path: packets in front of the reorder cache
+    bool has_key_timestamp;     // RTP path: the packets of that frame go straight into the reorder cache
+    uint32_t key_timestamp;     // RTP timestamp
+    packet_hold stray;          // RTP path: the packet that may begin a new numbering, at most one
+    rtp_delivery rtp;           // RTP path: from the reorder cache to whole frames
+    native_delivery native;     // native path: from the frame queue to whole frames
+    watchdog guard;             // RTP path
+    bool is_native;             // which path the stream's first packet took; meaningful once a packet came
+    bool wants_key_frame;       // to be asked for when the call that found it out ends
+    bool has_floor;             // the reorder cache was cleared: up to `floor` nothing is taken any more
+    uint32_t floor;             // extended sequence number, the sender's
+    parameter_sets sets;        // RTP path: that were seen, or that the session description has
+    stream_feedback feedback;   // RTP path: what the sender is told
     // The time of the call under way. The reorder cache may be run by a later time than it is, so what it calls goes
     // by this one.
     zeb_ts_t now;
@@ -47,6 +49,9 @@ stream_state *stream_state_attach(user_video_stream *stream);
 
 // Releases the record. The stream stays.
 void stream_state_free(stream_state *state);
+
+// The module's extended number that ends in `seq`. RTP path.
+uint32_t stream_state_inner_number(const stream_state *state, seq_t seq);
 
 // Asks for the key frame that was found to be needed. Not while the reorder cache is at work.
 void stream_state_ask(stream_state *state, const zeb_ts_t *now_p);

@@ -24,6 +24,7 @@ struct settings {
     zeb_ts_t reorder_by = 0;  // ms that one packet in twenty comes later
     bool answers_nack = true; // resends what is asked for
     size_t key_packets = 24;  // of a key frame
+    int probe_every = 0;      // frames; three packets without payload stand behind one of so many
     int n_frames = 600;       // at 30 a second
     unsigned seed = 1;
 };
@@ -126,6 +127,17 @@ class Link
         for (size_t i = 0; i < frame.packets.size(); i++) {
             buffer_[static_cast<uint16_t>(frame.first_seq + i)] = frame.packets[i];
             send_packet(frame.packets[i], false);
+        }
+        if (given_.probe_every != 0 && sent_.size() % static_cast<size_t>(given_.probe_every) == 0) {
+            probe();
+        }
+    }
+
+    // Nobody keeps what a probe consists of, so it is not sent again either.
+    void probe()
+    {
+        for (int i = 0; i < 3; i++) {
+            send_packet(sender_.filler(), false);
         }
     }
 

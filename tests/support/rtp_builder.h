@@ -62,6 +62,10 @@ inline bytes nal_unit(uint8_t type, size_t size, uint32_t salt = 0)
     for (size_t i = 0; i < size; i++) {
         nal.push_back(static_cast<uint8_t>(1 + (i * 7 + salt * 13) % 250));
     }
+    const bool is_slice = type == 1 || type == 5;
+    if (is_slice && size > 0) {
+        nal[1] |= 0x80; // its first macroblock is number 0
+    }
     return nal;
 }
 

@@ -45,6 +45,7 @@ TEST(NalInspectH264, KnowsKeyUnitsAndAccessUnitStartsByType)
         const nal_summary said = inspect(VIDEO_TYPE_H264, {static_cast<uint8_t>(0x60 | type), 0x01});
         EXPECT_EQ(type == 5 || type == 7 || type == 8, said.is_key) << type;
         EXPECT_EQ(type == 7 || type == 9, said.starts_access_unit) << type;
+        EXPECT_EQ(type >= 6 && type <= 9, said.leads_picture) << type;
     }
 }
 
@@ -93,6 +94,7 @@ TEST(NalInspectH265, KnowsKeyUnitsAndAccessUnitStartsByType)
         const nal_summary said = inspect(VIDEO_TYPE_H265, {static_cast<uint8_t>(type << 1), 0x01, 0x01});
         EXPECT_EQ((type >= 16 && type <= 23) || (type >= 32 && type <= 34), said.is_key) << type;
         EXPECT_EQ(type == 32 || type == 35, said.starts_access_unit) << type;
+        EXPECT_EQ((type >= 32 && type <= 35) || type == 39, said.leads_picture) << type;
     }
 }
 
@@ -130,6 +132,43 @@ TEST(NalInspectH265, LooksIntoEveryPacketKind)
 {
     for (const nal_case &row : kH265) {
         expect_said(VIDEO_TYPE_H265, row);
+    }
+}
+
+struct slice_case {
+    const char *name;
+    uint8_t codec;
+    const char *payload;
+    bool is_first_slice;
+};
+
+// The first bit behind the NAL unit's header decides.
+const slice_case kSlices[] = {
+    {"H.264 slice from macroblock 0", VIDEO_TYPE_H264, "61 9A", true},
+    {"H.264 slice from macroblock 1", VIDEO_TYPE_H264, "61 4A", false},
+    {"H.264 data partition A", VIDEO_TYPE_H264, "62 9A", true},
+    {"H.264 data partition B", VIDEO_TYPE_H264, "63 9A", false},
+    {"H.264 IDR slice from macroblock 0", VIDEO_TYPE_H264, "65 88", true},
+    {"H.264 slice without its header", VIDEO_TYPE_H264, "61", false},
+    {"H.264 supplemental information", VIDEO_TYPE_H264, "06 85", false},
+    {"H.264 first fragment", VIDEO_TYPE_H264, "7C 81 9A", true},
+    {"H.264 first fragment of a later slice", VIDEO_TYPE_H264, "7C 81 4A", false},
+    {"H.264 first fragment without bytes", VIDEO_TYPE_H264, "7C 81", false},
+    {"H.264 middle fragment", VIDEO_TYPE_H264, "7C 01 9A", false},
+    {"H.264 aggregate begun by it", VIDEO_TYPE_H264, "78 00 02 61 9A 00 02 61 4A", true},
+    {"H.264 aggregate with it in second place", VIDEO_TYPE_H264, "78 00 02 06 05 00 02 61 9A", false},
+    {"H.265 first slice segment", VIDEO_TYPE_H265, "02 01 D0", true},
+    {"H.265 later slice segment", VIDEO_TYPE_H265, "02 01 50", false},
+    {"H.265 IDR", VIDEO_TYPE_H265, "26 01 AF", true},
+    {"H.265 parameter set", VIDEO_TYPE_H265, "42 01 81", false},
+    {"H.265 first fragment", VIDEO_TYPE_H265, "62 01 81 D0", true},
+    {"H.265 middle fragment", VIDEO_TYPE_H265, "62 01 01 D0", false},
+};
+
+TEST(NalInspect, KnowsThePicturesFirstSlice)
+{
+    for (const slice_case &row : kSlices) {
+        EXPECT_EQ(row.is_first_slice, inspect(row.codec, hex(row.payload)).is_first_slice) << row.name;
     }
 }
 

@@ -18,8 +18,13 @@ struct arrivals {
 
     reception_verdict take(uint16_t seq, uint32_t timestamp = 0, bool is_retrans = false)
     {
-        const reception_packet packet = {seq, timestamp, kSize, is_retrans};
+        const reception_packet packet = {seq, timestamp, kSize, is_retrans, false, PACKET_ROLE_OTHER};
         return reception_note(state.get(), &report, &packet, now);
+    }
+
+    uint32_t number(uint16_t seq) const
+    {
+        return reception_number(state.get(), seq);
     }
 };
 
@@ -112,10 +117,22 @@ TEST(ReceptionHistory, ProvesABeginningByThePacketBeforeItWithAnotherTimestamp)
     in.take(65535, 3000);
     in.take(0, 6000);
     in.take(2, 9000);
-    EXPECT_TRUE(reception_proves_beginning(in.state.get(), 0, 6000));
-    EXPECT_FALSE(reception_proves_beginning(in.state.get(), 65535, 3000)) << "same timestamp before it";
-    EXPECT_FALSE(reception_proves_beginning(in.state.get(), 65534, 3000)) << "nothing before it";
-    EXPECT_FALSE(reception_proves_beginning(in.state.get(), 2, 9000)) << "a hole before it";
+    EXPECT_TRUE(reception_proves_beginning(in.state.get(), in.number(0), 6000));
+    EXPECT_FALSE(reception_proves_beginning(in.state.get(), in.number(65535), 3000)) << "same timestamp before it";
+    EXPECT_FALSE(reception_proves_beginning(in.state.get(), in.number(65534), 3000)) << "nothing before it";
+    EXPECT_FALSE(reception_proves_beginning(in.state.get(), in.number(2), 9000)) << "a hole before it";
+}
+
+TEST(ReceptionHistory, KnowsPaddingInsideAFrameByThePacketsBehindIt)
+{
+    arrivals in;
+    in.take(10, 6000);
+    in.take(13, 6000);
+    in.take(15, 9000);
+    reception_note_padding(in.state.get(), in.number(14), 6000);
+    EXPECT_TRUE(reception_is_inside_frame(in.state.get(), in.number(11), 6000));
+    EXPECT_FALSE(reception_is_inside_frame(in.state.get(), in.number(13), 6000)) << "nothing but padding behind it";
+    EXPECT_FALSE(reception_is_inside_frame(in.state.get(), in.number(16), 6000)) << "nothing behind it";
 }
 
 TEST(ReceptionHistory, ForgottenPacketMayComeAgain)
@@ -123,7 +140,7 @@ TEST(ReceptionHistory, ForgottenPacketMayComeAgain)
     arrivals in;
     in.take(10);
     in.take(11);
-    reception_forget(in.state.get(), &in.report, 11);
+    reception_forget(in.state.get(), &in.report, in.number(11));
     EXPECT_EQ(in.report.packets_lost, 1u);
     EXPECT_EQ(in.take(11, 0, true), RECEPTION_EARLIER);
     EXPECT_EQ(in.report.packets_lost, 0u);

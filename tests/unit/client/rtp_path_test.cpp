@@ -190,6 +190,47 @@ TEST(RtpPathStart, TakesAKeyFrameWithoutParameterSetsBehindAnotherFrame)
     expect_frames(client, {key});
 }
 
+TEST(RtpPathStart, TakesAnIdrSliceForAStreamsBeginningWhenItsParameterSetsWereDescribed)
+{
+    for (const bool is_described : {true, false}) {
+        Client client;
+        Sender sender;
+        const bytes sps = nal_unit(7, 10);
+        const bytes pps = nal_unit(8, 4);
+        if (is_described) {
+            rtc_channel_set_parameter_set(client.channel, VIDEO_TYPE_H264, sps.data(), sps.size());
+            rtc_channel_set_parameter_set(client.channel, VIDEO_TYPE_H264, pps.data(), pps.size());
+        }
+        frame key = sender.raw_frame({nal_unit(5, 100), nal_unit(5, 90)}, true);
+        client.receive(key);
+        client.pass(300);
+        bytes sets = {0, 0, 0, 1};
+        sets.insert(sets.end(), sps.begin(), sps.end());
+        sets.insert(sets.end(), {0, 0, 0, 1});
+        sets.insert(sets.end(), pps.begin(), pps.end());
+        key.annexb.insert(key.annexb.begin(), sets.begin(), sets.end());
+        EXPECT_EQ(client.frames.size(), is_described ? 1u : 0u);
+        if (!client.frames.empty()) {
+            EXPECT_EQ(client.frames[0].data, key.annexb);
+        }
+    }
+}
+
+TEST(RtpPathStart, AsksForNoKeyFrameWhenWhatComesFirstMayBelongToOne)
+{
+    Client client;
+    Sender sender;
+    const frame key =
+        sender.raw_frame({nal_unit(9, 1), nal_unit(6, 20), nal_unit(7, 9), nal_unit(8, 4), nal_unit(5, 99)}, true);
+    client.receive(key);
+    EXPECT_EQ(client.report().key_frame_requests, 0u);
+    expect_frames(client, {key});
+
+    Client other;
+    other.receive(sender.raw_frame({nal_unit(9, 1), nal_unit(6, 20), nal_unit(1, 99)}, false));
+    EXPECT_EQ(other.report().key_frame_requests, 1u) << "none, after all";
+}
+
 // The first packet to come need not be the first one of the frame. A frame can do without its delimiter, so nobody waits
 // for one that comes behind the parameter set.
 TEST(RtpPathStart, PutsAFirstKeyFrameInOrderHoweverItWasReordered)
@@ -539,7 +580,7 @@ class RtpPathShuffled : public testing::TestWithParam<uint32_t>
 {
 };
 
-INSTANTIATE_TEST_SUITE_P(Seeds, RtpPathShuffled, testing::Range(1u, 41u));
+INSTANTIATE_TEST_SUITE_P(Seeds, RtpPathShuffled, testing::Range<uint32_t>(1, 41));
 
 TEST(RtpPathReorder, OfALargeFrameFromItsEndToItsBeginningMakesOneWholeFrame)
 {
