@@ -1,5 +1,9 @@
 #include "failing_memory.h"
 
+#include <malloc.h>
+
+#include <algorithm>
+
 #include "zeb_platform.h"
 
 namespace
@@ -9,6 +13,8 @@ size_t n_asked = 0;
 size_t failing_nth = 0;
 failing_memory::failing failing_how = failing_memory::failing::once;
 long n_in_use = 0;
+size_t n_bytes = 0;
+size_t n_bytes_most = 0;
 
 bool is_to_fail()
 {
@@ -28,6 +34,7 @@ void fail(size_t nth, failing how)
     n_asked = 0;
     failing_nth = nth;
     failing_how = how;
+    n_bytes_most = n_bytes;
 }
 
 size_t asked()
@@ -38,6 +45,16 @@ size_t asked()
 long in_use()
 {
     return n_in_use;
+}
+
+size_t bytes_in_use()
+{
+    return n_bytes;
+}
+
+size_t most_bytes_in_use()
+{
+    return n_bytes_most;
 }
 
 } // namespace failing_memory
@@ -55,12 +72,15 @@ void *__wrap_zeb_malloc_impl_dbg(size_t size, const char *tag, int line)
     }
     void *block = __real_zeb_malloc_impl_dbg(size, tag, line);
     n_in_use += block != nullptr ? 1 : 0;
+    n_bytes += malloc_usable_size(block);
+    n_bytes_most = std::max(n_bytes_most, n_bytes);
     return block;
 }
 
 void __wrap_zeb_free_impl(void *ptr)
 {
     n_in_use -= ptr != nullptr ? 1 : 0;
+    n_bytes -= malloc_usable_size(ptr);
     __real_zeb_free_impl(ptr);
 }
 }

@@ -21,4 +21,9 @@ size_t asked();
 // Blocks that were given out and not given back, since the program began.
 long in_use();
 
+// Bytes of those, and the most there were at a time since the last call of fail(). The C library may round each block
+// up; under the address sanitizer they are exact.
+size_t bytes_in_use();
+size_t most_bytes_in_use();
+
 } // namespace failing_memory
