@@ -83,7 +83,7 @@ static bool __make_room(channel_state *channel, zeb_ts_t now)
         return true;
     }
     user_state *silent = __user_find_most_silent(channel);
-    if (now - silent->last_packet_at < kUserSilence) {
+    if (silent == nullptr || now - silent->last_packet_at < kUserSilence) {
         return false;
     }
     CLIENT_LOG(LM_USER, RTC_LOG_INFO, "[%s] user %u put out for a new one", channel->channel.name_id, silent->uid);

@@ -137,8 +137,8 @@ rtp_stream rtp_finder::candidate::describe(const stream_identity &identity) cons
 {
     rtp_stream stream;
     stream.identity = identity;
-    const auto packets = static_cast<double>(packets_);
-    const double factor = rtp_likelihood() * packets / (packets + 1) *
+    const auto count = static_cast<double>(packets_);
+    const double factor = rtp_likelihood() * count / (count + 1) *
                           (identity.payload_type < kFirstFreePayloadType ? kStaticPayloadTypeFactor : 1.0);
     stream.h264_likelihood = h264_.fit() * factor;
     stream.h265_likelihood = h265_.fit() * factor;
