@@ -100,6 +100,25 @@ static bool __is_jump(const reception *self, seq_t seq)
     return ahead >= kReceptionMaxGap && ahead <= static_cast<seq_t>(0 - kReceptionMaxMisorder);
 }
 
+static uint32_t __timestamp_distance(uint32_t lhs, uint32_t rhs)
+{
+    return zeb_uint32_after(lhs, rhs) != 0 ? lhs - rhs : rhs - lhs;
+}
+
+// A copy has the timestamp of what it copies, and a latecomer from before the first packet has about that one's. What
+// has not was numbered anew, close to the numbers of before. Padding may only be supposed to have had its number.
+static bool __contradicts(const reception *self, const reception_packet *packet)
+{
+    const uint32_t number = reception_number(self, packet->seq);
+    const reception_entry *entry = reception_find(self, number);
+    if (entry != nullptr) {
+        return entry->role != PACKET_ROLE_PADDING && entry->timestamp != packet->timestamp;
+    }
+    const reception_entry *first = reception_find(self, self->first);
+    return first != nullptr && zeb_uint32_after(self->first, number) != 0 &&
+           __timestamp_distance(packet->timestamp, first->timestamp) > kReceptionTimestampSlack;
+}
+
 // A number that is neither a jump nor was confirmed as one.
 static reception_verdict __file(reception *self, stream_report *report, const reception_packet *packet)
 {
@@ -126,6 +145,15 @@ static bool __is_long_loss(const reception *self)
     return __stray_distance(self) < kReceptionMaxDropout;
 }
 
+// Behind a copy with a damaged timestamp the stream goes on as before.
+static bool __goes_with_stray(const reception *self, const reception_packet *packet)
+{
+    const reception_entry *newest = reception_find(self, self->newest);
+    return __contradicts(self, packet) || newest == nullptr ||
+           __timestamp_distance(packet->timestamp, self->stray.timestamp) <
+               __timestamp_distance(packet->timestamp, newest->timestamp);
+}
+
 // A number close by, and closer than to the newest one, confirms a long loss; paths reorder. A new numbering takes
 // two numbers in sequence. A retransmission is old by nature and proves nothing.
 static bool __confirms_stray(const reception *self, const reception_packet *packet)
@@ -133,8 +161,12 @@ static bool __confirms_stray(const reception *self, const reception_packet *pack
     if (!self->has_stray || packet->is_retrans) {
         return false;
     }
+    const bool is_next = packet->seq == zeb_uint16_next(self->stray.seq);
+    if (self->stray_contradicts) {
+        return is_next && __goes_with_stray(self, packet);
+    }
     if (!__is_long_loss(self)) {
-        return packet->seq == zeb_uint16_next(self->stray.seq);
+        return is_next;
     }
     const uint16_t to_stray = zeb_uint16_dist(packet->seq, self->stray.seq);
     const uint16_t to_newest = zeb_uint16_dist(packet->seq, static_cast<seq_t>(self->newest));
@@ -143,7 +175,7 @@ static bool __confirms_stray(const reception *self, const reception_packet *pack
 
 static reception_verdict __confirm_stray(reception *self, stream_report *report, const reception_packet *packet)
 {
-    const bool is_loss = __is_long_loss(self);
+    const bool is_loss = !self->stray_contradicts && __is_long_loss(self);
     const reception_packet stray = self->stray;
     self->has_stray = false;
     if (is_loss) {
@@ -164,12 +196,14 @@ static reception_verdict __place(reception *self, stream_report *report, const r
     if (__confirms_stray(self, packet)) {
         return __confirm_stray(self, report, packet);
     }
-    if (!__is_jump(self, packet->seq)) {
+    const bool contradicts = __contradicts(self, packet);
+    if (!__is_jump(self, packet->seq) && !contradicts) {
         self->has_stray = false;
         return __file(self, report, packet);
     }
     if (!packet->is_retrans) {
         self->has_stray = true;
+        self->stray_contradicts = contradicts;
         self->stray = *packet;
     }
     return RECEPTION_STRAY;

@@ -15,7 +15,8 @@ constexpr uint16_t kReceptionMaxGap = 100;
 constexpr uint16_t kReceptionMaxMisorder = 2000;
 // A confirmed jump ahead by less than this is a long loss, any other a new numbering.
 constexpr uint16_t kReceptionMaxDropout = 3000;
-constexpr uint32_t kReceptionHistory = 2048; // numbers; a power of 2
+constexpr uint32_t kReceptionTimestampSlack = 5 * 90000; // timestamp units by which a late packet may be older
+constexpr uint32_t kReceptionHistory = 2048;             // numbers; a power of 2
 
 enum reception_verdict : uint8_t {
     RECEPTION_NEWEST,    // later than all before
@@ -56,6 +57,7 @@ struct reception_entry {
 struct reception {
     bool has_started;
     bool has_stray;
+    bool stray_contradicts; // its number is near to the others, and taken
     bool has_transit;
     reception_packet stray;
     // Extended numbers start one cycle up, so that a packet from before the first one has a number too.

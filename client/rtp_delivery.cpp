@@ -213,7 +213,9 @@ static void __open(stream_state *state, const delivered_packet *packet, bool is_
     self->n_pkts = header->n_pkts;
     self->next_subseq = 0;
     self->is_continuous = self->has_previous && self->first_number == self->previous_number + 1;
-    self->needs_key_frame = self->needs_key_frame || !self->is_continuous;
+    const bool is_same_codec = self->codec == packet->video->header.codec;
+    self->needs_key_frame = self->needs_key_frame || !self->is_continuous || !is_same_codec;
+    self->codec = packet->video->header.codec;
     self->refusal = __refusal_at_start(state, packet);
     self->n_handed_over += 1;
     __note_pace(state, packet);

@@ -20,6 +20,7 @@ struct rtp_delivery {
     bool ends_open;       // its last packet so far leaves a fragmented NAL unit unfinished
     bool has_media;       // some packet carries payload
     frame_drop_e refusal; // FRAME_DROP_REASONS: none so far
+    uint8_t codec;        // VIDEO_PACKET_TYPE
     uint32_t frame_seq;
     uint32_t timestamp;
     zeb_ts_t began_at;     // when its first packet came into the cache

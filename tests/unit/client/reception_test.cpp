@@ -96,6 +96,65 @@ INSTANTIATE_TEST_SUITE_P(
         row{"a stray forgotten", {0, 5000, 1, 5001}, {New, Stray, New, Stray}, 0, 0, 0},
         row{"old retransmissions prove nothing", {0, kRetrans - 5000, kRetrans - 4999}, {New, Stray, Stray}, 0, 0, 0}));
 
+// ---- Numbers taken twice ----
+
+struct stamped {
+    int seq; // relative to the first one
+    uint32_t timestamp;
+};
+
+struct contradiction {
+    const char *what;
+    std::vector<stamped> packets;
+    std::vector<reception_verdict> verdicts;
+};
+
+class ReceptionOfTakenNumbers : public testing::TestWithParam<contradiction>
+{
+};
+
+TEST_P(ReceptionOfTakenNumbers, KnowsANewNumberingByItsTimestamps)
+{
+    for (const int base : {1000, 65534, 0}) {
+        arrivals in;
+        std::vector<reception_verdict> verdicts;
+        for (const stamped &packet : GetParam().packets) {
+            verdicts.push_back(in.take(static_cast<uint16_t>(base + packet.seq), packet.timestamp));
+        }
+        EXPECT_EQ(verdicts, GetParam().verdicts) << GetParam().what << " from " << base;
+    }
+}
+
+constexpr uint32_t kFar = 50000000; // timestamp units from those of before
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, ReceptionOfTakenNumbers,
+    testing::Values(
+        contradiction{"from the newest", {{0, 0}, {1, 0}, {1, kFar}, {2, kFar}}, {New, New, Stray, Restarted}},
+        contradiction{"from an older one", {{0, 0}, {1, 0}, {0, kFar}, {1, kFar}}, {New, New, Stray, Restarted}},
+        contradiction{"from before the first", {{0, 0}, {-50, kFar}, {-49, kFar}}, {New, Stray, Restarted}},
+        contradiction{"late from before the first", {{0, 9000}, {-50, 6000}}, {New, Old}},
+        contradiction{
+            "onto a hole first", {{0, 0}, {2, 0}, {1, kFar}, {2, kFar}, {3, kFar}}, {New, New, Old, Stray, Restarted}},
+        contradiction{"a copy", {{0, 0}, {1, 3000}, {1, 3000}, {0, 0}, {2, 6000}}, {New, New, Twice, Twice, New}},
+        contradiction{
+            "a copy of the newest, damaged", {{0, 0}, {1, 3000}, {1, kFar}, {2, 6000}}, {New, New, Stray, New}},
+        contradiction{"an older copy, damaged",
+                      {{0, 0}, {1, 3000}, {0, kFar}, {1, 3000}, {2, 6000}},
+                      {New, New, Stray, Twice, New}},
+        contradiction{"two that are not neighbours",
+                      {{0, 0}, {1, 0}, {2, 0}, {0, kFar}, {2, kFar}, {3, 0}},
+                      {New, New, New, Stray, Stray, New}}));
+
+TEST(ReceptionHistory, BelievesAPacketWhoseNumberWasTakenForPadding)
+{
+    arrivals in;
+    in.take(10, 3000);
+    in.take(12, 6000);
+    reception_note_padding(in.state.get(), in.number(11), 3000);
+    EXPECT_EQ(in.take(11, 6000), RECEPTION_DUPLICATE);
+}
+
 TEST(ReceptionHistory, TellsALatePacketFromADuplicateAcrossTheWholeHistory)
 {
     arrivals in;
