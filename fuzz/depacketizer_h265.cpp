@@ -1,0 +1,9 @@
+// The depacketizer of H.265.
+
+#include "depacketize.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    fuzz::depacketize_input(depacketizer_h265_packet, data, size);
+    return 0;
+}
