@@ -3,19 +3,23 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <exception>
 #include <filesystem>
+#include <memory>
 #include <optional>
+#include <vector>
 
+#include "frame_files.h"
+#include "listen_media.h"
 #include "listen_session.h"
 #include "listen_summary.h"
 #include "output_file.h"
 #include "packet_recorder.h"
-#include "rtcp.h"
+#include "sender_succession.h"
 #include "stats_record.h"
 #include "tool_log.h"
 #include "udp_sockets.h"
@@ -37,10 +41,15 @@ uint64_t wall_clock_us()
     return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(since_1970).count());
 }
 
-// Each file has one use. Standard output is one as well.
+// Each file has one use. Standard output is one as well, and it cannot be split.
 void outputs_check(const listen_options &options)
 {
     const std::array<const std::string *, 4> paths = {&options.output, &options.stats, &options.record, &options.sdp};
+    if (options.is_all && options.output == "-") {
+        throw failure(exit_code::wrong_usage,
+                      "--all writes a file for each sender, and -o - is one: name a file, as in "
+                      "-o call.h264");
+    }
     for (size_t i = 0; i < paths.size(); ++i) {
         for (size_t k = 0; k < i; ++k) {
             std::error_code error;
@@ -52,64 +61,113 @@ void outputs_check(const listen_options &options)
     }
 }
 
+// The video that comes to one pair of ports, and those ports.
+struct listened_media {
+    std::unique_ptr<udp_sockets> sockets;
+    std::unique_ptr<listen_media> media;
+    bool has_rtcp = false;
+};
+
 class listener
 {
   public:
     explicit listener(const listen_options &options)
-        : options_(options), session_(listen_session_make(options)),
-          sockets_(&loop_, [this](const udp_arrival &arrival) { guard([&] { take(arrival); }); }),
-          receiver_(session_.config, {[this](const channel_frame &frame) { write(frame); },
-                                      [this](byte_view datagram) { send(datagram); }})
+        : options_(options), session_(listen_session_make(options)), files_(options.output, options.is_all),
+          succession_([this](uint32_t ssrc) { return medias_.front().media->receiver().report(ssrc); },
+                      [this](const channel_frame &frame) { write(0, frame); })
     {
+        std::optional<feedback_peer> named_peer;
         if (!options.rtcp.empty()) {
-            feedback_to_.name(feedback_peer_parse(options.rtcp));
+            named_peer = feedback_peer_parse(options.rtcp);
         }
-        addresses_bind();
+        for (size_t i = 0; i < session_.sections.size(); ++i) {
+            media_add(i, named_peer);
+        }
         outputs_open();
         events_prepare();
     }
 
+    // Until something stops it. What went wrong is told by `close`.
     void run()
     {
         tick();
         loop_.run();
+        records_write();
         if (is_status_shown_) {
             fmt::print(stderr, "{}", kWipeLine);
         }
+    }
+
+    // Throws failure when something could not be received or written.
+    void close()
+    {
         if (error_) {
             std::rethrow_exception(error_);
         }
-        record_write();
-        outputs_close();
+        files_.close();
+        if (stats_) {
+            stats_->close();
+        }
+        if (recorder_) {
+            recorder_->close();
+        }
     }
 
     listen_result result() const
     {
-        listen_result result = counts_;
-        result.received = receiver_.describe();
-        result.where = sockets_.name();
-        result.rtcp_malformed = receiver_.rtcp_malformed();
-        result.other_senders = receiver_.other_senders();
+        listen_result result;
+        result.is_all = options_.is_all;
+        for (size_t i = 0; i < medias_.size(); ++i) {
+            media_describe(i, &result);
+        }
+        result.written = succession_.written();
+        if (!options_.is_all) {
+            streams_join(&result);
+        }
         result.duration_ms = now() - kStart;
         return result;
     }
 
+    // Why nothing came out, in words.
     std::string no_video_reason() const
     {
-        return receiver_.no_video_reason();
+        for (const listened_media &one : medias_) {
+            const std::string reason = one.media->no_video_reason();
+            if (!reason.empty()) {
+                return reason;
+            }
+        }
+        return "the summary says why";
     }
 
   private:
-    void addresses_bind()
+    void media_add(size_t index, const std::optional<feedback_peer> &named_peer)
+    {
+        const listen_section &section = session_.sections[index];
+        listened_media added;
+        added.has_rtcp = section.rtcp_port != 0;
+        added.media = std::make_unique<listen_media>(
+            section, options_.sending_key, named_peer,
+            media_outputs{[this, index](const channel_frame &frame) { frame_take(index, frame); },
+                          [this](const udp_datagram &datagram) { record(datagram); },
+                          [this, index](const feedback_peer &to, byte_view bytes) { return send(index, to, bytes); }});
+        added.sockets = std::make_unique<udp_sockets>(&loop_, [this, index](const udp_arrival &arrival) {
+            guard([&] { medias_[index].media->take(arrival, now()); });
+        });
+        addresses_bind(section, added.sockets.get());
+        medias_.push_back(std::move(added));
+    }
+
+    void addresses_bind(const listen_section &section, udp_sockets *sockets) const
     {
         const bool is_default = options_.bind.empty();
         const std::vector<std::string> loopback = {"127.0.0.1", "::1"};
         for (const std::string &address : is_default ? loopback : options_.bind) {
             std::string place;
-            const int error = sockets_.bind(address, session_.rtp_port, session_.rtcp_port, &place);
+            const int error = sockets->bind(address, section.rtp_port, section.rtcp_port, &place);
             const bool is_missing = error == UV_EADDRNOTAVAIL || error == UV_EAFNOSUPPORT;
             // A host without IPv6 is none that cannot be listened on.
-            const bool may_be_missing = is_default && !sockets_.name().empty();
+            const bool may_be_missing = is_default && !sockets->name().empty();
             if (error != 0 && !(is_missing && may_be_missing)) {
                 throw failure(exit_code::no_access,
                               fmt::format("cannot listen on {} (UDP): {}", place, uv_strerror(error)));
@@ -119,9 +177,6 @@ class listener
 
     void outputs_open()
     {
-        if (!options_.output.empty()) {
-            bitstream_.emplace(options_.output);
-        }
         if (!options_.stats.empty()) {
             stats_.emplace(options_.stats);
         }
@@ -175,70 +230,94 @@ class listener
     void tick()
     {
         const zeb_ts_t time = now();
-        const zeb_ts_t next = receiver_.tick(time);
+        zeb_ts_t next = UINT64_MAX;
+        for (const listened_media &one : medias_) {
+            next = std::min(next, one.media->tick(time));
+        }
+        if (!options_.is_all) {
+            succession_.tick(time);
+        }
         uv_timer_start(
             tick_timer_.get(), [](uv_timer_t *timer) { of(timer)->guard([timer] { of(timer)->tick(); }); }, next - time,
             0);
     }
 
-    void take(const udp_arrival &arrival)
+    // This and what follows is called from within a receiver: what goes wrong is told at the end.
+    void frame_take(size_t section, const channel_frame &frame) noexcept
     {
-        const byte_view bytes = arrival.datagram.payload;
-        if (recorder_ && !recorder_->write(wall_clock_us(), arrival.datagram)) {
-            loop_.stop();
-        }
-        const bool is_muxed = session_.rtcp_port == session_.rtp_port;
-        if (arrival.role == udp_role::rtcp || (is_muxed && rtcp_is_rtcp(bytes.data(), bytes.size()))) {
-            ++counts_.rtcp_datagrams;
-            feedback_to_.note_rtcp(arrival.from);
-            receiver_.receive_rtcp(bytes, now());
+        if (options_.is_all) {
+            write(section, frame);
         } else {
-            ++counts_.rtp_datagrams;
-            rtp_view view{};
-            if (rtp_parse(bytes.data(), bytes.size(), &view) == PACKET_DROP_REASONS) {
-                feedback_to_.note_rtp(arrival.from);
-            }
-            receiver_.receive_rtp(arrival.datagram, now());
+            succession_.take(frame, now());
         }
     }
 
-    // Called from within the receiver: what goes wrong is told when the file is closed.
-    void write(const channel_frame &frame) noexcept
+    void write(size_t section, const channel_frame &frame) noexcept
     {
         if (options_.frames != 0 && frames_ == options_.frames) {
             return;
         }
         ++frames_;
-        const bool is_written = !bitstream_ || (bitstream_->write(frame.data, frame.size) && bitstream_->flush());
-        if (!is_written || frames_ == options_.frames) {
+        if (!files_.write(section, frame) || frames_ == options_.frames) {
             loop_.stop();
         }
     }
 
-    // Called from within the receiver. What cannot be sent now is not worth sending later.
-    void send(byte_view datagram) noexcept
+    void record(const udp_datagram &datagram)
     {
-        const std::optional<feedback_peer> &to = feedback_to_.get();
-        const bool is_sent = to && session_.rtcp_port != 0 && sockets_.send_rtcp(*to, datagram) == 0;
-        ++(is_sent ? counts_.rtcp_sent : counts_.rtcp_unsent);
+        if (recorder_ && !recorder_->write(wall_clock_us(), datagram)) {
+            loop_.stop();
+        }
     }
 
-    void record_write()
+    bool send(size_t section, const feedback_peer &to, byte_view datagram) const noexcept
     {
-        if (!stats_ || !receiver_.has_stream()) {
+        const listened_media &from = medias_[section];
+        return from.has_rtcp && from.sockets->send_rtcp(to, datagram) == 0;
+    }
+
+    void media_describe(size_t index, listen_result *result) const
+    {
+        const listened_media &one = medias_[index];
+        const live_receiver &receiver = one.media->receiver();
+        for (const uint32_t ssrc : receiver.senders()) {
+            const live_stream stream = receiver.describe(ssrc);
+            result->streams.push_back(
+                {stream.received, stream.header_bytes, one.media->decryption(), files_.name_of({index, ssrc})});
+        }
+        const std::array<uint64_t, PACKET_DROP_REASONS> refused = receiver.refused();
+        for (size_t reason = 0; reason < refused.size(); ++reason) {
+            result->refused[reason] += refused[reason];
+        }
+        result->decryption += one.media->decryption();
+        result->counts += one.media->counts();
+        result->rtcp_malformed += receiver.rtcp_malformed();
+        result->where += (result->where.empty() ? "" : ", ") + one.sockets->name();
+    }
+
+    void records_write()
+    {
+        if (!stats_) {
             return;
         }
-        const replay_result received = receiver_.describe();
-        const stats_moment moment{wall_clock_us() / 1000, received.stream.identity.ssrc, receiver_.header_bytes()};
-        const std::string text = stats_record(received.report, moment).dump() + "\n";
-        if (!stats_->write(text.data(), text.size()) || !stats_->flush()) {
+        const listen_result seen = result();
+        for (const listened_stream &stream : seen.streams) {
+            const stats_moment moment{wall_clock_us() / 1000, stream.received.stream.identity.ssrc, stream.header_bytes,
+                                      stream.decryption};
+            const std::string text = stats_record(stream.received.report, moment).dump() + "\n";
+            if (!stats_->write(text.data(), text.size())) {
+                loop_.stop();
+            }
+        }
+        if (!stats_->flush()) {
             loop_.stop();
         }
     }
 
     void second_pass()
     {
-        record_write();
+        records_write();
+        key_warn();
         if (options_.verbosity == 0 && isatty(STDERR_FILENO) != 0) {
             is_status_shown_ = true;
             fmt::print(stderr, "{}{}", kWipeLine, listen_status(result()));
@@ -246,16 +325,15 @@ class listener
         }
     }
 
-    void outputs_close()
+    // Once, and while there is time to do something about it.
+    void key_warn()
     {
-        if (bitstream_) {
-            bitstream_->close();
-        }
-        if (stats_) {
-            stats_->close();
-        }
-        if (recorder_) {
-            recorder_->close();
+        for (const listened_media &one : medias_) {
+            const std::string warning = is_key_warned_ ? "" : one.media->wrong_key_reason();
+            if (!warning.empty()) {
+                fmt::print(stderr, "{}vrc: {}\n", is_status_shown_ ? kWipeLine : "", warning);
+                is_key_warned_ = true;
+            }
         }
     }
 
@@ -264,22 +342,27 @@ class listener
     const listen_options &options_;
     listen_session session_;
     event_loop loop_; // outlives what lives in it
-    udp_sockets sockets_;
-    live_receiver receiver_;
-    feedback_address feedback_to_;
+    frame_files files_;
+    sender_succession succession_;       // unless all are written
+    std::vector<listened_media> medias_; // as session_.sections
     handle_ptr<uv_timer_t> tick_timer_;
     handle_ptr<uv_timer_t> stats_timer_;
     handle_ptr<uv_timer_t> end_timer_; // null without an end
     std::array<handle_ptr<uv_signal_t>, kSignals.size()> signals_;
-    std::optional<output_file> bitstream_;
     std::optional<output_file> stats_;
     std::optional<packet_recorder> recorder_;
-    listen_result counts_;
     uint64_t frames_ = 0; // written
     uint64_t start_ns_ = uv_hrtime();
     bool is_status_shown_ = false;
+    bool is_key_warned_ = false;
     std::exception_ptr error_;
 };
+
+bool has_frames(const listen_result &result)
+{
+    return std::any_of(result.streams.begin(), result.streams.end(),
+                       [](const listened_stream &stream) { return stream.received.report.frames > 0; });
+}
 
 } // namespace
 
@@ -287,6 +370,7 @@ exit_code listen_run(const listen_options &options)
 {
     outputs_check(options);
     log_prepare(options.verbosity);
+    std::signal(SIGPIPE, SIG_IGN); // a player that is closed ends the run, with all that belongs to its end
     listener session(options);
     session.run();
 
@@ -294,10 +378,10 @@ exit_code listen_run(const listen_options &options)
     const bool is_stdout_taken = options.output == "-" || options.stats == "-" || options.record == "-";
     text_write(is_stdout_taken ? stderr : stdout,
                options.is_json ? json_text(listen_json(result)) : listen_text(result));
-    if (result.received.report.frames == 0) {
-        const std::string reason = session.no_video_reason();
-        throw failure(exit_code::nothing_usable, fmt::format("no frame came out of what came to {}: {}", result.where,
-                                                             reason.empty() ? "the summary says why" : reason));
+    session.close();
+    if (!has_frames(result)) {
+        throw failure(exit_code::nothing_usable,
+                      fmt::format("no frame came out of what came to {}: {}", result.where, session.no_video_reason()));
     }
     return exit_code::success;
 }

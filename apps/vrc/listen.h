@@ -1,4 +1,4 @@
-// Receives a stream from the network, now.
+// Receives streams from the network, now.
 #pragma once
 
 #include <cstdint>
@@ -8,6 +8,7 @@
 
 #include "channel.h"
 #include "failure.h"
+#include "replay.h"
 
 namespace vrc
 {
@@ -16,12 +17,16 @@ struct listen_options {
     std::optional<uint16_t> port; // none: the description's, or kListenPort
     std::optional<uint8_t> codec; // VIDEO_TYPE_H264, VIDEO_TYPE_H265
     std::optional<uint8_t> payload_type;
-    std::string sdp;               // session description; empty for none
-    std::vector<std::string> bind; // addresses of the host; none: the loopback ones
-    std::string rtcp;              // HOST:PORT that is sent to; empty: whoever is heard from
+    std::string sdp;                       // session description; empty for none
+    std::vector<std::string> bind;         // addresses of the host; none: the loopback ones
+    std::vector<sdp_crypto> keys;          // of the senders, beside those of the description
+    std::optional<sdp_crypto> sending_key; // for RTCP; none: the one that the sender uses
+    std::vector<rtx_mapping> rtx;          // beside those of the description
+    std::string rtcp;                      // HOST:PORT that is sent to; empty: whoever is heard from
     bool is_rtcp_muxed = false;
     std::optional<channel_feedback> feedback; // none: what the description allows, or what most senders know
     bool waits = false;                       // for losses that nothing will repair
+    bool is_all = false;                      // every sender's frames, each in a file of its own
     std::string output;                       // Annex B; "-" is standard output, empty for none
     std::string stats;                        // a JSON record a second; the same
     std::string record;                       // capture; the same

@@ -8,6 +8,8 @@
 #include <sstream>
 
 #include "option_values.h"
+#include "srtp_key.h"
+#include "stream_options.h"
 
 namespace vrc
 {
@@ -19,6 +21,7 @@ Examples:
   vrc listen --codec h264 -o call.h264         what comes to port 5004, until Ctrl-C
   vrc listen --sdp call.sdp -o - | ffplay -    watch it
   vrc listen --codec h264 --record call.pcap --stats call.jsonl --duration 60
+  vrc listen --codec h264 --all -o call.h264   each sender into call-SSRC.h264
 
 RTCP comes to the port above the one of RTP. It goes to where --rtcp says, else to whoever sent to the RTCP port
 last, else to where RTP comes from.)";
@@ -65,8 +68,25 @@ void stream_options_add(CLI::App *command, listen_options *options)
         ->check(CLI::Range(0, 127))
         ->type_name("TYPE");
     command->add_option("--sdp", options->sdp, "Session description of what comes")->type_name("FILE");
+    rtx_option_add(command, &options->rtx);
     command->add_option("--bind", options->bind, "Address to listen on, may be repeated; 127.0.0.1 and ::1 by default")
         ->type_name("ADDRESS");
+}
+
+void key_options_add(CLI::App *command, listen_options *options)
+{
+    srtp_options_add(command, &options->keys);
+    command
+        ->add_option_function<std::string>(
+            "--srtp-send", [options](const std::string &text) { options->sending_key = srtp_key_parse(text); },
+            "Encrypt RTCP with this key; with the sender's when not given")
+        ->type_name("SUITE:KEY");
+    command
+        ->add_option_function<std::string>(
+            "--srtp-send-hex", [options](const std::string &text) { options->sending_key = srtp_key_parse_hex(text); },
+            "The same with key and salt in hexadecimal")
+        ->type_name("SUITE:HEX")
+        ->excludes("--srtp-send");
 }
 
 void feedback_options_add(CLI::App *command, listen_options *options)
@@ -85,9 +105,12 @@ void output_options_add(CLI::App *command, listen_options *options)
 {
     command->add_option("-o,--output", options->output, "Write the frames as Annex B; - is standard output")
         ->type_name("OUT");
-    command->add_option("--stats", options->stats, "Write a JSON record each second; - is standard output")
+    command->add_flag("--all", options->is_all, "Receive every sender, each into a file named OUT with its SSRC");
+    command->add_option("--stats", options->stats, "Write a JSON record of each stream a second; - is standard output")
         ->type_name("FILE");
-    command->add_option("--record", options->record, "Write what arrives as a capture")->type_name("PCAP");
+    command
+        ->add_option("--record", options->record, "Write what arrives, decrypted, as a capture; - is standard output")
+        ->type_name("PCAP");
     command->add_option("--duration", options->duration_s, "Stop after that many seconds")
         ->check(CLI::Range(0.001, 1e9))
         ->type_name("SECONDS");
@@ -119,6 +142,7 @@ CLI::App *listen_command_add(CLI::App *app, listen_options *options)
     CLI::App *command = app->add_subcommand("listen", "Receive a video stream from the network");
     command->footer(kNotes);
     stream_options_add(command, options);
+    key_options_add(command, options);
     feedback_options_add(command, options);
     output_options_add(command, options);
     return command;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <vector>
 
 #include "listen.h"
 #include "live_receiver.h"
@@ -9,11 +10,17 @@
 namespace vrc
 {
 
-struct listen_session {
-    std::unique_ptr<sdp_session> description; // null without one
-    live_config config;                       // refers to it
+// One video: RTP and RTCP on ports of its own.
+struct listen_section {
+    live_config config;
+    std::vector<sdp_crypto> keys; // of its senders; empty: it is not encrypted
     uint16_t rtp_port = 0;
     uint16_t rtcp_port = 0; // equal to it when they share one; 0: there is none
+};
+
+struct listen_session {
+    std::unique_ptr<sdp_session> description; // null without one
+    std::vector<listen_section> sections;     // at least one; they refer to it
 };
 
 // Throws failure: no_access when the description cannot be read; wrong_usage when it makes no sense or contradicts

@@ -2,6 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <utility>
+
+#include "report_sum.h"
+
 namespace vrc
 {
 namespace
@@ -12,61 +17,175 @@ double seconds(uint64_t milliseconds)
     return static_cast<double>(milliseconds) / 1000;
 }
 
-json feedback_json(const listen_result &result)
+stream_report total(const listen_result &result)
 {
-    const stream_report &report = result.received.report;
-    return {{"rtcp_sent", result.rtcp_sent},
-            {"rtcp_unsent", result.rtcp_unsent},
-            {"nacks", report.nacks_sent},
+    stream_report sum{};
+    for (const listened_stream &stream : result.streams) {
+        report_add(&sum, stream.received.report);
+    }
+    return sum;
+}
+
+// The one stream, with what belongs to none: nobody has to look for that elsewhere.
+replay_result only_stream(const listen_result &result)
+{
+    replay_result stream = result.streams.empty() ? replay_result() : result.streams.front().received;
+    stream.refused = result.refused;
+    stream.decryption = result.decryption;
+    return stream;
+}
+
+json feedback_json(const stream_report &report)
+{
+    return {{"nacks", report.nacks_sent},
             {"packets_asked_for", report.packets_asked_for},
             {"plis", report.plis_sent},
             {"firs", report.firs_sent},
             {"reports", report.reports_sent},
             {"rembs", report.rembs_sent},
-            {"sender_reports_received", report.sender_reports}};
+            {"sender_reports_received", report.sender_reports},
+            {"byes_received", report.byes}};
+}
+
+std::string feedback_text(const stream_report &report)
+{
+    return fmt::format("feedback    {} NACK for {} packets, {} PLI, {} FIR, {} reports, {} REMB\n"
+                       "sender      {} reports, {} BYE received\n",
+                       report.nacks_sent, report.packets_asked_for, report.plis_sent, report.firs_sent,
+                       report.reports_sent, report.rembs_sent, report.sender_reports, report.byes);
+}
+
+std::string streams_text(const listen_result &result)
+{
+    if (!result.is_all && !result.streams.empty()) {
+        return stream_text(only_stream(result)) + feedback_text(result.streams.front().received.report);
+    }
+    std::string text = door_text(result.decryption, result.refused);
+    for (const listened_stream &stream : result.streams) {
+        text += stream_text(stream.received) + feedback_text(stream.received.report);
+        text += stream.file.empty() ? "" : fmt::format("output      {}\n", stream.file);
+    }
+    return text;
+}
+
+std::string notes_text(const listen_result &result)
+{
+    std::string text;
+    if (result.written.size() > 1) {
+        text += fmt::format("note        {} senders followed each other, and were written as one stream:",
+                            result.written.size());
+        for (const uint32_t ssrc : result.written) {
+            text += fmt::format(" 0x{:08x}", ssrc);
+        }
+        text += "\n";
+    }
+    if (result.other_senders > 0) {
+        text += fmt::format("note        {} other senders were received and not written: --all writes all\n",
+                            result.other_senders);
+    }
+    return text;
+}
+
+std::vector<listened_stream>::iterator find_sender(std::vector<listened_stream> *streams, uint32_t ssrc)
+{
+    return std::find_if(streams->begin(), streams->end(),
+                        [ssrc](const listened_stream &stream) { return stream.received.stream.identity.ssrc == ssrc; });
+}
+
+json all_json(const listen_result &result)
+{
+    json streams = json::array();
+    for (const listened_stream &one : result.streams) {
+        json object = stream_summary_json(one.received);
+        object["stream"].erase("likelihood");
+        object.erase("srtp"); // is told for all together
+        object["feedback"] = feedback_json(one.received.report);
+        object["file"] = one.file;
+        streams.push_back(std::move(object));
+    }
+    json object = door_json(result.decryption, result.refused);
+    object["streams"] = std::move(streams);
+    return object;
 }
 
 } // namespace
 
+void streams_join(listen_result *result)
+{
+    std::vector<listened_stream> joined;
+    for (const uint32_t ssrc : result->written) {
+        const auto found = find_sender(&result->streams, ssrc);
+        if (found == result->streams.end()) {
+            continue; // came back, and is joined with all that it sent
+        }
+        if (joined.empty()) {
+            joined.push_back(std::move(*found));
+        } else {
+            report_add(&joined.front().received.report, found->received.report);
+            joined.front().received.stream = found->received.stream;
+            joined.front().header_bytes += found->header_bytes;
+        }
+        result->streams.erase(found);
+    }
+    if (joined.empty() && !result->streams.empty()) {
+        joined.push_back(std::move(result->streams.front()));
+        result->streams.erase(result->streams.begin());
+    }
+    result->other_senders = result->streams.size();
+    result->streams = std::move(joined);
+}
+
 std::string listen_text(const listen_result &result)
 {
-    const stream_report &report = result.received.report;
-    std::string text =
-        fmt::format("listened    {}: {} RTP and {} RTCP datagrams ({} malformed), {:.3f} s\n", result.where,
-                    result.rtp_datagrams, result.rtcp_datagrams, result.rtcp_malformed, seconds(result.duration_ms));
-    text += stream_text(result.received);
-    text += fmt::format("feedback    {} RTCP datagrams sent, {} not; {} NACK for {} packets, {} PLI, {} FIR, "
-                        "{} reports, {} REMB\n",
-                        result.rtcp_sent, result.rtcp_unsent, report.nacks_sent, report.packets_asked_for,
-                        report.plis_sent, report.firs_sent, report.reports_sent, report.rembs_sent);
-    if (result.other_senders > 0) {
-        text += fmt::format("note        {} other senders were received and not written\n", result.other_senders);
-    }
-    return text;
+    const media_counts &counts = result.counts;
+    return fmt::format("listened    {}: {} RTP and {} RTCP datagrams ({} malformed), {:.3f} s\n"
+                       "sent        {} RTCP datagrams, {} could not be\n",
+                       result.where, counts.rtp_datagrams, counts.rtcp_datagrams, result.rtcp_malformed,
+                       seconds(result.duration_ms), counts.rtcp_sent, counts.rtcp_unsent) +
+           streams_text(result) + notes_text(result);
 }
 
 json listen_json(const listen_result &result)
 {
     json object = {{"listen",
                     {{"address", result.where},
-                     {"rtp_datagrams", result.rtp_datagrams},
-                     {"rtcp_datagrams", result.rtcp_datagrams},
+                     {"rtp_datagrams", result.counts.rtp_datagrams},
+                     {"rtcp_datagrams", result.counts.rtcp_datagrams},
                      {"rtcp_malformed", result.rtcp_malformed},
-                     {"other_senders", result.other_senders},
                      {"duration_s", seconds(result.duration_ms)}}}};
-    object.update(stream_summary_json(result.received));
+    object["feedback"] = {{"rtcp_sent", result.counts.rtcp_sent}, {"rtcp_unsent", result.counts.rtcp_unsent}};
+    if (result.is_all) {
+        object.update(all_json(result));
+        return object;
+    }
+    object["listen"]["senders_written"] = result.written.size();
+    object["listen"]["other_senders"] = result.other_senders;
+    const replay_result stream = only_stream(result);
+    object.update(stream_summary_json(stream));
     object["stream"].erase("likelihood");
-    object.erase("srtp"); // is not listened to
-    object["feedback"] = feedback_json(result);
+    object["feedback"].update(feedback_json(stream.report));
     return object;
 }
 
 std::string listen_status(const listen_result &result)
 {
-    const stream_report &report = result.received.report;
-    return fmt::format("{:.0f} s: {} packets, {} lost; {} frames, {} of them key frames; {} NACK, {} PLI",
-                       seconds(result.duration_ms), report.packets, report.packets_lost, report.frames,
-                       report.key_frames, report.nacks_sent, report.plis_sent + report.firs_sent);
+    const std::string time = fmt::format("{:.0f} s: ", seconds(result.duration_ms));
+    const srtp_counts &srtp = result.decryption;
+    const std::string foreign =
+        srtp.not_authentic > 0 ? fmt::format("; {} packets not authentic", srtp.not_authentic) : "";
+    if (result.streams.empty()) {
+        return time +
+               fmt::format("no video yet, {} RTP and {} RTCP datagrams", result.counts.rtp_datagrams,
+                           result.counts.rtcp_datagrams) +
+               foreign;
+    }
+    const stream_report report = total(result);
+    const std::string count = result.is_all ? fmt::format("{} streams, ", result.streams.size()) : "";
+    return time + count +
+           fmt::format("{} packets, {} lost; {} frames, {} of them key frames; {} NACK, {} PLI", report.packets,
+                       report.packets_lost, report.frames, report.key_frames, report.nacks_sent,
+                       report.plis_sent + report.firs_sent) +
+           foreign;
 }
 
 } // namespace vrc

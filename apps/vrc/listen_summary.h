@@ -1,25 +1,41 @@
 // What the tool says about what it listened to. apps/vrc/README.md has the keys of the JSON.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
+#include <vector>
 
+#include "listen_media.h"
 #include "summary.h"
 
 namespace vrc
 {
 
+struct listened_stream {
+    replay_result received;    // without counts of a capture
+    uint64_t header_bytes = 0; // RTP headers and padding
+    srtp_counts decryption;    // of all that came to its port
+    std::string file;          // of this stream alone; empty: none
+};
+
 struct listen_result {
-    replay_result received; // without counts of a capture
-    std::string where;      // was listened
-    uint64_t rtp_datagrams = 0;
-    uint64_t rtcp_datagrams = 0;
+    // Every stream; unless `is_all`, one: what was written, or would have been.
+    std::vector<listened_stream> streams;
+    bool is_all = false;
+    std::vector<uint32_t> written; // unless `is_all`: the senders whose frames followed each other in that stream
+    size_t other_senders = 0;      // that were not written
+    std::array<uint64_t, PACKET_DROP_REASONS> refused{}; // packets of no stream
+    srtp_counts decryption;
+    media_counts counts;
     uint64_t rtcp_malformed = 0;
-    uint64_t rtcp_sent = 0;
-    uint64_t rtcp_unsent = 0; // there was nobody to send it to, or the system refused
-    uint64_t other_senders = 0;
+    std::string where; // was listened
     uint64_t duration_ms = 0;
 };
+
+// Leaves one stream: those that were written, joined in that order; or the first one of all while none is. The others are
+// counted. Without a stream, there is none.
+void streams_join(listen_result *result);
 
 std::string listen_text(const listen_result &result);
 json listen_json(const listen_result &result);

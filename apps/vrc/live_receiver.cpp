@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "rtcp.h"
 #include "session_description.h"
 #include "stream_choice.h"
 #include "video_stream.h"
@@ -18,8 +19,11 @@ namespace vrc
 namespace
 {
 
-// Packets that are kept until one knows what they carry: a large key frame.
-constexpr size_t kEarlyPacketsMax = 512;
+// Datagrams that are kept until one knows what they carry: a large key frame.
+constexpr size_t kEarlyDatagramsMax = 512;
+
+// RTCP that is kept until its sender's RTP comes.
+constexpr size_t kEarlyRtcpMax = 16;
 
 // Streams that are told apart; a made-up SSRC for each packet must not fill the memory.
 constexpr size_t kSendersMax = 256;
@@ -51,6 +55,53 @@ void session_restrict(const live_config &config, rtc_channel *channel)
     }
 }
 
+// The senders whose reports are in a datagram.
+std::vector<uint32_t> reporting_senders(byte_view datagram)
+{
+    std::vector<uint32_t> ssrcs;
+    rtcp_cursor cursor = rtcp_cursor_begin(datagram.data(), datagram.size());
+    for (rtcp_item item{}; rtcp_next(&cursor, &item);) {
+        if (item.kind == RTCP_ITEM_SENDER_REPORT) {
+            ssrcs.push_back(item.ssrc);
+        }
+    }
+    return ssrcs;
+}
+
+// The sender that an item which we send is about; none when it names nobody.
+std::optional<uint32_t> item_subject(const rtcp_item &item)
+{
+    switch (item.kind) {
+    case RTCP_ITEM_RECEIVER_REPORT:
+        return item.receiver_report.blocks.count > 0
+                   ? std::optional<uint32_t>(rtcp_block_at(&item.receiver_report.blocks, 0).ssrc)
+                   : std::nullopt;
+    case RTCP_ITEM_NACK:
+        return item.nack.media_ssrc;
+    case RTCP_ITEM_PLI:
+        return item.pli.media_ssrc;
+    case RTCP_ITEM_FIR:
+        return item.fir.entries.count > 0 ? std::optional<uint32_t>(rtcp_fir_at(&item.fir.entries, 0).ssrc)
+                                          : std::nullopt;
+    case RTCP_ITEM_REMB:
+        return item.remb.ssrcs.count > 0 ? std::optional<uint32_t>(rtcp_ssrc_at(&item.remb.ssrcs, 0)) : std::nullopt;
+    default:
+        return std::nullopt;
+    }
+}
+
+// The receiver tells one sender at a time.
+uint32_t datagram_subject(byte_view datagram)
+{
+    rtcp_cursor cursor = rtcp_cursor_begin(datagram.data(), datagram.size());
+    for (rtcp_item item{}; rtcp_next(&cursor, &item);) {
+        if (const std::optional<uint32_t> subject = item_subject(item)) {
+            return *subject;
+        }
+    }
+    return 0;
+}
+
 } // namespace
 
 live_receiver::live_receiver(const live_config &config, live_outputs outputs)
@@ -72,29 +123,31 @@ live_receiver::live_receiver(const live_config &config, live_outputs outputs)
     if (channel_ == nullptr) {
         throw std::bad_alloc();
     }
-    if (config.session != nullptr) {
-        session_apply(*config.session, config.media_index, channel_);
-        session_restrict(config, channel_);
-    } else if (config.payload_type) {
-        rtc_channel_set_payload_type(channel_, *config.payload_type, config.codec);
+    payload_types_set();
+}
+
+void live_receiver::payload_types_set()
+{
+    if (config_.session != nullptr) {
+        session_apply(*config_.session, config_.media_index, channel_);
+        session_restrict(config_, channel_);
+    } else if (config_.payload_type) {
+        rtc_channel_set_payload_type(channel_, *config_.payload_type, config_.codec);
+    }
+    for (const rtx_mapping &rtx : config_.rtx) {
+        rtc_channel_set_rtx(channel_, rtx.rtx_payload_type, rtx.payload_type);
     }
 }
 
 void live_receiver::take_frame(void *context, const channel_frame *frame)
 {
-    auto *self = static_cast<live_receiver *>(context);
-    if (!self->has_frame_) {
-        self->has_frame_ = true;
-        self->chosen_ = frame->uid;
-    }
-    if (self->chosen_ == frame->uid) {
-        self->outputs_.on_frame(*frame);
-    }
+    static_cast<live_receiver *>(context)->outputs_.on_frame(*frame);
 }
 
 void live_receiver::take_rtcp(void *context, const uint8_t *datagram, size_t size)
 {
-    static_cast<live_receiver *>(context)->outputs_.on_rtcp({datagram, size});
+    const byte_view view(datagram, size);
+    static_cast<live_receiver *>(context)->outputs_.on_rtcp(datagram_subject(view), view);
 }
 
 void live_receiver::receive_rtp(const udp_datagram &datagram, zeb_ts_t now)
@@ -108,63 +161,109 @@ void live_receiver::receive_rtp(const udp_datagram &datagram, zeb_ts_t now)
 
 void live_receiver::receive_rtcp(byte_view datagram, zeb_ts_t now)
 {
-    rtc_channel_receive_rtcp(channel_, datagram.data(), datagram.size(), &now);
+    if (is_searching_) {
+        keep_early(true, {}, datagram, now);
+    } else {
+        feed_rtcp(datagram, now);
+    }
 }
 
 zeb_ts_t live_receiver::tick(zeb_ts_t now)
 {
-    return std::max(rtc_service_tick(service_.get(), &now), now + 1);
+    const zeb_ts_t next = std::max(rtc_service_tick(service_.get(), &now), now + 1);
+    for (auto &[ssrc, known] : senders_) {
+        const stream_report *counts = report(ssrc);
+        known.last_report = counts != nullptr ? *counts : known.last_report;
+    }
+    return next;
+}
+
+void live_receiver::keep_early(bool is_rtcp, const flow &path, byte_view datagram, zeb_ts_t now)
+{
+    if (early_.size() == kEarlyDatagramsMax) {
+        early_.pop_front();
+    }
+    early_.push_back({is_rtcp, path, {datagram.data(), datagram.data() + datagram.size()}, now});
 }
 
 void live_receiver::find_payload_type(const udp_datagram &datagram, zeb_ts_t now)
 {
-    const byte_view packet = datagram.payload;
-    if (early_.size() == kEarlyPacketsMax) {
-        early_.pop_front();
-    }
-    early_.push_back({datagram.path, {packet.data(), packet.data() + packet.size()}});
+    keep_early(false, datagram.path, datagram.payload, now);
     finder_.observe({now * 1000, datagram});
     for (const rtp_stream &stream : finder_.streams()) {
         if (stream.codec == config_.codec && stream.identity.payload_type >= kFirstDynamicType) {
-            settle_payload_type(stream.identity.payload_type, now);
+            settle_payload_type(stream.identity.payload_type);
             return;
         }
     }
 }
 
-void live_receiver::settle_payload_type(uint8_t payload_type, zeb_ts_t now)
+// There was no stream before, so the receiver may live through what came at the times when it came.
+void live_receiver::settle_payload_type(uint8_t payload_type)
 {
     is_searching_ = false;
     rtc_channel_set_payload_type(channel_, payload_type, config_.codec);
-    for (const early_packet &packet : std::exchange(early_, {})) {
-        feed(packet.path, {packet.bytes.data(), packet.bytes.size()}, now);
+    for (const early_datagram &early : std::exchange(early_, {})) {
+        const byte_view bytes(early.bytes.data(), early.bytes.size());
+        if (early.is_rtcp) {
+            feed_rtcp(bytes, early.came_at);
+        } else {
+            feed(early.path, bytes, early.came_at);
+        }
     }
+}
+
+// A report that comes before its sender's first packet waits for that.
+void live_receiver::feed_rtcp(byte_view datagram, zeb_ts_t now)
+{
+    const std::vector<uint32_t> ssrcs = reporting_senders(datagram);
+    const auto is_known = [this](uint32_t ssrc) { return report(ssrc) != nullptr; };
+    if (ssrcs.empty() || std::any_of(ssrcs.begin(), ssrcs.end(), is_known)) {
+        rtc_channel_receive_rtcp(channel_, datagram.data(), datagram.size(), &now);
+        return;
+    }
+    if (early_rtcp_.size() == kEarlyRtcpMax) {
+        early_rtcp_.pop_front();
+    }
+    early_rtcp_.push_back({true, {}, {datagram.data(), datagram.data() + datagram.size()}, now});
 }
 
 void live_receiver::feed(const flow &path, byte_view packet, zeb_ts_t now)
 {
-    const uint64_t before = chosen_packets();
     rtc_channel_receive_rtp(channel_, packet.data(), packet.size(), false, &now);
     rtp_view view{};
     if (rtp_parse(packet.data(), packet.size(), &view) != PACKET_DROP_REASONS) {
         return;
     }
-    note_sender(path, view);
-    // A retransmission comes under another SSRC than the stream that it belongs to.
-    const bool is_of_chosen = chosen_packets() > before;
-    const auto owner = senders_.find(is_of_chosen ? *chosen_ : view.ssrc);
-    if (owner != senders_.end()) {
-        owner->second.header_bytes += view.header_size + view.padding_size;
+    if (note_sender(path, view)) {
+        for (const early_datagram &early : std::exchange(early_rtcp_, {})) {
+            feed_rtcp({early.bytes.data(), early.bytes.size()}, early.came_at);
+        }
     }
+    count_headers(view);
 }
 
-void live_receiver::note_sender(const flow &path, const rtp_view &view)
+// Returns whether it is a new one.
+bool live_receiver::note_sender(const flow &path, const rtp_view &view)
 {
     if (senders_.count(view.ssrc) > 0 || senders_.size() == kSendersMax || report(view.ssrc) == nullptr) {
-        return;
+        return false;
     }
     senders_[view.ssrc].identity = {path, view.ssrc, view.payload_type};
-    chosen_ = chosen_.value_or(view.ssrc);
+    order_.push_back(view.ssrc);
+    return true;
+}
+
+// A retransmission comes under another SSRC than the stream that it belongs to, which is the one whose count has moved.
+void live_receiver::count_headers(const rtp_view &view)
+{
+    for (auto &[ssrc, known] : senders_) {
+        const stream_report *counts = report(ssrc);
+        if (counts != nullptr && counts->packets != known.last_report.packets) {
+            known.header_bytes += view.header_size + view.padding_size;
+            known.last_report = *counts;
+        }
+    }
 }
 
 const stream_report *live_receiver::report(uint32_t ssrc) const
@@ -173,37 +272,34 @@ const stream_report *live_receiver::report(uint32_t ssrc) const
     return stream != nullptr ? rtc_channel_stream_report(stream) : nullptr;
 }
 
-uint64_t live_receiver::chosen_packets() const
+uint8_t live_receiver::codec_of(const stream_identity &identity) const
 {
-    const stream_report *found = chosen_ ? report(*chosen_) : nullptr;
-    return found != nullptr ? found->packets : 0;
+    const sdp_format *format =
+        config_.session == nullptr
+            ? nullptr
+            : sdp_format_find(&config_.session->videos[config_.media_index], identity.payload_type);
+    return format != nullptr ? session_codec(*format) : config_.codec;
 }
 
-replay_result live_receiver::describe() const
+live_stream live_receiver::describe(uint32_t ssrc) const
 {
-    replay_result result;
-    if (chosen_) {
-        const auto found = senders_.find(*chosen_);
-        if (found != senders_.end()) {
-            result.stream.identity = found->second.identity;
-        }
-        if (const stream_report *counts = report(*chosen_)) {
-            result.report = *counts;
-        }
-        const sdp_format *format =
-            config_.session == nullptr
-                ? nullptr
-                : sdp_format_find(&config_.session->videos[config_.media_index], result.stream.identity.payload_type);
-        result.stream.codec = format != nullptr ? session_codec(*format) : config_.codec;
+    live_stream described;
+    const auto found = senders_.find(ssrc);
+    if (found != senders_.end()) {
+        const stream_report *counts = report(ssrc);
+        described.received.stream.identity = found->second.identity;
+        described.received.stream.codec = codec_of(found->second.identity);
+        described.received.report = counts != nullptr ? *counts : found->second.last_report;
+        described.header_bytes = found->second.header_bytes;
     }
-    std::copy_n(rtc_channel_packets_refused(channel_), result.refused.size(), result.refused.begin());
-    return result;
+    return described;
 }
 
-uint64_t live_receiver::header_bytes() const
+std::array<uint64_t, PACKET_DROP_REASONS> live_receiver::refused() const
 {
-    const auto found = chosen_ ? senders_.find(*chosen_) : senders_.end();
-    return found != senders_.end() ? found->second.header_bytes : 0;
+    std::array<uint64_t, PACKET_DROP_REASONS> counts{};
+    std::copy_n(rtc_channel_packets_refused(channel_), counts.size(), counts.begin());
+    return counts;
 }
 
 std::string live_receiver::no_video_reason() const

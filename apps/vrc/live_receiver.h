@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "replay.h"
@@ -22,14 +23,21 @@ struct live_config {
     const sdp_session *session = nullptr;
     size_t media_index = 0;
     std::optional<uint8_t> payload_type;
-    uint8_t codec = 0; // VIDEO_TYPE_H264, VIDEO_TYPE_H265; with a session also VIDEO_TYPE_UNKNOWN: all
+    uint8_t codec = 0;            // VIDEO_TYPE_H264, VIDEO_TYPE_H265; with a session also VIDEO_TYPE_UNKNOWN: all
+    std::vector<rtx_mapping> rtx; // beside those of the session
     channel_feedback feedback = {};
 };
 
 // Where what it has to say goes. None of them may throw or call back.
 struct live_outputs {
-    std::function<void(const channel_frame &frame)> on_frame; // frames of the stream that is written
-    std::function<void(byte_view datagram)> on_rtcp;
+    std::function<void(const channel_frame &frame)> on_frame;       // of any sender
+    std::function<void(uint32_t ssrc, byte_view datagram)> on_rtcp; // for the sender `ssrc`
+};
+
+// What became of one sender's packets; the counts of a capture, of decryption and of refused packets stay empty.
+struct live_stream {
+    replay_result received;
+    uint64_t header_bytes = 0; // RTP headers and padding
 };
 
 class live_receiver
@@ -45,23 +53,19 @@ class live_receiver
     // Runs what is due and returns when to call again, later than `now`.
     zeb_ts_t tick(zeb_ts_t now);
 
-    // Whether a stream that is written has begun.
-    bool has_stream() const
+    // The senders of video, in the order in which they came.
+    const std::vector<uint32_t> &senders() const
     {
-        return chosen_.has_value();
+        return order_;
     }
 
-    // What became of that stream; the counts of a capture stay empty.
-    replay_result describe() const;
+    live_stream describe(uint32_t ssrc) const;
 
-    // RTP headers and padding of its packets, bytes.
-    uint64_t header_bytes() const;
+    // A sender's counts; null for one that is not known, or put out for others after a silence.
+    const stream_report *report(uint32_t ssrc) const;
 
-    // Streams besides it.
-    size_t other_senders() const
-    {
-        return senders_.size() - (chosen_ ? 1 : 0);
-    }
+    // Packets that did not even reach a stream, by reason.
+    std::array<uint64_t, PACKET_DROP_REASONS> refused() const;
 
     uint64_t rtcp_malformed() const
     {
@@ -75,22 +79,28 @@ class live_receiver
     struct sender {
         stream_identity identity;
         uint64_t header_bytes = 0;
+        stream_report last_report{}; // should the receiver forget it
     };
 
-    // A packet that came before it was known what it carries.
-    struct early_packet {
+    // What came before one could tell what it is.
+    struct early_datagram {
+        bool is_rtcp;
         flow path;
         std::vector<uint8_t> bytes;
+        zeb_ts_t came_at;
     };
 
     static void take_frame(void *context, const channel_frame *frame);
     static void take_rtcp(void *context, const uint8_t *datagram, size_t size);
+    void payload_types_set();
+    void keep_early(bool is_rtcp, const flow &path, byte_view datagram, zeb_ts_t now);
     void find_payload_type(const udp_datagram &datagram, zeb_ts_t now);
-    void settle_payload_type(uint8_t payload_type, zeb_ts_t now);
+    void settle_payload_type(uint8_t payload_type);
     void feed(const flow &path, byte_view packet, zeb_ts_t now);
-    void note_sender(const flow &path, const rtp_view &view);
-    const stream_report *report(uint32_t ssrc) const;
-    uint64_t chosen_packets() const;
+    void feed_rtcp(byte_view datagram, zeb_ts_t now);
+    bool note_sender(const flow &path, const rtp_view &view);
+    void count_headers(const rtp_view &view);
+    uint8_t codec_of(const stream_identity &identity) const;
 
     live_config config_;
     live_outputs outputs_;
@@ -98,10 +108,10 @@ class live_receiver
     rtc_channel *channel_ = nullptr; // the service's
     bool is_searching_ = false;      // for the payload type
     rtp_finder finder_;
-    std::deque<early_packet> early_;
-    std::map<uint32_t, sender> senders_; // by SSRC
-    std::optional<uint32_t> chosen_;     // the SSRC whose frames are written
-    bool has_frame_ = false;             // of the chosen one, which stays chosen then
+    std::deque<early_datagram> early_;
+    std::deque<early_datagram> early_rtcp_; // of senders whose RTP has not come
+    std::map<uint32_t, sender> senders_;    // by SSRC
+    std::vector<uint32_t> order_;
 };
 
 } // namespace vrc

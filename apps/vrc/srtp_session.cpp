@@ -1,11 +1,9 @@
 #include "srtp_session.h"
 
-#include <fmt/format.h>
 #include <srtp2/srtp.h>
 
-#include <array>
-
-#include "failure.h"
+#include <limits>
+#include <optional>
 
 namespace vrc
 {
@@ -13,93 +11,53 @@ namespace
 {
 
 constexpr size_t kRtpHeaderSize = 12;
+constexpr size_t kSsrcOffset = 8;
 constexpr size_t kRtcpHeaderSize = 8;
 constexpr size_t kRtcpIndexSize = 4;
 constexpr size_t kPacketSizeMax = 65535;
 
-// Reordering that is borne, packets. The library's own 128 are few for a sender at 20 Mbit/s.
-constexpr unsigned long kReplayWindow = 1024;
-
-using policy_setter = void (*)(srtp_crypto_policy_t *);
-
-struct suite_rules {
-    policy_setter set_rtp;
-    policy_setter set_rtcp;
-    size_t tag_size;
-    size_t rtcp_tag_size;
-};
-
-// SRTCP keeps the long tag where RTP has the short one (RFC 4568, 6.2.2). In the order of sdp_crypto_suite.
-constexpr std::array<suite_rules, 4> kSuites{{
-    {srtp_crypto_policy_set_rtp_default, srtp_crypto_policy_set_rtcp_default, 10, 10},
-    {srtp_crypto_policy_set_aes_cm_128_hmac_sha1_32, srtp_crypto_policy_set_rtcp_default, 4, 10},
-    {srtp_crypto_policy_set_aes_gcm_128_16_auth, srtp_crypto_policy_set_aes_gcm_128_16_auth, 16, 16},
-    {srtp_crypto_policy_set_aes_gcm_256_16_auth, srtp_crypto_policy_set_aes_gcm_256_16_auth, 16, 16},
-}};
-static_assert(SDP_AES_CM_128_HMAC_SHA1_80 == 0 && SDP_AEAD_AES_256_GCM == 3, "rows follow the suites");
-
-void library_prepare()
-{
-    static const srtp_err_status_t status = srtp_init();
-    if (status != srtp_err_status_ok) {
-        throw failure(exit_code::no_access, fmt::format("cannot start SRTP: error {}", static_cast<int>(status)));
-    }
-}
-
-void context_destroy(srtp_ctx_t_ *context)
-{
-    srtp_dealloc(context);
-}
+// A search costs a few milliseconds. Packets that are not authentic must not slow down those that are, so there is a limit to
+// searches that find nothing, and to the senders that are told apart for them.
+constexpr unsigned kVainSearchesMax = 64;
+constexpr size_t kSuspectsMax = 64;
 
 bool is_rtcp_type(uint8_t second_byte)
 {
     return second_byte >= 192 && second_byte <= 223;
 }
 
+bool is_power_of_two(uint64_t number)
+{
+    return number != 0 && (number & (number - 1)) == 0;
+}
+
+// The turns that the sender's numbers have made so far as this context knows; none when it does not know the sender.
+std::optional<uint32_t> rollovers_known(const srtp_context &context, uint32_t ssrc)
+{
+    uint32_t rollovers = 0;
+    const bool is_known = srtp_get_stream_roc(context.srtp.get(), ssrc, &rollovers) == srtp_err_status_ok;
+    return is_known ? std::optional<uint32_t>(rollovers) : std::nullopt;
+}
+
 } // namespace
+
+srtp_counts &srtp_counts::operator+=(const srtp_counts &more)
+{
+    decrypted += more.decrypted;
+    not_authentic += more.not_authentic;
+    replayed += more.replayed;
+    malformed += more.malformed;
+    return *this;
+}
 
 srtp_session::srtp_session(const std::vector<sdp_crypto> &keys)
 {
     for (const sdp_crypto &key : keys) {
-        contexts_.push_back(context_create(key));
+        keys_.push_back({key, srtp_context_incoming(key)});
     }
 }
 
-srtp_session::~srtp_session() = default;
-
-srtp_session::context srtp_session::context_create(const sdp_crypto &key)
-{
-    library_prepare();
-    const suite_rules &suite = kSuites[key.suite];
-    // The library wants them writable, and reads them only.
-    std::array<uint8_t, kSdpKeySizeMax> secret{};
-    std::copy_n(key.key, secret.size(), secret.begin());
-    std::vector<uint8_t> identifier(key.mki_size);
-    for (size_t i = 0; i < identifier.size() && i < sizeof key.mki; ++i) {
-        identifier[identifier.size() - 1 - i] = static_cast<uint8_t>(key.mki >> (8 * i));
-    }
-    srtp_master_key_t master = {secret.data(), identifier.data(), key.mki_size};
-    srtp_master_key_t *masters = &master;
-    srtp_policy_t policy{};
-    suite.set_rtp(&policy.rtp);
-    suite.set_rtcp(&policy.rtcp);
-    policy.ssrc.type = ssrc_any_inbound;
-    policy.keys = &masters;
-    policy.num_master_keys = 1;
-    policy.window_size = kReplayWindow;
-    srtp_t created = nullptr;
-    const srtp_err_status_t status = srtp_create(&created, &policy);
-    if (status != srtp_err_status_ok) {
-        throw failure(exit_code::wrong_usage,
-                      fmt::format("SRTP key: libsrtp cannot use it: error {}", static_cast<int>(status)));
-    }
-    return {{created, context_destroy},
-            suite.tag_size + key.mki_size,
-            suite.rtcp_tag_size + key.mki_size,
-            key.mki_size > 0};
-}
-
-srtp_session::verdict srtp_session::unprotect_with(const context &with, byte_view packet, bool is_rtcp)
+srtp_session::verdict srtp_session::unprotect_with(const srtp_context &with, byte_view packet, bool is_rtcp)
 {
     const size_t least =
         is_rtcp ? kRtcpHeaderSize + kRtcpIndexSize + with.rtcp_tag_size : kRtpHeaderSize + with.tag_size;
@@ -116,9 +74,10 @@ srtp_session::verdict srtp_session::unprotect_with(const context &with, byte_vie
         plain_.resize(static_cast<size_t>(size));
         return verdict::decrypted;
     case srtp_err_status_replay_fail:
+        return verdict::replayed;
     case srtp_err_status_replay_old:
     case srtp_err_status_pkt_idx_old:
-        return verdict::replayed;
+        return verdict::too_old;
     case srtp_err_status_parse_err:
     case srtp_err_status_bad_param:
         return verdict::malformed;
@@ -137,6 +96,7 @@ void srtp_session::count(verdict result)
         ++counts_.not_authentic;
         break;
     case verdict::replayed:
+    case verdict::too_old:
         ++counts_.replayed;
         break;
     case verdict::malformed:
@@ -145,23 +105,80 @@ void srtp_session::count(verdict result)
     }
 }
 
+srtp_session::verdict srtp_session::try_keys(byte_view packet, bool is_rtcp)
+{
+    verdict result = verdict::not_authentic;
+    for (size_t i = 0; i < keys_.size(); ++i) {
+        result = unprotect_with(keys_[i].context, packet, is_rtcp);
+        if (result != verdict::not_authentic && result != verdict::malformed) {
+            last_key_ = result == verdict::decrypted ? i : last_key_;
+            break;
+        }
+    }
+    return result;
+}
+
+// The first packet of a sender that is not authentic is a reason to search, and the second, the fourth and so on.
+bool srtp_session::may_search(uint32_t ssrc)
+{
+    if (vain_searches_ == kVainSearchesMax || (suspects_.size() == kSuspectsMax && suspects_.count(ssrc) == 0)) {
+        return false;
+    }
+    return is_power_of_two(++suspects_[ssrc].failures);
+}
+
+bool srtp_session::search_rollovers(byte_view packet)
+{
+    for (size_t i = 0; i < keys_.size(); ++i) {
+        if (search_rollovers_with(keys_[i], packet)) {
+            vain_searches_ = 0;
+            last_key_ = i;
+            return true;
+        }
+    }
+    ++vain_searches_;
+    return false;
+}
+
+// Looks ahead of what is known alone: an old packet that is sent again must not turn the sender back.
+bool srtp_session::search_rollovers_with(const used_key &with, byte_view packet)
+{
+    const uint32_t ssrc = packet.be32(kSsrcOffset);
+    const std::optional<uint32_t> known = rollovers_known(with.context, ssrc);
+    const uint32_t first = known.value_or(0) + 1;
+    const srtp_context trial = srtp_context_empty(with.key);
+    if (first > std::numeric_limits<uint32_t>::max() - kSrtpRolloversMax ||
+        !srtp_context_add_sender(trial, with.key, ssrc, 0)) {
+        return false;
+    }
+    for (uint32_t rollovers = first; rollovers < first + kSrtpRolloversMax; ++rollovers) {
+        srtp_context_set_rollovers(trial, ssrc, rollovers);
+        if (unprotect_with(trial, packet, false) == verdict::decrypted) {
+            return srtp_context_add_sender(with.context, with.key, ssrc, rollovers) &&
+                   unprotect_with(with.context, packet, false) == verdict::decrypted;
+        }
+    }
+    return false;
+}
+
 bool srtp_session::unprotect(byte_view *packet)
 {
     const bool is_rtcp = packet->size() >= 2 && is_rtcp_type((*packet)[1]);
     const size_t header_size = is_rtcp ? kRtcpHeaderSize : kRtpHeaderSize;
-    if (contexts_.empty() || packet->size() < header_size || (*packet)[0] >> 6 != 2) {
+    if (keys_.empty() || packet->size() < header_size || (*packet)[0] >> 6 != 2) {
         return true;
     }
-    verdict result = verdict::not_authentic;
-    for (const context &with : contexts_) {
-        result = unprotect_with(with, *packet, is_rtcp);
-        if (result == verdict::decrypted || result == verdict::replayed) {
-            break;
-        }
+    verdict result = try_keys(*packet, is_rtcp);
+    const bool may_be_ahead = !is_rtcp && (result == verdict::not_authentic || result == verdict::too_old);
+    if (may_be_ahead && may_search(packet->be32(kSsrcOffset)) && search_rollovers(*packet)) {
+        result = verdict::decrypted;
     }
     count(result);
     if (result != verdict::decrypted) {
         return false;
+    }
+    if (!is_rtcp && !suspects_.empty()) {
+        suspects_.erase(packet->be32(kSsrcOffset));
     }
     *packet = byte_view(plain_.data(), plain_.size());
     return true;

@@ -2,13 +2,11 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
+#include <map>
 #include <vector>
 
 #include "byte_view.h"
-#include "sdp.h"
-
-struct srtp_ctx_t_;
+#include "srtp_context.h"
 
 namespace vrc
 {
@@ -18,22 +16,36 @@ struct srtp_counts {
     uint64_t not_authentic = 0; // under none of the keys
     uint64_t replayed = 0;      // came before, or too old to tell
     uint64_t malformed = 0;     // too short, or headers that contradict themselves
+
+    srtp_counts &operator+=(const srtp_counts &more);
 };
 
-// Decrypts for every sender (SSRC) apart. A sender's packets have to be seen from within its first 65536 numbers on:
-// how often they wrapped around before is not in the packets (RFC 3711, 3.3.1).
+// Decrypts for every sender (SSRC) apart. How often a sender's sequence numbers wrapped around before it was first heard
+// is not in its packets (RFC 3711, 3.3.1): it is found by trying, up to kSrtpRolloversMax times. The same goes for
+// numbers that went around unheard.
 class srtp_session
 {
   public:
     // Each packet is tried with one key after the other. Throws failure (wrong_usage) for a key that cannot be used.
     explicit srtp_session(const std::vector<sdp_crypto> &keys);
-    ~srtp_session();
     srtp_session(const srtp_session &) = delete;
     srtp_session &operator=(const srtp_session &) = delete;
 
     // Replaces an SRTP or SRTCP packet (told apart by RFC 5761, 4) by what it protects, which is valid until the next
     // call. Returns false when the packet is to be dropped; it is counted then. What is neither stays as it is.
     bool unprotect(byte_view *packet);
+
+    // Whether there are keys; without, every packet stays as it is.
+    bool has_keys() const
+    {
+        return !keys_.empty();
+    }
+
+    // Which of the keys the packet came under that was decrypted last.
+    size_t last_key() const
+    {
+        return last_key_;
+    }
 
     const srtp_counts &counts() const
     {
@@ -45,22 +57,36 @@ class srtp_session
         decrypted,
         not_authentic,
         replayed,
+        too_old, // to tell whether it was replayed
         malformed
     };
-    struct context {
-        std::unique_ptr<srtp_ctx_t_, void (*)(srtp_ctx_t_ *)> srtp;
-        size_t tag_size; // of an RTP packet, and of an RTCP packet
-        size_t rtcp_tag_size;
-        bool has_mki;
+
+    struct used_key {
+        sdp_crypto key;
+        srtp_context context;
     };
 
-    static context context_create(const sdp_crypto &key);
-    verdict unprotect_with(const context &with, byte_view packet, bool is_rtcp);
+    // Who sent what was not authentic, as far as one can say.
+    struct suspect {
+        uint64_t failures = 0; // since the last packet that was authentic
+    };
+
+    verdict unprotect_with(const srtp_context &with, byte_view packet, bool is_rtcp);
+    verdict try_keys(byte_view packet, bool is_rtcp);
+    bool may_search(uint32_t ssrc);
+    bool search_rollovers(byte_view packet);
+    bool search_rollovers_with(const used_key &with, byte_view packet);
     void count(verdict result);
 
-    std::vector<context> contexts_;
+    std::vector<used_key> keys_;
     std::vector<uint8_t> plain_;
+    std::map<uint32_t, suspect> suspects_; // by SSRC
+    unsigned vain_searches_ = 0;           // in a row
+    size_t last_key_ = 0;
     srtp_counts counts_;
 };
+
+// A sender with 1000 packets a second wraps around that often in 18 hours.
+constexpr uint32_t kSrtpRolloversMax = 1024;
 
 } // namespace vrc

@@ -54,7 +54,8 @@ json stats_record(const stream_report &report, const stats_moment &moment)
             {"freezeCount", report.freezes_200ms},
             {"totalFreezesDuration", static_cast<double>(report.frozen_200ms) / 1000},
             {"packetDropReasons", by_name(report.packets_dropped, PACKET_DROP_REASONS, packet_drop_name)},
-            {"frameDropReasons", by_name(report.frames_dropped, FRAME_DROP_REASONS, frame_drop_name)}};
+            {"frameDropReasons", by_name(report.frames_dropped, FRAME_DROP_REASONS, frame_drop_name)},
+            {"srtp", decryption_json(moment.decryption)}};
 }
 
 } // namespace vrc

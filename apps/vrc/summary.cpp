@@ -202,14 +202,6 @@ json freezes_json(const stream_report &report)
             {"count_600ms", report.freezes_600ms}, {"duration_600ms_ms", report.frozen_600ms}};
 }
 
-json decryption_json(const srtp_counts &counts)
-{
-    return {{"decrypted", counts.decrypted},
-            {"not_authentic", counts.not_authentic},
-            {"replayed", counts.replayed},
-            {"malformed", counts.malformed}};
-}
-
 json timing_json(const replay_result &result)
 {
     const stream_report &report = result.report;
@@ -309,6 +301,31 @@ std::string streams_text(const search_result &found)
         }
     }
     return fmt::to_string(out) + capture_notes(found.counts);
+}
+
+json decryption_json(const srtp_counts &counts)
+{
+    return {{"decrypted", counts.decrypted},
+            {"not_authentic", counts.not_authentic},
+            {"replayed", counts.replayed},
+            {"malformed", counts.malformed}};
+}
+
+std::string door_text(const srtp_counts &decryption, const std::array<uint64_t, PACKET_DROP_REASONS> &refused)
+{
+    line_buffer out;
+    decryption_line(&out, decryption);
+    const named_counts counts = by_name(refused.data(), PACKET_DROP_REASONS, packet_drop_name);
+    if (total(counts) > 0) {
+        line(&out, "refused     {}", counts_text(counts));
+    }
+    return fmt::to_string(out);
+}
+
+json door_json(const srtp_counts &decryption, const std::array<uint64_t, PACKET_DROP_REASONS> &refused)
+{
+    return {{"srtp", decryption_json(decryption)},
+            {"refused", counts_json(by_name(refused.data(), PACKET_DROP_REASONS, packet_drop_name))}};
 }
 
 json streams_json(const search_result &found, const std::string &capture)

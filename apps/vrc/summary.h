@@ -3,6 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <array>
 #include <string>
 
 #include "replay.h"
@@ -25,6 +26,14 @@ json replay_json(const replay_result &result, const std::string &capture);
 // Of that, what concerns the stream and not the capture.
 std::string stream_text(const replay_result &result);
 json stream_summary_json(const replay_result &result);
+
+// What was dropped before it was known which stream it is of: encrypted packets, and packets that were refused. Lines
+// for what there is, and all keys.
+std::string door_text(const srtp_counts &decryption, const std::array<uint64_t, PACKET_DROP_REASONS> &refused);
+json door_json(const srtp_counts &decryption, const std::array<uint64_t, PACKET_DROP_REASONS> &refused);
+
+// How many packets were decrypted, and how many were not, by reason.
+json decryption_json(const srtp_counts &counts);
 
 // What is odd about a capture, a line each: where it is damaged, what was skipped, a clock that went back.
 // Empty when nothing is.

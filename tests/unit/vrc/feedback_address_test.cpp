@@ -12,10 +12,12 @@ using namespace vrc;
 namespace
 {
 
-feedback_peer peer(uint16_t port)
+// A socket of 192.0.2.`host`.
+feedback_peer peer(uint16_t port, uint8_t host = 1)
 {
     sockaddr_in address{};
     address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(0xC0000200u + host);
     address.sin_port = htons(port);
     feedback_peer made;
     std::memcpy(&made.address, &address, sizeof address);
@@ -44,32 +46,81 @@ exit_code parse_failure(const std::string &text)
 
 TEST(FeedbackAddress, IsUnknownBeforeAnythingCame)
 {
-    EXPECT_FALSE(feedback_address().get());
+    EXPECT_FALSE(feedback_address().get(7));
 }
 
 TEST(FeedbackAddress, PrefersNamedOverRtcpOverRtp)
 {
     feedback_address address;
-    address.note_rtp(peer(1));
-    EXPECT_EQ(port_of(*address.get()), 1);
-    address.note_rtcp(peer(2));
-    EXPECT_EQ(port_of(*address.get()), 2);
-    address.note_rtp(peer(3));
-    EXPECT_EQ(port_of(*address.get()), 2);
+    address.note_rtp(peer(1), 7);
+    EXPECT_EQ(port_of(*address.get(7)), 1);
+    address.note_rtcp(peer(2), {});
+    EXPECT_EQ(port_of(*address.get(7)), 2);
+    address.note_rtp(peer(3), 7);
+    EXPECT_EQ(port_of(*address.get(7)), 2);
     address.name(peer(4));
-    address.note_rtcp(peer(5));
-    EXPECT_EQ(port_of(*address.get()), 4);
+    address.note_rtcp(peer(5), {7});
+    EXPECT_EQ(port_of(*address.get(7)), 4);
 }
 
 TEST(FeedbackAddress, FollowsSenderThatMoves)
 {
     feedback_address address;
-    address.note_rtp(peer(1));
-    address.note_rtp(peer(2));
-    EXPECT_EQ(port_of(*address.get()), 2);
-    address.note_rtcp(peer(3));
-    address.note_rtcp(peer(4));
-    EXPECT_EQ(port_of(*address.get()), 4);
+    address.note_rtp(peer(1), 7);
+    address.note_rtp(peer(2), 7);
+    EXPECT_EQ(port_of(*address.get(7)), 2);
+    address.note_rtcp(peer(3), {});
+    address.note_rtcp(peer(4), {7});
+    EXPECT_EQ(port_of(*address.get(7)), 4);
+    address.note_rtcp(peer(5), {});
+    EXPECT_EQ(port_of(*address.get(7)), 5);
+}
+
+TEST(FeedbackAddress, TakesUnnamedRtcpForThatOfItsHost)
+{
+    feedback_address address;
+    address.note_rtcp(peer(1, 9), {}); // from a host that sends no RTP
+    address.note_rtp(peer(2, 1), 7);
+    address.note_rtp(peer(3, 2), 8);
+    EXPECT_EQ(port_of(*address.get(7)), 1);
+    EXPECT_EQ(port_of(*address.get(8)), 1);
+    address.note_rtcp(peer(4, 1), {});
+    EXPECT_EQ(port_of(*address.get(7)), 4);
+    EXPECT_EQ(port_of(*address.get(8)), 3);
+}
+
+TEST(FeedbackAddress, KeepsSendersOfOneHostApart)
+{
+    feedback_address address;
+    address.note_rtcp(peer(1), {7}); // before its RTP
+    address.note_rtp(peer(2), 7);
+    address.note_rtp(peer(3), 8);
+    EXPECT_EQ(port_of(*address.get(7)), 1);
+    EXPECT_EQ(port_of(*address.get(8)), 3);
+    address.note_rtcp(peer(4), {8});
+    EXPECT_EQ(port_of(*address.get(7)), 1);
+    EXPECT_EQ(port_of(*address.get(8)), 4);
+}
+
+TEST(FeedbackAddress, CanTrustSendersOnly)
+{
+    feedback_address address(true);
+    address.note_rtp(peer(1), 7);
+    address.note_rtcp(peer(2), {});
+    EXPECT_EQ(port_of(*address.get(7)), 2) << "nothing better is known";
+    address.note_rtcp(peer(3), {7});
+    address.note_rtcp(peer(4), {});
+    EXPECT_EQ(port_of(*address.get(7)), 3);
+}
+
+TEST(FeedbackAddress, IsNotFilledUpByMadeUpSenders)
+{
+    feedback_address address;
+    for (uint32_t ssrc = 0; ssrc < 100'000; ++ssrc) {
+        address.note_rtp(peer(1), ssrc);
+    }
+    EXPECT_EQ(port_of(*address.get(0)), 1);
+    EXPECT_FALSE(address.get(99'999));
 }
 
 TEST(FeedbackPeerParse, ReadsBothFamilies)

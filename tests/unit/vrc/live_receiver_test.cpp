@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "capture_builder.h"
+#include "rtcp.h"
 #include "video_stream.h"
 
 using namespace vrc;
@@ -17,13 +20,35 @@ class live_scene
   public:
     explicit live_scene(const live_config &config)
         : receiver(config, {[this](const channel_frame &frame) { frame_senders.push_back(frame.uid); },
-                            [this](byte_view datagram) { rtcp_bytes += datagram.size(); }})
+                            [this](uint32_t ssrc, byte_view datagram) { take_rtcp(ssrc, datagram); }})
     {
     }
 
     void receive(const bytes &packet)
     {
         receiver.receive_rtp({{}, {packet.data(), packet.size()}}, now);
+    }
+
+    void receive_rtcp(const bytes &datagram)
+    {
+        receiver.receive_rtcp({datagram.data(), datagram.size()}, now);
+    }
+
+    void take_rtcp(uint32_t ssrc, byte_view datagram)
+    {
+        EXPECT_TRUE(rtcp_validate(datagram.data(), datagram.size()));
+        rtcp_subjects.push_back(ssrc);
+        rtcp_cursor cursor = rtcp_cursor_begin(datagram.data(), datagram.size());
+        for (rtcp_item item{}; rtcp_next(&cursor, &item);) {
+            if (item.kind == RTCP_ITEM_RECEIVER_REPORT && item.receiver_report.blocks.count > 0) {
+                last_block = rtcp_block_at(&item.receiver_report.blocks, 0);
+            }
+        }
+    }
+
+    uint64_t packets_of(uint32_t ssrc) const
+    {
+        return receiver.describe(ssrc).received.report.packets;
     }
 
     void send_pictures(rtp_fields fields, unsigned count)
@@ -43,7 +68,8 @@ class live_scene
 
     zeb_ts_t now = 10'000;
     std::vector<uint32_t> frame_senders;
-    size_t rtcp_bytes = 0;
+    std::vector<uint32_t> rtcp_subjects;
+    rtcp_report_block last_block{};
     live_receiver receiver;
 };
 
@@ -65,13 +91,15 @@ TEST(LiveReceiver, FindsPayloadTypeAndLosesNothingMeanwhile)
     scene.send_pictures({1, 0, false, 7, 100}, 30);
     EXPECT_EQ(scene.frame_senders.size(), 30u);
     EXPECT_EQ(scene.receiver.no_video_reason(), "");
-    const replay_result result = scene.receiver.describe();
+    EXPECT_EQ(scene.receiver.senders(), std::vector<uint32_t>{7});
+    const live_stream stream = scene.receiver.describe(7);
+    const replay_result &result = stream.received;
     EXPECT_EQ(result.stream.identity.payload_type, 100);
     EXPECT_EQ(result.stream.identity.ssrc, 7u);
     EXPECT_EQ(result.stream.codec, VIDEO_TYPE_H264);
     EXPECT_EQ(result.report.packets, 31u);
-    EXPECT_EQ(scene.receiver.header_bytes(), 31u * 12);
-    EXPECT_GT(scene.rtcp_bytes, 0u);
+    EXPECT_EQ(stream.header_bytes, 31u * 12);
+    EXPECT_FALSE(scene.rtcp_subjects.empty());
 }
 
 TEST(LiveReceiver, TakesNoStaticPayloadTypeForVideo)
@@ -86,20 +114,100 @@ TEST(LiveReceiver, TakesGivenPayloadTypeAlone)
 {
     live_scene scene(config_of(10));
     scene.send_pictures({1, 0, false, 8, 100}, 5);
-    EXPECT_FALSE(scene.receiver.has_stream());
+    EXPECT_TRUE(scene.receiver.senders().empty());
     scene.send_pictures({1, 0, false, 7, 10}, 5);
     EXPECT_EQ(scene.frame_senders, std::vector<uint32_t>(5, 7));
-    EXPECT_EQ(scene.receiver.describe().refused[PACKET_DROP_UNKNOWN_PAYLOAD_TYPE], 6u);
+    EXPECT_EQ(scene.receiver.refused()[PACKET_DROP_UNKNOWN_PAYLOAD_TYPE], 6u);
 }
 
-TEST(LiveReceiver, WritesFirstSenderWithFrameAndCountsOthers)
+TEST(LiveReceiver, TellsSendersApart)
 {
     live_scene scene(config_of(96));
     scene.receive(rtp({1, 0, true, 5, 96}, h264_inter_slice(100))); // never gets a key frame
-    EXPECT_EQ(scene.receiver.describe().stream.identity.ssrc, 5u);
     scene.send_pictures({1, 0, false, 7, 96}, 5);
-    scene.send_pictures({1, 0, false, 9, 96}, 5);
-    EXPECT_EQ(scene.frame_senders, std::vector<uint32_t>(5, 7));
-    EXPECT_EQ(scene.receiver.describe().stream.identity.ssrc, 7u);
-    EXPECT_EQ(scene.receiver.other_senders(), 2u);
+    scene.send_pictures({1, 0, false, 9, 96}, 60);
+    EXPECT_EQ(scene.receiver.senders(), (std::vector<uint32_t>{5, 7, 9}));
+    EXPECT_EQ(scene.packets_of(5), 1u);
+    EXPECT_EQ(scene.packets_of(7), 6u);
+    EXPECT_EQ(scene.packets_of(9), 61u);
+    EXPECT_EQ(scene.receiver.describe(9).header_bytes, 61u * 12);
+    for (const uint32_t ssrc : {5, 7, 9}) {
+        EXPECT_EQ(std::count(scene.rtcp_subjects.begin(), scene.rtcp_subjects.end(), ssrc) > 0, true) << ssrc;
+    }
+    EXPECT_EQ(std::count(scene.rtcp_subjects.begin(), scene.rtcp_subjects.end(), 0), 0);
+}
+
+TEST(LiveReceiver, KeepsCountsOfSenderThatIsForgotten)
+{
+    live_scene scene(config_of(96));
+    for (uint32_t ssrc = 1; ssrc <= 12; ++ssrc) { // more than are received at once
+        scene.send_pictures({1, 0, false, ssrc, 96}, 5);
+        for (int i = 0; i < 60; ++i) {
+            scene.now += 100;
+            scene.receiver.tick(scene.now);
+        }
+    }
+    ASSERT_EQ(scene.receiver.senders().size(), 12u);
+    for (uint32_t ssrc = 1; ssrc <= 12; ++ssrc) {
+        EXPECT_EQ(scene.packets_of(ssrc), 6u) << ssrc;
+        EXPECT_EQ(scene.receiver.describe(ssrc).received.report.frames, 5u) << ssrc;
+    }
+    EXPECT_EQ(scene.receiver.report(1), nullptr);
+}
+
+TEST(LiveReceiver, TakesRetransmissionsByOption)
+{
+    live_config config = config_of(96);
+    config.rtx = {{97, 96}};
+    config.feedback.nack = true;
+    live_scene scene(config);
+    scene.send_pictures({1, 0, false, 7, 96}, 5);
+    const rtp_fields lost = {7, 5 * 1800, true, 7, 96};
+    const rtp_fields next = {8, 6 * 1800, true, 7, 96};
+    scene.receive(rtp(next, h264_inter_slice(200)));
+    for (int i = 0; i < 5; ++i) {
+        scene.now += 10;
+        scene.receiver.tick(scene.now);
+    }
+    scene.receive(rtp({1, lost.timestamp, true, 70, 97}, be16(lost.seq) + h264_inter_slice(200)));
+    EXPECT_EQ(scene.frame_senders, std::vector<uint32_t>(7, 7));
+    EXPECT_EQ(scene.receiver.describe(7).received.report.packets_retransmitted, 1u);
+    EXPECT_EQ(scene.receiver.describe(7).header_bytes, 8u * 12);
+    EXPECT_EQ(scene.receiver.senders(), std::vector<uint32_t>{7});
+}
+
+namespace
+{
+
+// NTP time 0x0000AAAABBBB0000, of which a receiver repeats 0xAAAABBBB.
+bytes sender_report(uint32_t ssrc)
+{
+    return bytes{0x80, 200} + be16(6) + be32(ssrc) + be32(0x0000AAAA) + be32(0xBBBB0000) + be32(0) + be32(1) + be32(2);
+}
+
+} // namespace
+
+TEST(LiveReceiver, KeepsSenderReportThatComesBeforeItsSender)
+{
+    for (const bool is_type_known : {false, true}) {
+        live_scene scene(config_of(is_type_known ? std::optional<uint8_t>(100) : std::nullopt));
+        scene.receive_rtcp(sender_report(7));
+        scene.receive_rtcp(sender_report(8)); // who never comes
+        scene.now += 500;
+        scene.send_pictures({1, 0, false, 7, 100}, 40);
+        EXPECT_EQ(scene.receiver.describe(7).received.report.sender_reports, 1u) << is_type_known;
+        EXPECT_EQ(scene.last_block.ssrc, 7u);
+        EXPECT_EQ(scene.last_block.last_sr, 0xAAAABBBBu);
+        EXPECT_GE(scene.last_block.delay_since_sr, 65536u / 2) << "counted from its arrival";
+        EXPECT_EQ(scene.receiver.rtcp_malformed(), 0u);
+    }
+}
+
+TEST(LiveReceiver, CountsMalformedRtcpWheneverItComes)
+{
+    live_scene scene(config_of(std::nullopt));
+    scene.receive_rtcp(bytes(12, 0x80));
+    scene.send_pictures({1, 0, false, 7, 100}, 10);
+    scene.receive_rtcp(bytes(12, 0x80));
+    EXPECT_EQ(scene.receiver.rtcp_malformed(), 2u);
 }

@@ -23,7 +23,7 @@ TEST(StatsRecord, NamesWhatTheReportCounts)
     report.freezes_200ms = 12;
     report.frozen_200ms = 3456;
     report.jitter = 900;
-    const json record = stats_record(report, {1'700'000'000'123, 0xDEADBEEF, 1200});
+    const json record = stats_record(report, {1'700'000'000'123, 0xDEADBEEF, 1200, {90, 13, 14, 15}});
     const json expected = {{"timestamp", 1'700'000'000'123},
                            {"type", "inbound-rtp"},
                            {"id", "inbound-rtp-3735928559"},
@@ -52,7 +52,9 @@ TEST(StatsRecord, NamesWhatTheReportCounts)
     EXPECT_EQ(record["packetDropReasons"].size(), size_t{PACKET_DROP_REASONS});
     EXPECT_EQ(record["frameDropReasons"]["incomplete"], 8);
     EXPECT_EQ(record["frameDropReasons"].size(), size_t{FRAME_DROP_REASONS});
-    EXPECT_EQ(record.size(), expected.size() + 2);
+    EXPECT_EQ(record["srtp"]["decrypted"], 90);
+    EXPECT_EQ(record["srtp"]["not_authentic"], 13);
+    EXPECT_EQ(record.size(), expected.size() + 3);
 }
 
 TEST(StatsRecord, FitsOneLine)

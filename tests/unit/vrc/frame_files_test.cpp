@@ -1,0 +1,97 @@
+#include "frame_files.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+
+#include "capture_builder.h"
+#include "failure.h"
+#include "video_stream.h"
+
+using namespace vrc;
+using namespace vrc_test;
+
+namespace
+{
+
+bool write(frame_files *files, size_t section, uint32_t ssrc, const bytes &data)
+{
+    channel_frame frame{};
+    frame.data = data.data();
+    frame.size = data.size();
+    frame.codec = VIDEO_TYPE_H265;
+    frame.uid = ssrc;
+    return files->write(section, frame);
+}
+
+std::string content(const std::string &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+} // namespace
+
+TEST(SenderFileName, HasSsrcInFrontOfExtension)
+{
+    struct {
+        const char *path;
+        unsigned copy;
+        const char *name;
+    } const rows[] = {
+        {"call.h264", 1, "call-0000cafe.h264"},      {"call", 1, "call-0000cafe.h265"},
+        {"/a.b/call", 1, "/a.b/call-0000cafe.h265"}, {"a/call.x.bin", 1, "a/call.x-0000cafe.bin"},
+        {"call.h264", 2, "call-0000cafe-2.h264"},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(sender_file_name(row.path, 0xCAFE, VIDEO_TYPE_H265, row.copy), row.name);
+    }
+}
+
+TEST(FrameFiles, WritesAllToOneFile)
+{
+    const temporary_file out;
+    frame_files files(out.path(), false);
+    EXPECT_TRUE(write(&files, 0, 1, {'a'}));
+    EXPECT_TRUE(write(&files, 0, 2, {'b'}));
+    EXPECT_EQ(content(out.path()), "ab") << "a reader need not wait for the end";
+    files.close();
+    EXPECT_EQ(files.name_of({0, 1}), "");
+}
+
+TEST(FrameFiles, GivesEachSenderItsOwn)
+{
+    const temporary_file place;
+    frame_files files(place.path(), true);
+    EXPECT_TRUE(write(&files, 0, 1, {'a'}));
+    EXPECT_TRUE(write(&files, 0, 2, {'b'}));
+    EXPECT_TRUE(write(&files, 0, 1, {'c'}));
+    EXPECT_TRUE(write(&files, 1, 1, {'d'})); // the same SSRC in another session
+    files.close();
+    EXPECT_EQ(content(place.path()), "");
+    const std::pair<frame_owner, const char *> rows[] = {{{0, 1}, "ac"}, {{0, 2}, "b"}, {{1, 1}, "d"}};
+    for (const auto &[owner, text] : rows) {
+        const std::string name = files.name_of(owner);
+        EXPECT_EQ(content(name), text) << name;
+        std::remove(name.c_str());
+    }
+    EXPECT_EQ(files.name_of({1, 2}), "");
+}
+
+TEST(FrameFiles, TellsAtTheEndWhatCouldNotBeCreated)
+{
+    frame_files files("/no/such/place", true);
+    EXPECT_FALSE(write(&files, 0, 1, {'a'}));
+    EXPECT_FALSE(write(&files, 0, 1, {'a'}));
+    EXPECT_THROW(files.close(), failure);
+    EXPECT_THROW(frame_files("/no/such/place", false), failure);
+}
+
+TEST(FrameFiles, WritesNothingWithoutName)
+{
+    frame_files files("", false);
+    EXPECT_TRUE(write(&files, 0, 1, {'a'}));
+    files.close();
+}
