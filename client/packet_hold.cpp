@@ -53,6 +53,14 @@ held_packet *packet_hold_first_key(const packet_hold *self)
                         [](const held_packet *packet) { return __is_key_frame(packet->video.header.video_type) != 0; });
 }
 
+held_packet *packet_hold_next_key(const packet_hold *self, const held_packet *key)
+{
+    return __find_first(self, [key](const held_packet *packet) {
+        return zeb_uint32_after(packet->number, key->number) != 0 && packet->timestamp != key->timestamp &&
+               __is_key_frame(packet->video.header.video_type) != 0;
+    });
+}
+
 held_packet *packet_hold_first_of(const packet_hold *self, uint32_t timestamp)
 {
     return __find_first(self, [timestamp](const held_packet *packet) { return packet->timestamp == timestamp; });

@@ -32,6 +32,9 @@ bool packet_hold_add(packet_hold *self, held_packet *packet);
 // The key-frame packet with the lowest number, or null.
 held_packet *packet_hold_first_key(const packet_hold *self);
 
+// The next key-frame packet behind `key` that has another timestamp, or null.
+held_packet *packet_hold_next_key(const packet_hold *self, const held_packet *key);
+
 // The packet with the lowest number of all that have that timestamp, or null.
 held_packet *packet_hold_first_of(const packet_hold *self, uint32_t timestamp);
 

@@ -210,9 +210,18 @@ static bool __is_repair_coming(const stream_state *state, const held_packet *fir
            !nack_list_is_used_up(&state->feedback.nacks, missing, state->now);
 }
 
+// In front of a stream's very first packet there may be nothing that the sender still has. The next key frame makes up
+// for the first one, for nothing came out before.
+static bool __is_made_up_for(const stream_state *state, const held_packet *key, const held_packet *first)
+{
+    const held_packet *next = packet_hold_next_key(&state->hold, key);
+    return first->number == state->arrivals.first && next != nullptr &&
+           __may_open(state, packet_hold_first_of(&state->hold, next->timestamp));
+}
+
 static bool __is_wait_over(const stream_state *state, const held_packet *key, const held_packet *first, zeb_ts_t now)
 {
-    if (state->hold.packets.count >= kPacketHoldMax) {
+    if (state->hold.packets.count >= kPacketHoldMax || __is_made_up_for(state, key, first)) {
         return true;
     }
     const channel_feedback *agreed = &state->stream->channel->state->feedback;
@@ -225,8 +234,14 @@ static bool __is_wait_over(const stream_state *state, const held_packet *key, co
 // What is missing in front of a stream's very first packet shows in no gap.
 static void __ask_for_beginning(stream_state *state, const held_packet *first)
 {
-    if (first->number == state->arrivals.first) {
-        feedback_note_missing_beginning(state, first->number - 1);
+    if (first->number != state->arrivals.first) {
+        return;
+    }
+    feedback_note_missing_beginning(state, first->number - 1);
+    const nack_list *nacks = &state->feedback.nacks;
+    const missing_packet *missing = nack_list_find(nacks, first->number - 1);
+    if (missing != nullptr && nack_list_is_unanswered(nacks, missing, 1, state->now)) {
+        state->wants_key_frame = true;
     }
 }
 

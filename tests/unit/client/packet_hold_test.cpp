@@ -72,6 +72,21 @@ TEST(PacketHold, FindsTheFirstKeyPacketAndTheFirstOfItsFrame)
     EXPECT_EQ(packet_hold_first_of(&in.hold, 1), nullptr);
 }
 
+TEST(PacketHold, FindsTheKeyFrameBehindAnother)
+{
+    held in;
+    in.add(10, 6000, true);
+    in.add(11, 6000, true);
+    in.add(12, 9000);
+    EXPECT_EQ(packet_hold_next_key(&in.hold, packet_hold_first_key(&in.hold)), nullptr);
+    in.add(13, 12000, true);
+    in.add(14, 12000, true);
+    const held_packet *next = packet_hold_next_key(&in.hold, packet_hold_first_key(&in.hold));
+    ASSERT_NE(next, nullptr);
+    EXPECT_EQ(next->number, 13u);
+    EXPECT_EQ(packet_hold_next_key(&in.hold, next), nullptr);
+}
+
 TEST(PacketHold, TakesOutWhatBelongsToAFrameOrComesBeforeIt)
 {
     held in;
