@@ -1,9 +1,6 @@
 // The layers around the module, from the bytes of the network to the application's frame.
-#include <cstdint>
-
-#include "channel.h"
+#include "bench_client.h"
 #include "scenes.h"
-#include "service.h"
 
 using namespace bench;
 using meter::metered;
@@ -12,49 +9,6 @@ namespace
 {
 
 constexpr uint32_t kFrames = 100;
-
-class BenchClient
-{
-  public:
-    zeb_ts_t now = 1000000;
-    unsigned n_frames = 0;
-    rtc_service *service = rtc_service_create();
-    rtc_channel *channel = nullptr;
-
-    BenchClient()
-    {
-        channel_config config = {};
-
-        config.name = "bench";
-        config.on_frame = count_frame;
-        config.on_frame_context = this;
-        channel = rtc_channel_create(service, &config);
-        rtc_channel_set_payload_type(channel, kPayloadType, VIDEO_TYPE_H264);
-    }
-
-    ~BenchClient()
-    {
-        rtc_service_destroy(service);
-    }
-
-    BenchClient(const BenchClient &) = delete;
-    BenchClient &operator=(const BenchClient &) = delete;
-
-  private:
-    static void count_frame(void *context, const channel_frame * /*frame*/)
-    {
-        static_cast<BenchClient *>(context)->n_frames++;
-    }
-};
-
-// The first packet is a parameter set, which says that a picture begins there.
-void write_packet(uint8_t *packet, uint32_t frame, uint16_t i)
-{
-    write_rtp(packet, packet_of_stream(frame, i));
-    if (frame == 0 && i == 0) {
-        packet[kRtpHeaderSize] = 0x67;
-    }
-}
 
 unsigned receive_rtp()
 {

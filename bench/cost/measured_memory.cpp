@@ -23,6 +23,7 @@ uint8_t *arena = nullptr;
 size_t arena_used = 0;
 block *free_blocks[kClasses] = {};
 measured_memory::usage used = {};
+size_t peak_bytes = 0;
 
 unsigned class_of(size_t size)
 {
@@ -52,6 +53,14 @@ measured_memory::usage measured_memory::in_use()
     return used;
 }
 
+size_t measured_memory::peak()
+{
+    const size_t peak = peak_bytes;
+
+    peak_bytes = used.bytes;
+    return peak;
+}
+
 void *zeb_malloc_impl_dbg(size_t size, const char * /*tag*/, int /*line*/)
 {
     const unsigned size_class = class_of(size);
@@ -69,6 +78,7 @@ void *zeb_malloc_impl_dbg(size_t size, const char * /*tag*/, int /*line*/)
     taken->size_class = size_class;
     used.bytes += size;
     used.blocks++;
+    peak_bytes = used.bytes > peak_bytes ? used.bytes : peak_bytes;
     return taken + 1;
 }
 

@@ -14,4 +14,7 @@ struct usage {
 
 usage in_use();
 
+// The most bytes that were in use at once since this was called last.
+size_t peak();
+
 } // namespace measured_memory

@@ -1,3 +1,4 @@
+#include "full_stream.h"
 #include "scenes.h"
 
 using namespace bench;
@@ -7,7 +8,6 @@ namespace
 {
 
 constexpr uint32_t kFrames = 100;
-constexpr zeb_ts_t kNow = 1000;
 
 // -- Native path --
 

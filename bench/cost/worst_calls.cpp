@@ -1,4 +1,5 @@
 // The most that one call can be made to do, by packets that no sane sender makes.
+#include "full_stream.h"
 #include "scenes.h"
 
 using namespace bench;
@@ -7,42 +8,15 @@ using meter::metered;
 namespace
 {
 
-constexpr zeb_ts_t kNow = 1000;
 constexpr zeb_ts_t kTooLate = 5000; // behind every patience
-constexpr uint32_t kHalfCircle = 32768;
-constexpr uint16_t kSmallPacket = kRtpHeaderSize + 1;
-
-PVideoData4 native_packet(uint32_t frame_seq, uint32_t seq, uint16_t n_pkts)
-{
-    return make_packet({static_cast<seq_t>(seq), 0, frame_seq, n_pkts, 0, frame_seq == 0, true, kSmallPacket});
-}
-
-video_frame *insert(BenchStream *bench, uint32_t frame_seq, uint32_t seq, uint16_t n_pkts)
-{
-    PVideoData4 video = native_packet(frame_seq, seq, n_pkts);
-    video_frame *frame = video_stream_insert_video_packet(bench->get(), &video, 0, &kNow);
-
-    require(frame != nullptr && frame->n_pkts_received == 1, "the packet is stored");
-    return frame;
-}
-
 // -- Native path --
-
-// 40 frames of one packet each, their numbers almost half a circle apart.
-void fill_queue(BenchStream *bench)
-{
-    for (uint32_t i = 0; i < VIDEO_FRAMES_Q_SLOTS; i++) {
-        insert(bench, i, i * (kHalfCircle - 1), 1);
-    }
-    require(bench->queue()->count == VIDEO_FRAMES_Q_SLOTS, "every slot holds a frame");
-}
 
 unsigned insert_evicting()
 {
     BenchStream bench;
     video_frame *inserted = nullptr;
 
-    fill_queue(&bench);
+    fill_queue(bench.get());
     PVideoData4 video = native_packet(VIDEO_FRAMES_Q_SLOTS, 40 * (kHalfCircle - 1), UINT16_MAX);
     metered([&] { inserted = video_stream_insert_video_packet(bench.get(), &video, 0, &kNow); });
     require(inserted != nullptr && inserted->n_pkts_total == UINT16_MAX, "the frame is made");
@@ -54,7 +28,7 @@ unsigned insert_over_largest()
     BenchStream bench;
     video_frame *inserted = nullptr;
 
-    insert(&bench, 0, 0, UINT16_MAX);
+    insert(bench.get(), 0, 0, UINT16_MAX);
     PVideoData4 video = native_packet(VIDEO_FRAMES_Q_SLOTS, 40, UINT16_MAX);
     metered([&] { inserted = video_stream_insert_video_packet(bench.get(), &video, 0, &kNow); });
     require(inserted != nullptr && bench.get()->n_overlapped_frames_recent == 1, "the frame is replaced");
@@ -65,7 +39,7 @@ unsigned remove_over_all()
 {
     BenchStream bench;
 
-    fill_queue(&bench);
+    fill_queue(bench.get());
     video_frame *oldest = video_frames_q_get_min_seq_frame(bench.queue());
     metered([&] { video_stream_remove_frame(bench.get(), oldest); });
     require(bench.get()->pkt_seq == static_cast<seq_t>(39 * (kHalfCircle - 1) + 1), "all frames are passed");
@@ -75,7 +49,7 @@ unsigned remove_over_all()
 unsigned remove_largest()
 {
     BenchStream bench;
-    video_frame *frame = insert(&bench, 0, 0, UINT16_MAX);
+    video_frame *frame = insert(bench.get(), 0, 0, UINT16_MAX);
 
     metered([&] { video_stream_remove_frame(bench.get(), frame); });
     require(bench.queue()->count == 0, "the frame is gone");
@@ -96,7 +70,7 @@ unsigned next_frame()
 {
     BenchStream bench;
 
-    fill_queue(&bench);
+    fill_queue(bench.get());
     video_frame *oldest = video_frames_q_get_min_seq_frame(bench.queue());
     metered([&] { video_frames_q_next_frame(bench.queue(), oldest); });
     return 1;
@@ -105,7 +79,7 @@ unsigned next_frame()
 unsigned find_packet()
 {
     BenchStream bench;
-    const video_frame *frame = insert(&bench, 0, 0, UINT16_MAX);
+    const video_frame *frame = insert(bench.get(), 0, 0, UINT16_MAX);
 
     metered([&] { frame = video_stream_find_frame_by_pkt_seq(bench.get(), 0); });
     require(frame != nullptr, "the packet is found");
@@ -115,7 +89,7 @@ unsigned find_packet()
 unsigned parse_largest()
 {
     BenchStream bench;
-    const video_frame *frame = insert(&bench, 0, 0, UINT16_MAX);
+    const video_frame *frame = insert(bench.get(), 0, 0, UINT16_MAX);
     video_frame parsed;
 
     metered([&] { video_frame_parse_payload(frame, &parsed); });
@@ -127,7 +101,7 @@ unsigned parse_largest()
 unsigned regroup_largest()
 {
     BenchStream bench;
-    const video_frame *frame = insert(&bench, 0, 0, UINT16_MAX);
+    const video_frame *frame = insert(bench.get(), 0, 0, UINT16_MAX);
     video_frame parsed;
     size_t size = 0;
     uint8_t *bitstream = nullptr;
@@ -144,23 +118,13 @@ unsigned report_all_pictures()
 {
     BenchStream bench(true);
 
-    fill_queue(&bench);
+    fill_queue(bench.get());
     metered([&] { video_stream_check_send_goodbad_pic(bench.get(), &kNow); });
     require(bench.get()->bcm_stat->n_pictures == VIDEO_FRAMES_Q_SLOTS, "each picture is reported");
     return 1;
 }
 
 // -- RTP path --
-
-bool process(BenchStream *bench, uint32_t seq, uint32_t timestamp, bool is_key, bool is_marked)
-{
-    PVideoData4 video = make_packet({static_cast<seq_t>(seq), timestamp, 0, 0, 0, is_key, is_marked, kSmallPacket});
-
-    webrtc_video_cache_process(bench->cache(), &video, false, &kNow);
-    const bool is_stored = zeb_dynamic_array_is_empty(&video.payload);
-    zeb_fini_typed_obj(&zeb_dynamic_bytes_type, &video.payload);
-    return is_stored;
-}
 
 void process_measured(BenchStream *bench, uint32_t seq, uint32_t timestamp, bool is_marked)
 {
@@ -169,21 +133,11 @@ void process_measured(BenchStream *bench, uint32_t seq, uint32_t timestamp, bool
     metered([&] { webrtc_video_cache_process(bench->cache(), &video, false, &kNow); });
 }
 
-// A delivered key frame, a missing packet, and behind it as many frames of one packet as the ring holds.
-void fill_ring(BenchStream *bench)
-{
-    process(bench, 0, 0, true, true);
-    for (uint32_t i = 2; i <= WEBRTC_VIDEO_RING_SLOTS; i++) {
-        require(process(bench, i, i, false, true), "the packet is stored");
-    }
-    require(bench->cache()->frm_cur_cnt == WEBRTC_VIDEO_RING_SLOTS - 1, "each packet is a frame");
-}
-
 unsigned deliver_all()
 {
     BenchStream bench;
 
-    fill_ring(&bench);
+    fill_ring(bench.get());
     process_measured(&bench, 1, 1, true);
     require(bench.cache()->pkt_cur_cnt == 0, "all frames are delivered");
     return 1;
@@ -194,9 +148,9 @@ unsigned deliver_largest()
 {
     BenchStream bench;
 
-    process(&bench, 0, 0, true, false);
+    process(bench.get(), 0, 0, true, false);
     for (uint32_t i = 2; i < kHalfCircle; i++) {
-        require(process(&bench, i, 0, false, i == kHalfCircle - 1), "the packet is stored");
+        require(process(bench.get(), i, 0, false, i == kHalfCircle - 1), "the packet is stored");
     }
     process_measured(&bench, 1, 0, false);
     require(bench.cache()->frm_cur_cnt == 0 && bench.cache()->last_deliver_frm_seq == 1000, "the frame is delivered");
@@ -207,9 +161,9 @@ unsigned give_up_all()
 {
     BenchStream bench;
 
-    process(&bench, 0, 0, true, true);
+    process(bench.get(), 0, 0, true, true);
     for (uint32_t i = 2; i <= WEBRTC_VIDEO_RING_SLOTS; i++) {
-        process(&bench, i, i, false, false);
+        process(bench.get(), i, i, false, false);
     }
     metered([&] { webrtc_video_cache_check_deliver(bench.cache(), &kTooLate); });
     require(bench.cache()->pkt_cur_cnt == 0, "all frames are given up");
@@ -223,12 +177,12 @@ unsigned give_up_all_that_lost_packets()
     BenchStream bench;
     constexpr uint32_t behind_gap = 2;
 
-    process(&bench, 0, 0, true, true);
+    process(bench.get(), 0, 0, true, true);
     for (uint32_t i = 0; i < WEBRTC_VIDEO_RING_SLOTS; i++) {
-        process(&bench, behind_gap + i, 1 + i / 2, false, false);
+        process(bench.get(), behind_gap + i, 1 + i / 2, false, false);
     }
     for (uint32_t i = 1; i < WEBRTC_VIDEO_RING_SLOTS; i += 2) {
-        process(&bench, behind_gap + WEBRTC_VIDEO_RING_SLOTS + i, kHalfCircle, false, false);
+        process(bench.get(), behind_gap + WEBRTC_VIDEO_RING_SLOTS + i, kHalfCircle, false, false);
     }
     require(bench.cache()->frm_cur_cnt == WEBRTC_VIDEO_RING_SLOTS / 2 + 1, "half of each frame is held");
     metered([&] { webrtc_video_cache_check_deliver(bench.cache(), &kTooLate); });
@@ -240,7 +194,7 @@ unsigned reset_full_ring()
 {
     BenchStream bench;
 
-    fill_ring(&bench);
+    fill_ring(bench.get());
     metered([&] { webrtc_video_cache_reset(bench.cache()); });
     require(bench.cache()->pkt_cur_cnt == 0, "the ring is empty");
     return 1;
@@ -250,7 +204,7 @@ unsigned release_full_ring()
 {
     BenchStream bench;
 
-    fill_ring(&bench);
+    fill_ring(bench.get());
     metered([&] { webrtc_video_cache_fini(bench.cache()); });
     require(bench.cache()->pkt_arr == nullptr, "the ring is released");
     return 1;
@@ -282,8 +236,8 @@ unsigned reset_full_stream()
 {
     BenchStream bench;
 
-    fill_queue(&bench);
-    fill_ring(&bench);
+    fill_queue(bench.get());
+    fill_ring(bench.get());
     metered([&] { video_stream_reset(bench.get(), true); });
     require(bench.queue()->count == 0 && bench.cache()->pkt_cur_cnt == 0, "the stream is empty");
     return 1;
