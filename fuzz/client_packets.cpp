@@ -27,7 +27,8 @@ namespace
 using bytes = std::vector<uint8_t>;
 
 constexpr size_t kOperationsMax = 500;
-constexpr size_t kSenders = 10; // two more than a channel takes
+constexpr size_t kBurstsMax = 16384; // packets of them all: twice around the ring
+constexpr size_t kSenders = 10;      // two more than a channel takes
 constexpr uint32_t kFirstSsrc = 0x11223300;
 constexpr uint32_t kFirstRtxSsrc = 0x55667700;
 constexpr uint8_t kH264 = 96, kH265 = 97, kRtxH264 = 98, kRtxH265 = 99;
@@ -128,6 +129,7 @@ class Program
     zeb_ts_t now_;
     size_t largest_packet_ = 0;
     size_t packets_since_tick_ = 0;
+    size_t n_in_bursts_ = 0;
     bool calls_back_in_ = false;
     size_t most_budget_ = 0;
     uint32_t seen_ = 0; // of what came out: makes the sanitizer look at each byte
@@ -271,7 +273,8 @@ void Program::collect_user(user_state *user, std::vector<const void *> *owned) c
 // What is allocated is exactly what hangs from the service. An estimator of the rate has an analyser of its own.
 void Program::check_all()
 {
-    std::vector<const void *> owned = {service_, channel_};
+    static std::vector<const void *> owned; // keeps its room
+    owned = {service_, channel_};
     size_t n_users = 0;
     size_t n_estimators = 0;
     if (channel_ != nullptr) {
@@ -525,7 +528,7 @@ void Program::send_burst()
     uint32_t ssrc = 0;
     sender *from = any_sender(who, &ssrc);
     const payload_kind &kind = kPayloads[(what & 0x1F) % std::size(kPayloads)];
-    for (uint8_t i = 0; i < count; i++) {
+    for (uint8_t i = 0; i < count && n_in_bursts_ < kBurstsMax; i++, n_in_bursts_++) {
         from->timestamp += (who & 0x20) != 0 ? kTimestampStep : 0;
         bytes packet = rtp_bytes(kind.payload_type, (who & 0x10) != 0, from->seq, from->timestamp, ssrc);
         append_payload(&packet, kind, 4);

@@ -187,8 +187,9 @@ void Program::run_operation(uint8_t code)
 // What is allocated is exactly what hangs from the streams: nothing is lost, nothing is freed that is still named.
 void Program::check_all()
 {
-    std::vector<const void *> owned;
-    const auto collect_list = [&owned](const rtc_list_t &list, bool is_live) {
+    static std::vector<const void *> owned; // keeps its room
+    owned.clear();
+    const auto collect_list = [](const rtc_list_t &list, bool is_live) {
         size_t n = 0;
         for (const list_head *node = list.head.next; node != &list.head; node = node->next, n++) {
             owned.push_back(node);

@@ -17,7 +17,9 @@ inline void collect_queue(const rtc_video_frames_t &queue, std::vector<const voi
         blocks->push_back(frame.pkts);
         blocks->push_back(frame.pkts_status);
         for (size_t i = 0; i < frame.n_pkts_total; i++) {
-            blocks->push_back(frame.pkts[i].values);
+            if (frame.pkts[i].values != nullptr) {
+                blocks->push_back(frame.pkts[i].values);
+            }
         }
     }
 }

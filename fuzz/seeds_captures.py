@@ -5,8 +5,7 @@ import pathlib
 import sys
 
 sys.path.append(str(pathlib.Path(__file__).resolve().parent.parent / "tests" / "data"))
-sys.dont_write_bytecode = True
-import classic_pcap  # noqa: E402
+import classic_pcap
 
 FILE_HEADER = classic_pcap.FILE_HEADER_SIZE
 
