@@ -43,16 +43,14 @@ json feedback_json(const stream_report &report)
             {"firs", report.firs_sent},
             {"reports", report.reports_sent},
             {"rembs", report.rembs_sent},
-            {"sender_reports_received", report.sender_reports},
-            {"byes_received", report.byes}};
+            {"sender_reports_received", report.sender_reports}};
 }
 
 std::string feedback_text(const stream_report &report)
 {
-    return fmt::format("feedback    {} NACK for {} packets, {} PLI, {} FIR, {} reports, {} REMB\n"
-                       "sender      {} reports, {} BYE received\n",
-                       report.nacks_sent, report.packets_asked_for, report.plis_sent, report.firs_sent,
-                       report.reports_sent, report.rembs_sent, report.sender_reports, report.byes);
+    return fmt::format("feedback    {} NACK for {} packets, {} PLI, {} FIR, {} reports, {} REMB\n", report.nacks_sent,
+                       report.packets_asked_for, report.plis_sent, report.firs_sent, report.reports_sent,
+                       report.rembs_sent);
 }
 
 std::string streams_text(const listen_result &result)

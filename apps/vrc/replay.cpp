@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "datagram_source.h"
+#include "rtcp.h"
 #include "service.h"
 #include "session_description.h"
 
@@ -47,6 +48,18 @@ class stream_filter
         }
     }
 
+    // Whether it is RTCP in which the sender of the stream reports or leaves. It comes from another port as a rule.
+    bool takes_rtcp(byte_view datagram) const
+    {
+        rtcp_cursor cursor = rtcp_cursor_begin(datagram.data(), datagram.size());
+        for (rtcp_item item{}; rtcp_next(&cursor, &item);) {
+            if ((item.kind == RTCP_ITEM_SENDER_REPORT && item.ssrc == identity_.ssrc) || says_bye(item)) {
+                return true;
+            }
+        }
+        return false;
+    }
+
     bool takes(const udp_datagram &datagram) const
     {
         const std::optional<stream_identity> identity = stream_identity_read(datagram);
@@ -74,6 +87,17 @@ class stream_filter
                 rtx_ssrc_ = video.source_pairs[i].rtx_ssrc;
             }
         }
+    }
+
+    bool says_bye(const rtcp_item &item) const
+    {
+        const size_t count = item.kind == RTCP_ITEM_BYE ? item.bye.ssrcs.count : 0;
+        for (size_t i = 0; i < count; ++i) {
+            if (rtcp_ssrc_at(&item.bye.ssrcs, i) == identity_.ssrc) {
+                return true;
+            }
+        }
+        return false;
     }
 
     bool is_retransmission(const stream_identity &identity) const
@@ -130,6 +154,11 @@ class receiver
     void receive(byte_view packet)
     {
         rtc_channel_receive_rtp(channel_, packet.data(), packet.size(), false, &now_);
+    }
+
+    void receive_rtcp(byte_view datagram)
+    {
+        rtc_channel_receive_rtcp(channel_, datagram.data(), datagram.size(), &now_);
     }
 
     // Lives on until nothing is waited for any more.
@@ -225,6 +254,9 @@ replay_result stream_replay(const capture_file &file, const rtp_stream &stream, 
         if (filter.takes(datagram.udp)) {
             player.advance(kStart + datagram.elapsed_us / 1000);
             player.receive(datagram.udp.payload);
+        } else if (filter.takes_rtcp(datagram.udp.payload)) {
+            player.advance(kStart + datagram.elapsed_us / 1000);
+            player.receive_rtcp(datagram.udp.payload);
         }
         if (progress && reader.counts().udp % packets_between_reports == 0) {
             progress(reader.position());

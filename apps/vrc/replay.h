@@ -42,8 +42,8 @@ struct replay_result {
 // Takes one frame; returns false when the replay shall end. Must not throw.
 using frame_taker = std::function<bool(const channel_frame &frame)>;
 
-// Feeds the packets of `stream`, and their retransmissions on the same path, to a receiver of their codec, runs its service loop on time between them, and goes
-// on after the last one until everything is delivered or given up. `progress` is called now and then with the
+// Feeds the packets of `stream`, their retransmissions on the same path, and their sender's RTCP from anywhere to a receiver
+// of their codec, runs its service loop on time between them, and goes on after the last one until everything is delivered or given up. `progress` is called now and then with the
 // position in the file; it may be empty. Throws failure (no_access) when the capture cannot be read, and
 // std::bad_alloc without memory.
 replay_result stream_replay(const capture_file &file, const rtp_stream &stream, const frame_taker &on_frame,

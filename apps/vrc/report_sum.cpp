@@ -11,13 +11,18 @@ namespace
 constexpr uint64_t stream_report::*kCounts[] = {
     &stream_report::packets,
     &stream_report::bytes,
+    &stream_report::packets_unique,
     &stream_report::packets_retransmitted,
     &stream_report::packets_reordered,
+    &stream_report::packets_repaired,
     &stream_report::packets_lost,
     &stream_report::gaps,
+    &stream_report::packets_padding,
+    &stream_report::packets_padding_lost,
     &stream_report::frames,
     &stream_report::key_frames,
     &stream_report::frame_bytes,
+    &stream_report::frame_delay,
     &stream_report::key_frame_requests,
     &stream_report::retransmission_requests,
     &stream_report::nacks_sent,
@@ -85,9 +90,11 @@ void report_add(stream_report *total, const stream_report &next)
     add(&total->frames_dropped, next.frames_dropped);
     add(&total->watchdog, next.watchdog);
     add(&total->losses_given_up, next.losses_given_up);
+    add(&total->restarts, next.restarts);
     freezes_add(total, next); // before the times, which it looks at
     times_add(total, next);
     total->jitter = next.jitter;
+    total->last_second = next.last_second;
 }
 
 } // namespace vrc

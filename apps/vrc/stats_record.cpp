@@ -47,6 +47,8 @@ json stats_record(const stream_report &report, const stats_moment &moment)
             {"framesReceived", frames_received(report)},
             {"framesAssembled", report.frames},
             {"keyFramesAssembled", report.key_frames},
+            {"jitterBufferDelay", static_cast<double>(report.frame_delay) / 1000},
+            {"jitterBufferEmittedCount", report.frames},
             {"framesDropped", std::accumulate(dropped, dropped + FRAME_DROP_REASONS, uint64_t{0})},
             {"nackCount", report.nacks_sent},
             {"pliCount", report.plis_sent},

@@ -109,6 +109,16 @@ named_counts watchdog_counts(const replay_result &result)
     return by_name(result.report.watchdog, WATCHDOG_REASONS, watchdog_name);
 }
 
+named_counts waits_cut_short(const replay_result &result)
+{
+    return by_name(result.report.losses_given_up, LOSS_ENDS, loss_end_name);
+}
+
+named_counts restarts(const replay_result &result)
+{
+    return by_name(result.report.restarts, RESTART_REASONS, restart_name);
+}
+
 double packet_seconds(const stream_report &report)
 {
     return seconds((report.last_packet_at - report.first_packet_at) * 1000);
@@ -175,6 +185,8 @@ json packets_json(const replay_result &result)
     return {{"received", report.packets},
             {"bytes", report.bytes},
             {"retransmitted", report.packets_retransmitted},
+            {"repaired", report.packets_repaired},
+            {"padding", report.packets_padding},
             {"reordered", report.packets_reordered},
             {"lost", report.packets_lost},
             {"gaps", report.gaps},
@@ -237,8 +249,9 @@ void packet_lines(line_buffer *out, const replay_result &result)
     const stream_report &report = result.report;
     line(out, "packets     {} received ({}), {} lost in {} gaps, {} reordered", report.packets,
          scaled(report.bytes, "B"), report.packets_lost, report.gaps, report.packets_reordered);
-    line(out, "            {} duplicates, {} late, {} retransmitted", report.packets_dropped[PACKET_DROP_DUPLICATE],
-         report.packets_dropped[PACKET_DROP_LATE], report.packets_retransmitted);
+    line(out, "            {} duplicates, {} late, {} retransmitted, {} lost ones repaired, {} padding",
+         report.packets_dropped[PACKET_DROP_DUPLICATE], report.packets_dropped[PACKET_DROP_LATE],
+         report.packets_retransmitted, report.packets_repaired, report.packets_padding);
     line(out, "  dropped   {}", counts_text(packets_dropped(result)));
 }
 
@@ -352,7 +365,10 @@ std::string stream_text(const replay_result &result)
     timing_lines(&out, result.report);
     line(&out, "requests    key frame {}, retransmission {} (times the need was seen)",
          result.report.key_frame_requests, result.report.retransmission_requests);
+    line(&out, "waits cut   {}", counts_text(waits_cut_short(result)));
     line(&out, "watchdog    {}", counts_text(watchdog_counts(result)));
+    line(&out, "sender      {} reports and {} BYE received; restarts {}", result.report.sender_reports,
+         result.report.byes, counts_text(restarts(result)));
     return fmt::to_string(out);
 }
 
@@ -382,7 +398,12 @@ json stream_summary_json(const replay_result &result)
               {"nacks", result.report.nacks_sent},
               {"packets_asked_for", result.report.packets_asked_for},
               {"plis", result.report.plis_sent}}},
+            {"waits_cut_short", counts_json(waits_cut_short(result))},
             {"watchdog", counts_json(watchdog_counts(result))},
+            {"sender",
+             {{"reports", result.report.sender_reports},
+              {"byes", result.report.byes},
+              {"restarts", counts_json(restarts(result))}}},
             {"freezes", freezes_json(result.report)},
             {"timing", timing_json(result)}};
 }

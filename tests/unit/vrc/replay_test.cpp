@@ -327,3 +327,25 @@ TEST(Replay, FillsGapsFromRetransmissions)
         EXPECT_EQ(seen.result.report.packets_retransmitted, row.retransmitted) << &row - rows;
     }
 }
+
+TEST(Replay, TakesInWhatTheSenderReports)
+{
+    const auto report_of = [](uint32_t ssrc) {
+        return bytes{0x80, 200} + be16(6) + be32(ssrc) + be32(0x83AA7E80) + be32(0) + be32(0) + be32(1) + be32(2);
+    };
+    const auto bye_of = [](uint32_t ssrc) { return bytes{0x81, 203} + be16(1) + be32(ssrc); };
+    sender video;
+    for (unsigned picture = 0; picture < 10; ++picture) {
+        video.send(picture, picture == 0);
+    }
+    const uint64_t now = 1000 * kSecond + 10 * kFrameTime;
+    for (const bytes &datagram :
+         {report_of(0x11223344), report_of(0x55), bye_of(0x55), report_of(0x11223344) + bytes{1}, bye_of(0x11223344)}) {
+        video.capture().add(now, ethernet(kTypeIpv6, ipv6(kUdp, udp(datagram)))); // from another address as well
+    }
+    const outcome seen = replay(video.capture());
+    EXPECT_EQ(seen.frames.size(), 10u);
+    EXPECT_EQ(seen.result.report.packets, 21u);
+    EXPECT_EQ(seen.result.report.sender_reports, 1u);
+    EXPECT_EQ(seen.result.report.byes, 1u);
+}

@@ -15,6 +15,7 @@ TEST(StatsRecord, NamesWhatTheReportCounts)
     report.packets_dropped[PACKET_DROP_DUPLICATE] = 6;
     report.frames = 20;
     report.key_frames = 2;
+    report.frame_delay = 2500;
     report.frames_dropped[FRAME_DROP_AFTER_GAP] = 7;
     report.frames_dropped[FRAME_DROP_INCOMPLETE] = 8;
     report.nacks_sent = 9;
@@ -39,6 +40,8 @@ TEST(StatsRecord, NamesWhatTheReportCounts)
                            {"framesReceived", 27},
                            {"framesAssembled", 20},
                            {"keyFramesAssembled", 2},
+                           {"jitterBufferDelay", 2.5},
+                           {"jitterBufferEmittedCount", 20},
                            {"framesDropped", 15},
                            {"nackCount", 9},
                            {"pliCount", 10},

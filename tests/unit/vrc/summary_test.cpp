@@ -39,6 +39,13 @@ replay_result result_of_test()
     report.packets = 407;
     report.bytes = 250'000;
     report.packets_reordered = 7;
+    report.packets_retransmitted = 21;
+    report.packets_repaired = 20;
+    report.packets_padding = 22;
+    report.sender_reports = 23;
+    report.byes = 24;
+    report.restarts[RESTART_PAUSE] = 25;
+    report.losses_given_up[LOSS_END_HELD_KEY_FRAME] = 2;
     report.packets_lost = 3;
     report.gaps = 2;
     report.packets_dropped[PACKET_DROP_DUPLICATE] = 5;
@@ -76,14 +83,16 @@ TEST(Summary, TellsPeopleWhatBecameOfStream)
               "capture     call.pcap: 500 packets, 410 UDP datagrams, 2.500 s\n"
               "stream      192.0.2.1:4000 > 192.0.2.2:5004, SSRC 0xcda46d5c, payload type 104, h265 (likelihood 0.99)\n"
               "packets     407 received (250.0 kB), 3 lost in 2 gaps, 7 reordered\n"
-              "            5 duplicates, 1 late, 0 retransmitted\n"
+              "            5 duplicates, 1 late, 21 retransmitted, 20 lost ones repaired, 22 padding\n"
               "  dropped   10: 4 bad header, 5 duplicate, 1 late\n"
               "frames      61 delivered (240.0 kB), 2 of them key frames\n"
               "  dropped   3: 3 incomplete\n"
               "time        2.000 s, 1.00 Mbit/s, 30.00 frames/s, jitter 31 timestamp units\n"
               "freezes     200 ms: 2 (900 ms), 500 ms: 1 (600 ms), 600 ms: 1 (600 ms)\n"
               "requests    key frame 8, retransmission 9 (times the need was seen)\n"
+              "waits cut   2: 2 held key frame\n"
               "watchdog    1: 1 key frame stuck\n"
+              "sender      23 reports and 24 BYE received; restarts 25: 25 pause\n"
               "would send  12 NACKs for 13 packets, 14 PLIs\n");
 }
 
@@ -139,6 +148,12 @@ TEST(Summary, TellsMachinesTheSame)
     EXPECT_EQ(object["srtp"]["decrypted"], 21);
     EXPECT_EQ(object["srtp"]["replayed"], 23);
     EXPECT_EQ(object["watchdog"]["key_frame_stuck"], 1);
+    EXPECT_EQ(object["packets"]["repaired"], 20);
+    EXPECT_EQ(object["packets"]["padding"], 22);
+    EXPECT_EQ(object["sender"]["reports"], 23);
+    EXPECT_EQ(object["sender"]["byes"], 24);
+    EXPECT_EQ(object["sender"]["restarts"]["pause"], 25);
+    EXPECT_EQ(object["waits_cut_short"]["held_key_frame"], 2);
     EXPECT_EQ(object["freezes"]["count_200ms"], 2);
     EXPECT_EQ(object["freezes"]["duration_600ms_ms"], 600);
     EXPECT_DOUBLE_EQ(object["timing"]["bit_rate"], 1'000'000);
@@ -151,6 +166,8 @@ TEST(Summary, NamesEveryReasonInJsonAlsoWhenItDidNotHappen)
     EXPECT_EQ(object["packets"]["dropped_by_reason"].size(), static_cast<size_t>(PACKET_DROP_REASONS));
     EXPECT_EQ(object["frames"]["dropped_by_reason"].size(), static_cast<size_t>(FRAME_DROP_REASONS));
     EXPECT_EQ(object["watchdog"].size(), static_cast<size_t>(WATCHDOG_REASONS));
+    EXPECT_EQ(object["waits_cut_short"].size(), static_cast<size_t>(LOSS_ENDS));
+    EXPECT_EQ(object["sender"]["restarts"].size(), static_cast<size_t>(RESTART_REASONS));
     EXPECT_EQ(object["timing"]["bit_rate"], 0);
     EXPECT_EQ(object["timing"]["frame_rate"], 0);
 }
