@@ -404,7 +404,7 @@ void Program::receive(const bytes &packet, bool is_retrans)
 void Program::send_rtp()
 {
     const uint8_t who = input_.u8();
-    const auto step = static_cast<uint16_t>(input_.i8());
+    const auto step = static_cast<uint16_t>(input_.step());
     const uint8_t what = input_.u8();
     const uint8_t size = input_.u8();
     uint32_t ssrc = 0;
@@ -486,7 +486,7 @@ void Program::send_native()
     from->frame_seq += (who & 0x10) != 0 ? 1 : 0;
     video.common.uid = uid;
     video.common.sent_ts = static_cast<uint16_t>(now_);
-    video.header.frame_seq = (flags & 1) != 0 ? input_.u32() : from->frame_seq + static_cast<uint32_t>(input_.i8());
+    video.header.frame_seq = (flags & 1) != 0 ? input_.u32() : from->frame_seq + input_.step();
     const uint8_t count = input_.u8();
     video.header.n_pkts = static_cast<uint16_t>(count < 250 ? count : (count - 249) * 256);
     video.header.subseq = (flags & 2) != 0 ? input_.u16() : input_.u8();

@@ -30,9 +30,11 @@ class Input
         return *at_++;
     }
 
-    int8_t i8()
+    // A step from -128 to 127, modulo 2^32.
+    uint32_t step()
     {
-        return static_cast<int8_t>(u8());
+        const uint32_t value = u8();
+        return value < 128 ? value : value - 256;
     }
 
     uint16_t u16()

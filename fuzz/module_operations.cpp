@@ -239,7 +239,7 @@ void Program::insert_native()
     const uint8_t flags = input_.u8();
     const uint8_t kind = input_.u8();
     native_fields fields;
-    fields.frame_seq = (flags & 1) != 0 ? input_.u32() : frame_origin_ + static_cast<uint32_t>(input_.i8());
+    fields.frame_seq = (flags & 1) != 0 ? input_.u32() : frame_origin_ + input_.step();
     fields.n_pkts = packet_count();
     fields.subseq = (flags & 2) != 0 ? input_.u16() : input_.u8();
     fields.seq = static_cast<seq_t>((flags & 4) != 0 ? input_.u16() : fields.frame_seq * 4 + fields.subseq);
@@ -262,9 +262,9 @@ void Program::insert_native()
 void Program::process_rtp()
 {
     const uint8_t flags = input_.u8();
-    const auto seq_step = static_cast<uint16_t>(input_.i8());
+    const auto seq_step = static_cast<uint16_t>(input_.step());
     const uint16_t seq = (flags & 1) != 0 ? input_.u16() : static_cast<uint16_t>(seq_origin_ + seq_step);
-    const auto timestamp_step = static_cast<uint32_t>(input_.i8());
+    const auto timestamp_step = input_.step();
     rtp_fields fields;
     fields.seq = seq;
     fields.timestamp = (flags & 2) != 0 ? input_.u32() : timestamp_origin_ + kTimestampStep * timestamp_step;
@@ -462,8 +462,8 @@ void Program::refuse_memory()
 
 void Program::move_origins()
 {
-    frame_origin_ += static_cast<uint32_t>(input_.i8());
-    const auto steps = static_cast<uint32_t>(input_.i8());
+    frame_origin_ += input_.step();
+    const auto steps = input_.step();
     seq_origin_ = static_cast<uint16_t>(seq_origin_ + steps * 64);
     timestamp_origin_ += steps * 64 * kTimestampStep;
 }
