@@ -210,8 +210,10 @@ class Library
 };
 
 const function_depth kLibrary[] = {
-    FUNCTION(Library, memcpy, g_bytes, g_text, s.size), FUNCTION(Library, memmove, g_bytes + 1, g_bytes, s.size),
-    FUNCTION(Library, memset, g_bytes, 0, s.size),      FUNCTION(Library, strncpy, g_text, "text", s.size),
+    FUNCTION(Library, memcpy, g_bytes, g_text, s.size),
+    FUNCTION(Library, memmove, g_bytes + 1, g_bytes, s.size),
+    FUNCTION(Library, memset, g_bytes, 0, s.size),
+    FUNCTION(Library, strncpy, g_text, "text", s.size),
     FUNCTION(Library, strnlen, g_text, s.size),
     FUNCTION(Library, zeb_malloc_impl_dbg, size_t{1} << 20, "bench", __LINE__),
     FUNCTION(Library, zeb_free_impl, s.block),
