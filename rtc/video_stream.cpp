@@ -26,9 +26,11 @@ constexpr zeb_ts_t kPatience = 2000;                 // ms that a stuck head or 
 constexpr zeb_ts_t kPictureReportInterval = 500;     // ms between walks that report pictures
 constexpr uint32_t kWaitingForKeyFrame = 1u;         // bit 0 of frm_flag
 constexpr uint16_t kGenericProtocolVersions = 10;    // below this version every payload is generic
-constexpr uint32_t kRtpFixedHeaderSize = 12;         // bytes (RFC 3550, 5.1)
-constexpr size_t kStartCodeLen = 4;                  // bytes of an Annex B start code
-constexpr size_t kMaxNaluPerPkt = 8;                 // NAL units that one packet may yield, for sizing only
+// Packets in a row that have every index entry among theirs, wherever their numbers wrap.
+constexpr uint32_t kWayOverWholeIndex = 2 * VIDEO_FRAMES_Q_PKT_INDEX;
+constexpr uint32_t kRtpFixedHeaderSize = 12; // bytes (RFC 3550, 5.1)
+constexpr size_t kStartCodeLen = 4;          // bytes of an Annex B start code
+constexpr size_t kMaxNaluPerPkt = 8;         // NAL units that one packet may yield, for sizing only
 
 static_assert(sizeof(video_packet_status_t) == 1, "the status array takes a byte for each packet");
 static_assert(VIDEO_FRAMES_Q_PKT_INDEX == 32 * VIDEO_FRAMES_Q_SLOTS, "32 index entries for each frame slot");
@@ -672,8 +674,10 @@ void video_stream_pkt_seq_move_forward(user_video_stream *stream, uint16_t seq)
     if (!zeb_uint16_after(seq, low16(stream->pkt_seq))) {
         return;
     }
-    for (seq_t s = low16(stream->pkt_seq); s != seq; s = zeb_uint16_next(s)) {
-        stream->video_frames_q.pkt_tc_pairs[index_pos(s)].n = 0;
+    const seq_t from = low16(stream->pkt_seq);
+    const uint32_t way = zeb_uint16_dist(seq, from);
+    for (uint32_t i = 0; i < way && i < kWayOverWholeIndex; i++) {
+        stream->video_frames_q.pkt_tc_pairs[index_pos(low16(from + i))].n = 0;
     }
     stream->pkt_seq = seq;
 }
@@ -1247,14 +1251,16 @@ int webrtc_video_check_expect_seq(webrtc_video_cache_t *video_cache, uint16_t ne
 // -- Removal --
 
 // Empties the slots of the frame's range, whatever frame their packets belong to. Returns how many of them
-// were the frame's own.
+// were the frame's own. A range longer than the ring comes to the same slots again.
 uint32_t empty_frame_range(webrtc_video_cache_t *video_cache, const webrtc_video_frame_t *frm)
 {
+    const uint16_t min_seq = low16(frm->cur_min_seq);
     const uint16_t max_seq = low16(frm->cur_max_seq);
+    const uint32_t range = zeb_uint16_after_eq(max_seq, min_seq) ? zeb_uint16_dist(max_seq, min_seq) + 1u : 0;
     uint32_t n_own = 0;
 
-    for (uint16_t s = low16(frm->cur_min_seq); zeb_uint16_after_eq(max_seq, s); s = zeb_uint16_next(s)) {
-        webrtc_video_packet_t *pkt = ring_slot(video_cache, s);
+    for (uint32_t i = 0; i < range && i < WEBRTC_VIDEO_RING_SLOTS; i++) {
+        webrtc_video_packet_t *pkt = ring_slot(video_cache, min_seq + i);
         if (is_set(pkt)) {
             n_own += pkt->frm_ptr == frm;
             webrtc_video_packet_reset(pkt);
@@ -1264,14 +1270,41 @@ uint32_t empty_frame_range(webrtc_video_cache_t *video_cache, const webrtc_video
     return n_own;
 }
 
-// A frame whose packets lie half a circle apart has a range that does not cover them all. Packets outside
-// of it stay, but not their link to a frame that is about to go.
-void unlink_packets_left(webrtc_video_cache_t *video_cache, const webrtc_video_frame_t *frm)
+// Frames that left the map while slots that their ranges do not cover still point at them.
+struct departed_frames {
+    webrtc_video_frame_t *first; // linked by their nodes' `parent`
+};
+
+// A frame in the map has a packet, so its range is known.
+bool has_departed(const webrtc_video_frame_t *frm)
 {
+    return frm->cur_min_seq == kSeqUnknown;
+}
+
+void depart(departed_frames *departed, webrtc_video_frame_t *frm)
+{
+    frm->cur_min_seq = kSeqUnknown;
+    frm->node.parent = departed->first == nullptr ? nullptr : &departed->first->node;
+    departed->first = frm;
+}
+
+// Packets outside of their frame's range stay, but not their link to a frame that is about to go. However many
+// frames there are, the ring is looked through once.
+void free_departed(webrtc_video_cache_t *video_cache, departed_frames *departed)
+{
+    if (departed->first == nullptr) {
+        return;
+    }
     for (uint32_t i = 0; i < WEBRTC_VIDEO_RING_SLOTS; i++) {
-        if (ring_slot(video_cache, i)->frm_ptr == frm) {
-            ring_slot(video_cache, i)->frm_ptr = nullptr;
+        webrtc_video_packet_t *pkt = ring_slot(video_cache, i);
+        if (pkt->frm_ptr != nullptr && has_departed(pkt->frm_ptr)) {
+            pkt->frm_ptr = nullptr;
         }
+    }
+    while (departed->first != nullptr) {
+        webrtc_video_frame_t *frm = departed->first;
+        departed->first = reinterpret_cast<webrtc_video_frame_t *>(frm->node.parent);
+        webrtc_video_frame_fini(frm);
     }
 }
 
@@ -1300,7 +1333,8 @@ void move_cache_bounds_off(webrtc_video_cache_t *video_cache, uint16_t max_seq)
     }
 }
 
-void webrtc_video_remove_frame(webrtc_video_cache_t *video_cache, webrtc_video_frame_t *frm)
+// Takes a frame out of the map with its packets, and frees it, or files it with those that are freed later.
+void webrtc_video_remove_frame(webrtc_video_cache_t *video_cache, webrtc_video_frame_t *frm, departed_frames *departed)
 {
     const uint16_t max_seq = low16(frm->cur_max_seq);
 
@@ -1308,40 +1342,59 @@ void webrtc_video_remove_frame(webrtc_video_cache_t *video_cache, webrtc_video_f
         frm->is_key, frm->timestamp, frm->cur_min_seq, frm->cur_max_seq, frm->min_seq, frm->max_seq,
         frm->n_pkts_received, frm->n_pkts_total);
     zeb_rb_erase(&video_cache->frm_map, &frm->node);
-    if (empty_frame_range(video_cache, frm) != frm->n_pkts_received) {
-        unlink_packets_left(video_cache, frm);
-    }
+    const bool has_packets_left = empty_frame_range(video_cache, frm) != frm->n_pkts_received;
     move_cache_bounds_off(video_cache, max_seq);
     if (zeb_uint16_after(max_seq, low16(video_cache->pkt_exp_seq))) {
         webrtc_video_move_expect_seq(video_cache, max_seq, frm->timestamp);
     }
-    webrtc_video_frame_fini(frm);
+    if (has_packets_left) {
+        depart(departed, frm);
+    } else {
+        webrtc_video_frame_fini(frm);
+    }
     video_cache->frm_cur_cnt--;
 }
 
-// Drops frames from the head to the next key frame, which it returns: perhaps an incomplete one. The frame
-// that is stuck goes even when it is a key frame itself. Null when none is left, after asking for one. Each
-// turn takes a frame out of the map, so the loop ends.
-webrtc_video_frame_t *webrtc_video_remove_to_key_frame(webrtc_video_cache_t *video_cache, const zeb_ts_t *now_p)
+// The frame of the head packet. Null, with a line in the log, when it has none any more.
+webrtc_video_frame_t *next_head_frame(webrtc_video_cache_t *video_cache)
+{
+    webrtc_video_frame_t *frm = webrtc_video_get_head_frame(video_cache);
+    if (frm == nullptr || has_departed(frm)) {
+        LOG(RTC_LOG_ERROR, LM_RCV_VID, "[%s][%s] frm_ptr is null\n");
+        return nullptr;
+    }
+    return frm;
+}
+
+// Each turn takes a frame out of the map, so the loop ends.
+webrtc_video_frame_t *drop_to_key_frame(webrtc_video_cache_t *video_cache, departed_frames *departed,
+                                        const zeb_ts_t *now_p)
 {
     const uint32_t stuck_timestamp = low32(video_cache->frm_min_timestamp);
+
+    while (video_cache->pkt_min_seq != kSeqUnknown) {
+        webrtc_video_frame_t *frm = next_head_frame(video_cache);
+        if (frm == nullptr || (frm->is_key != 0 && frm->timestamp != stuck_timestamp)) {
+            return frm;
+        }
+        webrtc_video_remove_frame(video_cache, frm, departed);
+    }
+    webrtc_video_send_intra_request(video_cache, now_p);
+    return nullptr;
+}
+
+// Drops frames from the head to the next key frame, which it returns: perhaps an incomplete one. The frame
+// that is stuck goes even when it is a key frame itself. Null when none is left, after asking for one.
+webrtc_video_frame_t *webrtc_video_remove_to_key_frame(webrtc_video_cache_t *video_cache, const zeb_ts_t *now_p)
+{
+    departed_frames departed = {};
 
     webrtc_video_cache_dump(video_cache);
     LOG(RTC_LOG_NOTICE, LM_RCV_VID, "[%s][%s] remove_to_key_frame !!!!!!\n");
     forget_delivery(video_cache);
-    while (video_cache->pkt_min_seq != kSeqUnknown) {
-        webrtc_video_frame_t *frm = webrtc_video_get_head_frame(video_cache);
-        if (frm == nullptr) {
-            LOG(RTC_LOG_ERROR, LM_RCV_VID, "[%s][%s] frm_ptr is null\n");
-            return nullptr;
-        }
-        if (frm->is_key != 0 && frm->timestamp != stuck_timestamp) {
-            return frm;
-        }
-        webrtc_video_remove_frame(video_cache, frm);
-    }
-    webrtc_video_send_intra_request(video_cache, now_p);
-    return nullptr;
+    webrtc_video_frame_t *head = drop_to_key_frame(video_cache, &departed, now_p);
+    free_departed(video_cache, &departed);
+    return head;
 }
 
 // -- Delivery --
@@ -1401,7 +1454,8 @@ int webrtc_video_do_deliver_frame(webrtc_video_cache_t *video_cache, const webrt
     return 0;
 }
 
-int webrtc_video_deliver_frame(webrtc_video_cache_t *video_cache, webrtc_video_frame_t *frm, const zeb_ts_t *now_p)
+int webrtc_video_deliver_frame(webrtc_video_cache_t *video_cache, webrtc_video_frame_t *frm, departed_frames *departed,
+                               const zeb_ts_t *now_p)
 {
     webrtc_video_fix_frm_seq(video_cache, frm);
     webrtc_video_frm_fix_video(video_cache, frm);
@@ -1411,7 +1465,7 @@ int webrtc_video_deliver_frame(webrtc_video_cache_t *video_cache, webrtc_video_f
     video_cache->last_deliver_frm_seq = frm->frm_seq;
     video_cache->last_deliver_pkt_seq = frm->max_seq;
     webrtc_video_do_deliver_frame(video_cache, frm, now_p);
-    webrtc_video_remove_frame(video_cache, frm);
+    webrtc_video_remove_frame(video_cache, frm, departed);
     return 0;
 }
 
@@ -1419,17 +1473,16 @@ int webrtc_video_deliver_frame(webrtc_video_cache_t *video_cache, webrtc_video_f
 // and starts a new numbering. Each turn takes a frame out of the map, so the loop ends.
 void webrtc_video_deliver(webrtc_video_cache_t *video_cache, const zeb_ts_t *now_p)
 {
+    departed_frames departed = {};
+
     while (video_cache->pkt_min_seq != kSeqUnknown) {
-        webrtc_video_frame_t *frm = webrtc_video_get_head_frame(video_cache);
-        if (frm == nullptr) {
-            LOG(RTC_LOG_ERROR, LM_RCV_VID, "[%s][%s] frm_ptr is null\n");
-            return;
+        webrtc_video_frame_t *frm = next_head_frame(video_cache);
+        if (frm == nullptr || !is_complete(frm)) {
+            break;
         }
-        if (!is_complete(frm)) {
-            return;
-        }
-        webrtc_video_deliver_frame(video_cache, frm, now_p);
+        webrtc_video_deliver_frame(video_cache, frm, &departed, now_p);
     }
+    free_departed(video_cache, &departed);
 }
 
 bool follows_last_delivery(const webrtc_video_cache_t *video_cache, const webrtc_video_frame_t *frm)

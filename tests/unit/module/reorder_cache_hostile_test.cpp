@@ -102,6 +102,31 @@ TEST(ReorderCacheHostile, LeavesNoPacketBehindThatPointsAtAFrameGivenUp)
     }));
 }
 
+// Each frame lost its second packet to one a lap later, so that each has fewer packets than it received.
+TEST(ReorderCacheHostile, GivesUpManyFramesThatLostPacketsAtOnce)
+{
+    for (const numbering &base : numberings()) {
+        ReorderScene scene(base);
+        constexpr int first = 2; // behind a gap
+        constexpr int n_frames = 25;
+        scene.run(K(0, 1).m());
+        for (int i = 0; i < 2 * n_frames; i++) {
+            scene.run(P(first + i, 2 + i / 2));
+        }
+        for (int i = 1; i < 2 * n_frames; i += 2) {
+            scene.run(P(first + WEBRTC_VIDEO_RING_SLOTS + i, 1000));
+        }
+        EXPECT_EQ(scene.cache->frm_cur_cnt, n_frames + 1u);
+        EXPECT_EQ(scene.cache->pkt_cur_cnt, 2u * n_frames);
+        scene.run(check().at(2000));
+        EXPECT_EQ(scene.cache->pkt_cur_cnt, 0u);
+        EXPECT_EQ(slots_in_use(*scene.cache), 0u);
+        EXPECT_EQ(scene.cache->frm_cur_cnt, 1u) << "the packets of the last one went with the others' ranges";
+        scene.run(reset());
+        EXPECT_EQ(scene.cache->frm_cur_cnt, 0u);
+    }
+}
+
 TEST(ReorderCacheHostile, KeepsThePacketsThatAFreedFrameLeavesBehind)
 {
     for (const numbering &base : numberings()) {

@@ -321,7 +321,9 @@ TEST_F(ReorderCacheRemovalInternals, LeavesBoundsThatTheFrameDoesNotReach)
     cache->pkt_exp_seq = 102;
     cache->frm_min_timestamp = 3;
     cache->frm_max_timestamp = 4;
-    webrtc_video_remove_frame(cache, frm);
+    departed_frames departed = {};
+    webrtc_video_remove_frame(cache, frm, &departed);
+    free_departed(cache, &departed);
     EXPECT_EQ(cache->pkt_cur_cnt, 2u);
     EXPECT_EQ(cache->pkt_min_seq, 100u);
     EXPECT_EQ(cache->pkt_max_seq, 101u);
