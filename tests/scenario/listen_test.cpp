@@ -6,9 +6,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -29,23 +31,53 @@ using nlohmann::json;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-sockaddr_in loopback(uint16_t port)
+// An address of the loopback interface.
+class loopback
 {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    return address;
-}
+  public:
+    loopback(int family, uint16_t port)
+    {
+        if (family == AF_INET6) {
+            sockaddr_in6 address{};
+            address.sin6_family = AF_INET6;
+            address.sin6_addr = in6addr_loopback;
+            address.sin6_port = htons(port);
+            std::memcpy(&storage_, &address, sizeof address);
+            size_ = sizeof address;
+        } else {
+            sockaddr_in address{};
+            address.sin_family = AF_INET;
+            address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+            address.sin_port = htons(port);
+            std::memcpy(&storage_, &address, sizeof address);
+            size_ = sizeof address;
+        }
+    }
+
+    const sockaddr *get() const
+    {
+        return reinterpret_cast<const sockaddr *>(&storage_);
+    }
+
+    socklen_t size() const
+    {
+        return size_;
+    }
+
+  private:
+    sockaddr_storage storage_{};
+    socklen_t size_;
+};
 
 // A UDP socket on the loopback interface; port 0 takes a free one.
 class udp_socket
 {
   public:
-    explicit udp_socket(uint16_t port = 0) : descriptor_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
+    explicit udp_socket(uint16_t port = 0, int family = AF_INET)
+        : family_(family), descriptor_(socket(family, SOCK_DGRAM | SOCK_CLOEXEC, 0))
     {
-        const sockaddr_in address = loopback(port);
-        is_bound_ = bind(descriptor_, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
+        const loopback address(family, port);
+        is_bound_ = bind(descriptor_, address.get(), address.size()) == 0;
     }
 
     ~udp_socket()
@@ -63,17 +95,18 @@ class udp_socket
 
     uint16_t port() const
     {
-        sockaddr_in address{};
-        socklen_t size = sizeof address;
-        EXPECT_EQ(getsockname(descriptor_, reinterpret_cast<sockaddr *>(&address), &size), 0);
+        sockaddr_in address{}; // the port is at the same place in both families
+        sockaddr_storage storage{};
+        socklen_t size = sizeof storage;
+        EXPECT_EQ(getsockname(descriptor_, reinterpret_cast<sockaddr *>(&storage), &size), 0);
+        std::memcpy(&address, &storage, sizeof address);
         return ntohs(address.sin_port);
     }
 
     void send(uint16_t to, const bytes &datagram) const
     {
-        const sockaddr_in address = loopback(to);
-        EXPECT_EQ(sendto(descriptor_, datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr *>(&address),
-                         sizeof address),
+        const loopback address(family_, to);
+        EXPECT_EQ(sendto(descriptor_, datagram.data(), datagram.size(), 0, address.get(), address.size()),
                   static_cast<ssize_t>(datagram.size()));
     }
 
@@ -89,6 +122,7 @@ class udp_socket
     }
 
   private:
+    int family_;
     int descriptor_;
     bool is_bound_ = false;
 };
@@ -112,21 +146,31 @@ std::string content(const std::string &path)
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
+// The port that a tool binds last is taken when it listens.
+void wait_until_bound(uint16_t port)
+{
+    const auto end = steady_clock::now() + std::chrono::seconds(5);
+    while (udp_socket(port).is_bound() && steady_clock::now() < end) {
+        std::this_thread::sleep_for(milliseconds(20));
+    }
+}
+
 // `vrc listen` at work, with a summary in JSON. No run takes longer than ten seconds.
 class listening_tool
 {
   public:
     listening_tool(uint16_t port, const std::string &arguments)
     {
-        const std::string command = std::string("exec \"") + VRC_PROGRAM + "\" listen --json --duration 10 --port " +
-                                    std::to_string(port) + " " + arguments + " >'" + out_.path() + "' 2>'" +
-                                    err_.path() + "'";
-        process_ = fork();
-        if (process_ == 0) {
-            execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
-            _exit(127);
-        }
+        start("--port " + std::to_string(port) + " " + arguments);
         wait_until_bound(static_cast<uint16_t>(port + 1));
+    }
+
+    // The ports are those of a description; `last_port` comes last. What stands in `behind` is behind the command, as the
+    // shell reads it.
+    listening_tool(const std::string &arguments, uint16_t last_port, const std::string &behind = "")
+    {
+        start(arguments, behind);
+        wait_until_bound(last_port);
     }
 
     ~listening_tool()
@@ -139,9 +183,9 @@ class listening_tool
     listening_tool(const listening_tool &) = delete;
     listening_tool &operator=(const listening_tool &) = delete;
 
-    void stop() const
+    void stop(int signal = SIGTERM) const
     {
-        kill(process_, SIGTERM);
+        kill(process_, signal);
     }
 
     // Waits for its end and returns the exit status.
@@ -163,13 +207,21 @@ class listening_tool
         return content(err_.path());
     }
 
-  private:
-    // The RTCP port comes last.
-    static void wait_until_bound(uint16_t port)
+    const std::string &out() const
     {
-        const auto end = steady_clock::now() + std::chrono::seconds(5);
-        while (udp_socket(port).is_bound() && steady_clock::now() < end) {
-            std::this_thread::sleep_for(milliseconds(20));
+        return out_.path();
+    }
+
+  private:
+    void start(const std::string &arguments, const std::string &behind = "")
+    {
+        const std::string command = std::string(behind.empty() ? "exec " : "") + "\"" + VRC_PROGRAM +
+                                    "\" listen --json --duration 10 " + arguments + " 2>'" + err_.path() + "' " +
+                                    behind + " >'" + out_.path() + "'";
+        process_ = fork();
+        if (process_ == 0) {
+            execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+            _exit(127);
         }
     }
 
@@ -283,6 +335,87 @@ class lossy_sender
     size_t picture_bytes_ = 0;
 };
 
+// Sends pictures of three packets each, every one from the same socket; the first one is a key frame.
+class plain_sender
+{
+  public:
+    plain_sender(uint16_t port, uint32_t ssrc, int family = AF_INET) : port_(port), ssrc_(ssrc), socket_(0, family)
+    {
+    }
+
+    void send_pictures(unsigned count)
+    {
+        for (unsigned i = 0; i < count; ++i) {
+            send_picture();
+            std::this_thread::sleep_for(milliseconds(5));
+        }
+    }
+
+    void say_bye() const
+    {
+        socket_.send(static_cast<uint16_t>(port_ + 1), bytes{0x81, 203} + be16(1) + be32(ssrc_));
+    }
+
+    // What comes out of all that was sent.
+    const std::string &bitstream() const
+    {
+        return bitstream_;
+    }
+
+    const udp_socket &socket() const
+    {
+        return socket_;
+    }
+
+  private:
+    void send_picture()
+    {
+        const bool is_key = pictures_ == 0;
+        if (is_key) {
+            const bytes sets = h264_parameter_sets();
+            const auto sps_end = sets.begin() + 3 + sets[2];
+            note({sets.begin() + 3, sps_end});
+            note({sps_end + 2, sets.end()});
+            send(sets, false);
+        }
+        // Of the SSRC as well, so that no sender's pictures are like another's.
+        const bytes unit = (is_key ? h264_idr_slice(2000) : h264_inter_slice(500 + pictures_)) + be32(ssrc_);
+        note(unit);
+        const std::vector<bytes> fragments = h264_fragments(unit, 3);
+        for (size_t i = 0; i < fragments.size(); ++i) {
+            send(fragments[i], i + 1 == fragments.size());
+        }
+        ++pictures_;
+    }
+
+    void send(const bytes &payload, bool marker)
+    {
+        socket_.send(port_, rtp({seq_++, pictures_ * 900, marker, ssrc_}, payload));
+    }
+
+    void note(const bytes &unit)
+    {
+        bitstream_ += std::string("\0\0\0\1", 4) + std::string(unit.begin(), unit.end());
+    }
+
+    uint16_t port_;
+    uint32_t ssrc_;
+    udp_socket socket_;
+    uint16_t seq_ = 65530;
+    unsigned pictures_ = 0;
+    std::string bitstream_;
+};
+
+std::vector<json> lines(const std::string &path)
+{
+    std::ifstream file(path);
+    std::vector<json> found;
+    for (std::string line; std::getline(file, line);) {
+        found.push_back(json::parse(line));
+    }
+    return found;
+}
+
 json last_line(const std::string &path)
 {
     const std::string text = content(path);
@@ -346,6 +479,263 @@ TEST(VrcListen, AsksForLostPacketsUntilAllFramesAreWhole)
     EXPECT_EQ(std::system(replay.c_str()), 0) << "the recorded capture gives other frames";
 }
 
+namespace
+{
+
+constexpr const char *kKey = "YWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFh";
+constexpr const char *kSuite = "AES_CM_128_HMAC_SHA1_80";
+
+// The NAL units of an Annex B stream, whatever the length of their start codes.
+std::vector<std::string> nal_units(const std::string &stream)
+{
+    const std::string start_code("\0\0\1", 3);
+    std::vector<std::string> units;
+    for (size_t at = stream.find(start_code); at != std::string::npos;) {
+        const size_t begin = at + start_code.size();
+        at = stream.find(start_code, begin);
+        std::string unit = stream.substr(begin, at == std::string::npos ? at : at - begin);
+        unit.erase(unit.find_last_not_of('\0') + 1);
+        units.push_back(std::move(unit));
+    }
+    return units;
+}
+
+} // namespace
+
+TEST(VrcListen, GivesWhatFfmpegSendsEncrypted)
+{
+    struct {
+        const char *codec;
+        const char *encoder;
+        bool has_description;
+    } const rows[] = {{"h264", "libx264", true}, {"hevc", "libx265 -x265-params log-level=none", false}};
+    for (const auto &row : rows) {
+        const temporary_file sent;
+        const temporary_file out;
+        const temporary_file record;
+        const uint16_t port = free_port_pair();
+        const std::string text = "v=0\no=- 0 0 IN IP4 127.0.0.1\ns=No Name\nc=IN IP4 127.0.0.1\nt=0 0\nm=video " +
+                                 std::to_string(port) + " RTP/AVP 96\na=rtpmap:96 H264/90000\na=crypto:1 " + kSuite +
+                                 " inline:" + kKey + "\n"; // FFmpeg's own
+        const temporary_file description(bytes(text.begin(), text.end()));
+        const std::string what = row.has_description ? "--sdp " + description.path()
+                                                     : std::string("--codec h265 --srtp ") + kSuite + ":" + kKey;
+        const std::string send =
+            std::string("ffmpeg -nostdin -y -v error -readrate 3 -f lavfi -i testsrc2=size=320x240:"
+                        "rate=30 -t 2 -preset ultrafast -bf 0 -g 30 -c:v ") +
+            row.encoder + " -map 0 -f tee '[f=rtp:srtp_out_suite=" + kSuite + ":srtp_out_params=" + kKey +
+            "]srtp://127.0.0.1:" + std::to_string(port) + "|[f=" + row.codec + "]" + sent.path() + "'";
+        listening_tool tool(port, what + " --frames 60 -o " + out.path() + " --record " + record.path());
+        ASSERT_EQ(std::system(send.c_str()), 0);
+        ASSERT_EQ(tool.status(), 0) << tool.error();
+        EXPECT_TRUE(nal_units(content(out.path())) == nal_units(content(sent.path())))
+            << row.codec << ": other NAL units came out than were sent";
+        const json summary = tool.summary();
+        EXPECT_EQ(summary["frames"]["delivered"], 60);
+        EXPECT_GE(summary["srtp"]["decrypted"], summary["packets"]["received"]);
+        EXPECT_EQ(summary["srtp"]["not_authentic"], 0);
+        const std::string replay = std::string("\"") + VRC_PROGRAM + "\" replay " + record.path() +
+                                   " -o - 2>/dev/null | cmp -s - " + out.path();
+        EXPECT_EQ(std::system(replay.c_str()), 0) << "the recorded capture gives other frames";
+    }
+}
+
+TEST(VrcListen, SaysWhenTheKeyIsWrong)
+{
+    const uint16_t port = free_port_pair();
+    listening_tool tool(port, std::string("--codec h264 --srtp ") + kSuite + ":" + kKey);
+    plain_sender sender(port, 7);
+    sender.send_pictures(5);
+    std::this_thread::sleep_for(milliseconds(1200)); // it is said while there is time to do something about it
+    EXPECT_NE(tool.error().find("vrc: none of 16 SRTP packets is authentic"), std::string::npos) << tool.error();
+    tool.stop();
+    EXPECT_EQ(tool.status(), 1);
+    EXPECT_NE(tool.error().find("no frame came out"), std::string::npos) << tool.error();
+    EXPECT_EQ(tool.summary()["srtp"]["not_authentic"], 16);
+    EXPECT_EQ(tool.summary()["srtp"]["decrypted"], 0);
+}
+
+TEST(VrcListen, WritesEverySenderToItsOwnFile)
+{
+    const uint16_t port = free_port_pair();
+    uint16_t other_port = free_port_pair();
+    while (other_port + 1 >= port && other_port <= port + 1) {
+        other_port = free_port_pair();
+    }
+    const std::string text = "v=0\r\no=- 0 0 IN IP4 127.0.0.1\r\ns=-\r\nc=IN IP4 127.0.0.1\r\nt=0 0\r\nm=video " +
+                             std::to_string(port) + " RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\nm=video " +
+                             std::to_string(other_port) + " RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\n";
+    const temporary_file description(bytes(text.begin(), text.end()));
+    const temporary_file place;
+    const temporary_file stats;
+    listening_tool tool("--all --sdp " + description.path() + " --frames 60 -o " + place.path() + " --stats " +
+                            stats.path(),
+                        static_cast<uint16_t>(other_port + 1));
+    plain_sender senders[] = {{port, 0xA}, {port, 0xB}, {other_port, 0xC}};
+    for (int i = 0; i < 20; ++i) {
+        for (plain_sender &sender : senders) {
+            sender.send_pictures(1);
+        }
+    }
+    ASSERT_EQ(tool.status(), 0) << tool.error();
+    const json summary = tool.summary();
+    ASSERT_EQ(summary["streams"].size(), 3u);
+    for (size_t i = 0; i < 3; ++i) {
+        const json &stream = summary["streams"][i];
+        const std::string name = place.path() + "-0000000" + "abc"[i] + ".h264";
+        EXPECT_EQ(stream["stream"]["ssrc"], 0xA + i);
+        EXPECT_EQ(stream["file"], name);
+        EXPECT_EQ(stream["frames"]["delivered"], 20);
+        EXPECT_EQ(stream["packets"]["received"], 61);
+        EXPECT_TRUE(content(name) == senders[i].bitstream());
+        std::remove(name.c_str());
+    }
+    std::map<uint32_t, unsigned> assembled;
+    for (const json &line : lines(stats.path())) {
+        assembled[line["ssrc"]] = line["framesAssembled"];
+    }
+    EXPECT_EQ(assembled, (std::map<uint32_t, unsigned>{{0xA, 20}, {0xB, 20}, {0xC, 20}}));
+}
+
+TEST(VrcListen, GoesOnWithSenderThatIsStartedAgain)
+{
+    const uint16_t port = free_port_pair();
+    const temporary_file out;
+    listening_tool tool(port, "--codec h264 --frames 60 -o " + out.path());
+    plain_sender first(port, 0xA);
+    first.send_pictures(20);
+    plain_sender second(port, 0xB); // at once, without a word
+    second.send_pictures(20);
+    std::this_thread::sleep_for(milliseconds(1100));
+    second.say_bye();
+    plain_sender third(port, 0xC); // after BYE
+    third.send_pictures(20);
+    ASSERT_EQ(tool.status(), 0) << tool.error();
+    EXPECT_TRUE(content(out.path()) == first.bitstream() + second.bitstream() + third.bitstream());
+    const json summary = tool.summary();
+    EXPECT_EQ(summary["frames"]["delivered"], 60);
+    EXPECT_EQ(summary["packets"]["received"], 3 * 61);
+    EXPECT_EQ(summary["listen"]["senders_written"], 3);
+    EXPECT_EQ(summary["listen"]["other_senders"], 0);
+}
+
+TEST(VrcListen, ReceivesAndAnswersOverIpv6)
+{
+    const uint16_t port = free_port_pair();
+    const temporary_file out;
+    listening_tool tool(port, "--codec h264 --pt 96 --frames 20 -o " + out.path());
+    plain_sender sender(port, 7, AF_INET6);
+    sender.socket().send(port, rtp({65529, 0U - 900, true, 7}, h264_inter_slice(100))); // a key frame is missing
+    EXPECT_FALSE(sender.socket().receive(milliseconds(2000)).empty());
+    sender.send_pictures(20);
+    ASSERT_EQ(tool.status(), 0) << tool.error();
+    EXPECT_TRUE(content(out.path()) == sender.bitstream());
+    EXPECT_EQ(tool.summary()["stream"]["destination"], "[::1]:" + std::to_string(port));
+}
+
+TEST(VrcListen, WritesFramesToPipe)
+{
+    const uint16_t port = free_port_pair();
+    const std::string arguments = "--codec h264 --pt 96 --port " + std::to_string(port) + " -o - ";
+    {
+        listening_tool tool(arguments + "--frames 20", static_cast<uint16_t>(port + 1), "| cat");
+        plain_sender sender(port, 7);
+        sender.send_pictures(20);
+        EXPECT_EQ(tool.status(), 0);
+        EXPECT_TRUE(content(tool.out()) == sender.bitstream());
+        EXPECT_EQ(json::parse(tool.error())["frames"]["delivered"], 20);
+    }
+    // A player that is closed ends it; the summary comes all the same.
+    listening_tool tool(arguments, static_cast<uint16_t>(port + 1), "| head -c 1000");
+    plain_sender sender(port, 7);
+    sender.send_pictures(100);
+    tool.status();
+    EXPECT_TRUE(content(tool.out()) == sender.bitstream().substr(0, 1000));
+    EXPECT_NE(tool.error().find("\"delivered\""), std::string::npos) << tool.error();
+    EXPECT_NE(tool.error().find("cannot write standard output: Broken pipe"), std::string::npos) << tool.error();
+}
+
+TEST(VrcListen, EndsWithSummaryWhenInterrupted)
+{
+    for (const int signal : {SIGINT, SIGTERM}) {
+        const uint16_t port = free_port_pair();
+        const temporary_file out;
+        listening_tool tool(port, "--codec h264 --pt 96 -o " + out.path());
+        plain_sender sender(port, 7);
+        sender.send_pictures(10);
+        std::this_thread::sleep_for(milliseconds(200));
+        tool.stop(signal);
+        EXPECT_EQ(tool.status(), 0) << tool.error();
+        EXPECT_EQ(tool.summary()["frames"]["delivered"], 10);
+        EXPECT_TRUE(content(out.path()) == sender.bitstream());
+    }
+}
+
+TEST(VrcListen, TellsEachSecondHowItGoes)
+{
+    const uint16_t port = free_port_pair();
+    const temporary_file stats;
+    const temporary_file terminal;
+    // The line is for people who watch: standard error is a terminal here.
+    const std::string command = std::string("script -qefc '\"") + VRC_PROGRAM +
+                                "\" listen --codec h264 --pt 96 --port " + std::to_string(port) +
+                                " --duration 3.5 --stats " + stats.path() + "' /dev/null >" + terminal.path();
+    std::thread tool([&command] { EXPECT_EQ(std::system(command.c_str()), 0); });
+    wait_until_bound(static_cast<uint16_t>(port + 1));
+    plain_sender sender(port, 7);
+    for (int i = 0; i < 300; ++i) {
+        sender.send_pictures(1);
+        std::this_thread::sleep_for(milliseconds(5));
+    }
+    tool.join();
+    const std::vector<json> records = lines(stats.path());
+    ASSERT_GE(records.size(), 3u);
+    EXPECT_LE(records.size(), 5u);
+    uint64_t packets = 0;
+    for (const json &record : records) {
+        EXPECT_GE(record["packetsReceived"], packets);
+        packets = record["packetsReceived"];
+        EXPECT_EQ(record["ssrc"], 7);
+    }
+    EXPECT_GT(records.back()["packetsReceived"], records.front()["packetsReceived"]);
+    const std::string shown = content(terminal.path());
+    EXPECT_NE(shown.find("\r\x1B[K1 s: "), std::string::npos) << shown;
+    EXPECT_NE(shown.find("of them key frames; 0 NACK, 0 PLI"), std::string::npos) << shown;
+}
+
+TEST(VrcListen, SendsRtcpWhereItIsTold)
+{
+    const uint16_t port = free_port_pair();
+    const udp_socket told;
+    listening_tool tool(port, "--codec h264 --pt 96 --rtcp 127.0.0.1:" + std::to_string(told.port()));
+    const udp_socket rtp_socket;
+    const udp_socket rtcp_socket;
+    rtcp_socket.send(static_cast<uint16_t>(port + 1), bytes(12, 0x80));
+    rtp_socket.send(port, rtp({1, 0, true, 7}, h264_inter_slice(100)));
+    const bytes request = told.receive(milliseconds(2000));
+    EXPECT_TRUE(rtcp_validate(request.data(), request.size()));
+    EXPECT_TRUE(rtcp_socket.receive(milliseconds(50)).empty());
+    EXPECT_TRUE(rtp_socket.receive(milliseconds(50)).empty());
+}
+
+TEST(VrcListen, SendsRtcpToWhoeverShowsASocketForIt)
+{
+    const uint16_t port = free_port_pair();
+    listening_tool tool(port, "--codec h264 --pt 96");
+    const udp_socket rtp_socket;
+    const udp_socket rtcp_socket;
+    // Too late for a gateway's first word: where RTP comes from is all that is known.
+    rtp_socket.send(port, rtp({1, 0, true, 7}, h264_inter_slice(100)));
+    bytes request = rtp_socket.receive(milliseconds(2000));
+    EXPECT_TRUE(rtcp_validate(request.data(), request.size()));
+    rtcp_socket.send(static_cast<uint16_t>(port + 1), bytes(12, 0x80));
+    request = rtcp_socket.receive(milliseconds(2000)); // the request is repeated
+    EXPECT_TRUE(rtcp_validate(request.data(), request.size()));
+    tool.stop();
+    tool.status();
+    EXPECT_EQ(tool.summary()["listen"]["rtcp_malformed"], 1);
+}
+
 TEST(VrcListen, SaysWhenNothingComes)
 {
     listening_tool tool(free_port_pair(), "--codec h264");
@@ -370,6 +760,10 @@ TEST(VrcListen, SaysWhatIsWrongBeforeItListens)
         {"--codec h264 --bind nowhere", 2, "'nowhere' is no IPv4 or IPv6 address"},
         {"--codec h264 --rtcp 127.0.0.1", 2, "'127.0.0.1' is no HOST:PORT"},
         {"--codec h264 -o same --record same", 2, "'same' is named twice"},
+        {"--codec h264 --all -o -", 2, "--all writes a file for each sender"},
+        {"--codec h264 --srtp nonsense", 2, "SRTP key: write the suite, a colon and the key"},
+        {std::string("--codec h264 --srtp-send ") + kSuite + ":" + kKey, 2, "--srtp-send without the sender's key"},
+        {"--codec h264 --rtx 97", 2, "'97' is not two payload types"},
         {"--codec h264 --port " + in_use, 3, "cannot listen on 127.0.0.1:" + in_use + " (UDP): address already in use"},
         {"--codec h264 --bind 192.0.2.1", 3, "cannot listen on 192.0.2.1:5004 (UDP): address not available"},
         {"--sdp /no/such.sdp", 3, "cannot read '/no/such.sdp': No such file or directory"},
