@@ -37,7 +37,7 @@ class StreamSeconds : public testing::Test
     // A frame of `n` packets, of which those at `missing` do not come, and 40 ms.
     frame frame_without(size_t n, const std::vector<size_t> &missing)
     {
-        const frame sent = sender.delta_frame(n);
+        frame sent = sender.delta_frame(n);
         client.receive_without(sent, missing);
         client.pass(40);
         return sent;
