@@ -7,6 +7,8 @@
 #include "board.h"
 
 void *_sbrk(ptrdiff_t increment);
+int getentropy(void *buffer, size_t size);
+extern void *__dso_handle;
 void _init(void);
 void _fini(void);
 
@@ -24,6 +26,9 @@ void *_sbrk(ptrdiff_t increment)
     return begin;
 }
 
+/* There are no shared objects. */
+void *__dso_handle = NULL;
+
 /* Constructors and destructors are in tables; these are what older tool chains had in their place. */
 void _init(void)
 {
@@ -31,6 +36,15 @@ void _init(void)
 
 void _fini(void)
 {
+}
+
+/* Nothing on the board is random. */
+int getentropy(void *buffer, size_t size)
+{
+    (void)buffer;
+    (void)size;
+    errno = ENOSYS;
+    return -1;
 }
 
 /* Names of files are the host's, and used as they are. */

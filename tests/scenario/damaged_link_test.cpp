@@ -191,7 +191,7 @@ INSTANTIATE_TEST_SUITE_P(
                                      link{"loss 5 %, repaired", 50, 0, 0, 0, 1000, 0},
                                      link{"everything", 30, 30, 100, 150, 700, 0},
                                      link{"long delays", 5, 5, 20, 3000, 500, 0}),
-                     testing::Range(1u, 6u)));
+                     testing::Range<uint32_t>(1, 6)));
 
 class LosslessLink : public testing::TestWithParam<std::tuple<link, uint32_t>>
 {
@@ -221,14 +221,14 @@ INSTANTIATE_TEST_SUITE_P(Presets, LosslessLink,
                                                           link{"duplicates", 0, 500, 0, 0, 0, 0},
                                                           link{"reordering", 0, 100, 300, 80, 0, 0},
                                                           link{"repaired", 50, 20, 0, 0, 1000, 0}),
-                                          testing::Range(1u, 11u)));
+                                          testing::Range<uint32_t>(1, 11)));
 
 // With damaged headers a frame may come out that was never sent so; nothing worse may happen, and it must end.
 class DamagingLink : public testing::TestWithParam<uint32_t>
 {
 };
 
-INSTANTIATE_TEST_SUITE_P(Seeds, DamagingLink, testing::Range(1u, 21u));
+INSTANTIATE_TEST_SUITE_P(Seeds, DamagingLink, testing::Range<uint32_t>(1, 21));
 
 TEST_P(DamagingLink, IsSurvivedAndLeavesAStreamThatRecovers)
 {

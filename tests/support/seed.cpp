@@ -1,5 +1,6 @@
 #include "seed.h"
 
+#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <random>
@@ -16,7 +17,7 @@ uint32_t choose_seed()
     const uint32_t seed = given != nullptr ? static_cast<uint32_t>(std::strtoul(given, nullptr, 0))
                                            : static_cast<uint32_t>(std::random_device{}());
 
-    std::printf("[   seed   ] VIDEO_STREAM_TEST_SEED=%u\n", seed);
+    std::printf("[   seed   ] VIDEO_STREAM_TEST_SEED=%" PRIu32 "\n", seed);
     return seed;
 }
 

@@ -84,6 +84,8 @@ TEST_F(Log, LeavesTheTestOfSwitchAndLevelToTheCaller)
     EXPECT_EQ(1u, messages.size());
 }
 
+#if GTEST_HAS_STREAM_REDIRECTION
+
 TEST_F(Log, WritesToStandardErrorWithoutASink)
 {
     std::vector<message> messages;
@@ -94,5 +96,7 @@ TEST_F(Log, WritesToStandardErrorWithoutASink)
     EXPECT_EQ("[WARNING] 42\n", testing::internal::GetCapturedStderr());
     EXPECT_TRUE(messages.empty());
 }
+
+#endif
 
 } // namespace

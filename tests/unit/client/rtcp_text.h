@@ -1,6 +1,7 @@
 // What rtcp_next reads from a datagram, as text: one line an item.
 #pragma once
 
+#include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
 #include <string>
@@ -27,9 +28,10 @@ inline std::string of_blocks(const rtcp_list &blocks)
     std::string result;
     for (size_t i = 0; i < blocks.count; i++) {
         const rtcp_report_block block = rtcp_block_at(&blocks, i);
-        result +=
-            format(" [%08X fraction %u lost %d highest %X jitter %u lsr %08X dlsr %u]", block.ssrc, block.fraction_lost,
-                   block.cumulative_lost, block.highest_seq, block.jitter, block.last_sr, block.delay_since_sr);
+        result += format(" [%08" PRIX32 " fraction %u lost %" PRId32 " highest %" PRIX32 " jitter %" PRIu32
+                         " lsr %08" PRIX32 " dlsr %" PRIu32 "]",
+                         block.ssrc, block.fraction_lost, block.cumulative_lost, block.highest_seq, block.jitter,
+                         block.last_sr, block.delay_since_sr);
     }
     return result;
 }
@@ -38,7 +40,7 @@ inline std::string of_ssrcs(const rtcp_list &ssrcs)
 {
     std::string result;
     for (size_t i = 0; i < ssrcs.count; i++) {
-        result += format(" %08X", rtcp_ssrc_at(&ssrcs, i));
+        result += format(" %08" PRIX32, rtcp_ssrc_at(&ssrcs, i));
     }
     return result;
 }
@@ -59,7 +61,7 @@ inline std::string of_fir(const rtcp_fir &fir)
     std::string result;
     for (size_t i = 0; i < fir.entries.count; i++) {
         const rtcp_fir_entry entry = rtcp_fir_at(&fir.entries, i);
-        result += format(" %08X #%u", entry.ssrc, entry.command_seq);
+        result += format(" %08" PRIX32 " #%u", entry.ssrc, entry.command_seq);
     }
     return result;
 }
@@ -73,24 +75,24 @@ inline std::string of_item(const rtcp_item &item)
 {
     switch (item.kind) {
     case RTCP_ITEM_SENDER_REPORT:
-        return format("SR %08X ntp %llX rtp %u packets %u octets %u", item.ssrc,
+        return format("SR %08" PRIX32 " ntp %llX rtp %" PRIu32 " packets %" PRIu32 " octets %" PRIu32, item.ssrc,
                       static_cast<unsigned long long>(item.sender_report.ntp_time), item.sender_report.rtp_timestamp,
                       item.sender_report.packet_count, item.sender_report.octet_count) +
                of_blocks(item.sender_report.blocks);
     case RTCP_ITEM_RECEIVER_REPORT:
-        return format("RR %08X", item.ssrc) + of_blocks(item.receiver_report.blocks);
+        return format("RR %08" PRIX32, item.ssrc) + of_blocks(item.receiver_report.blocks);
     case RTCP_ITEM_CNAME:
-        return format("CNAME %08X", item.ssrc) + of_text(item.cname);
+        return format("CNAME %08" PRIX32, item.ssrc) + of_text(item.cname);
     case RTCP_ITEM_BYE:
         return "BYE" + of_ssrcs(item.bye.ssrcs) + of_text(item.bye.reason);
     case RTCP_ITEM_NACK:
-        return format("NACK %08X for %08X:", item.ssrc, item.nack.media_ssrc) + of_nack(item.nack);
+        return format("NACK %08" PRIX32 " for %08" PRIX32 ":", item.ssrc, item.nack.media_ssrc) + of_nack(item.nack);
     case RTCP_ITEM_PLI:
-        return format("PLI %08X for %08X", item.ssrc, item.pli.media_ssrc);
+        return format("PLI %08" PRIX32 " for %08" PRIX32, item.ssrc, item.pli.media_ssrc);
     case RTCP_ITEM_FIR:
-        return format("FIR %08X for", item.ssrc) + of_fir(item.fir);
+        return format("FIR %08" PRIX32 " for", item.ssrc) + of_fir(item.fir);
     case RTCP_ITEM_REMB:
-        return format("REMB %08X %llu for", item.ssrc, static_cast<unsigned long long>(item.remb.bitrate)) +
+        return format("REMB %08" PRIX32 " %llu for", item.ssrc, static_cast<unsigned long long>(item.remb.bitrate)) +
                of_ssrcs(item.remb.ssrcs);
     }
     return "unknown";

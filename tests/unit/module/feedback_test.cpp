@@ -213,6 +213,8 @@ TEST(PictureReport, IsNotPacedAndHoldsTheWalkBackFor500Milliseconds)
     EXPECT_EQ(4u, world.decode_results.size());
 }
 
+#if GTEST_HAS_DEATH_TEST
+
 [[noreturn]] void send_null_frame(const gate_case &gate, const log_gate &log)
 {
     World world;
@@ -241,6 +243,8 @@ TEST(PictureReportDeathTest, EndsTheProcessForANullFrameAndLogsOnlyWhereItMay)
                     log.is_open ? "^<4> \\[ERROR\\] Check \\(frame\\) error\n$" : "^$");
     }
 }
+
+#endif
 
 // -- Waiting times --
 

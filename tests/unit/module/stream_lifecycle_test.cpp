@@ -118,6 +118,8 @@ TEST(StreamInit, MakesNoStatisticsWithoutChannel)
 
 // -- Init: no statistics object --
 
+#if GTEST_HAS_DEATH_TEST
+
 [[noreturn]] void init_without_statistics(const log_gate &gate)
 {
     World world;
@@ -136,6 +138,8 @@ TEST(StreamInitDeathTest, EndsTheProcessWhenStatisticsCannotBeHadAndLogsOnlyWher
                     gate.is_open ? "^<4> \\[ERROR\\] Check \\(stream->bcm_stat\\) error\n$" : "^$");
     }
 }
+
+#endif
 
 // -- Reset --
 
