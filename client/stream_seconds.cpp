@@ -37,8 +37,8 @@ static void __pace_work_out(stream_state *state)
     const uint32_t remote = state->restarts.timestamp - start->newest_timestamp;
     const zeb_ts_t local = state->restarts.at - start->newest_at;
     if (remote > 0 && remote <= kTimestampReach) {
-        state->stream->latest_local_remote_ts_ratio =
-            static_cast<uint32_t>(local * kTicksPerMillisecond * 1000 / remote);
+        const uint64_t ratio = local * kTicksPerMillisecond * 1000 / remote;
+        state->stream->latest_local_remote_ts_ratio = static_cast<uint32_t>(ratio < UINT32_MAX ? ratio : UINT32_MAX);
     }
 }
 

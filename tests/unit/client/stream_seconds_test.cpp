@@ -1,6 +1,7 @@
 // The stream record's statistics, second by second in virtual time.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "client_bench.h"
@@ -277,6 +278,50 @@ TEST_F(StreamSeconds, AddUpTheTimeThatFramesTook)
     EXPECT_EQ(record()->downlink_frame_total, 2u);
     EXPECT_EQ(record()->downlink_process_total_cost_ms, 120u);
     EXPECT_EQ(client.report().frame_delay, 120u);
+}
+
+// ---- The native path ----
+
+// A packet of the one frame of user 9: two packets of media and one of forward error correction.
+size_t receive_native(Client &client, uint16_t index)
+{
+    rtp_builder::rtp_fields fields;
+    fields.seq = index;
+    fields.payload = rtp_builder::nal_unit(5, 40);
+    const bytes packet = rtp_builder::rtp_packet(fields);
+    PVideoData4 video = {};
+    video.common.uid = 9;
+    video.common.seq = index;
+    video.header.n_pkts = 3;
+    video.header.subseq = index;
+    video.header.codec = VIDEO_TYPE_H264;
+    video.header.protocol_version = 10;
+    video.header.reserved = 1u << 8;
+    video.payload.values = zeb_malloc_impl_dbg(packet.size(), __func__, __LINE__);
+    video.payload.count = video.payload.allocated = static_cast<uint16_t>(packet.size());
+    std::copy(packet.begin(), packet.end(), static_cast<uint8_t *>(video.payload.values));
+    rtc_channel_receive_native(client.channel, &video, 0, false, &client.now);
+    return packet.size();
+}
+
+TEST(StreamSecondsOfTheNativePath, CountMediaAndErrorCorrectionApart)
+{
+    Client client;
+    size_t media = receive_native(client, 0);
+    client.pass(30);
+    media += receive_native(client, 1);
+    const size_t correction = receive_native(client, 2);
+    const user_video_stream *record = client.stream(9);
+    EXPECT_EQ(record->n_xfer_origin_med_bytes_recent, media);
+    EXPECT_EQ(record->n_xfer_origin_fec_bytes_recent, correction);
+    EXPECT_EQ(record->n_xfer_bytes_recent, media + correction);
+    EXPECT_EQ(record->downlink_frame_total, 1u);
+    EXPECT_EQ(record->downlink_process_total_cost_ms, 30u);
+    client.pass(970);
+    EXPECT_EQ(record->n_xfer_origin_med_bytes_recent, 0u);
+    EXPECT_EQ(record->n_xfer_origin_fec_bytes_recent, 0u);
+    EXPECT_EQ(client.report(9).last_second.bytes, media + correction);
+    EXPECT_EQ(client.report(9).last_second.frames, 1u);
 }
 
 // ---- Loss and jitter ----
