@@ -28,6 +28,10 @@ class Outcome:
     def delay(self, share):
         return self.delays[int(share * (len(self.delays) - 1))] if self.delays else 0
 
+    def text(self):
+        return (f"{self.whole} of {self.sent} frames, longest gap {self.longest_gap * 1000:.0f} ms, "
+                f"delay {self.delay(0.5) * 1000:.0f} and {self.delay(0.95) * 1000:.0f} ms")
+
 
 def sent_frames(path):
     """The list that gst_sender wrote. It may have been stopped within a line."""
