@@ -38,7 +38,7 @@ constexpr uint16_t kSeqOrigins[] = {1000, 0xFFF8, 0, 0x7FF8};
 constexpr uint32_t kTimestampOrigins[] = {90000, 0xFFFFE000u, 0, 0x7FFFE000u};
 constexpr zeb_ts_t kTimeOrigins[] = {1000000, 1, 0xFFFFFF00u, 5};
 
-// How payloads begin; the rest is filler. The first bit of a kind's number above them says that it is a key frame's.
+// How payloads begin; the rest is filler.
 struct payload_kind {
     uint8_t payload_type;
     bytes start;
@@ -385,10 +385,12 @@ bytes Program::rtp_bytes(uint8_t payload_type, bool marker, uint16_t seq, uint32
 void Program::append_payload(bytes *packet, const payload_kind &kind, uint8_t size) const
 {
     packet->insert(packet->end(), kind.start.begin(), kind.start.end());
-    packet->insert(packet->end(), size, static_cast<uint8_t>(0x80 | size));
     if (kind.start.empty()) {
-        (*packet)[0] |= 0x20; // padding, by its own last byte
+        packet->insert(packet->end(), size, size); // padding ends with its length
+        (*packet)[0] |= 0x20;
+        return;
     }
+    packet->insert(packet->end(), size, static_cast<uint8_t>(0x80 | size));
 }
 
 void Program::receive(const bytes &packet, bool is_retrans)
