@@ -23,8 +23,9 @@ Examples:
   vrc listen --codec h264 --record call.pcap --stats call.jsonl --duration 60
   vrc listen --codec h264 --all -o call.h264   each sender into call-SSRC.h264
 
-RTCP comes to the port above the one of RTP. It goes to where --rtcp says, else to whoever sent to the RTCP port
-last, else to where RTP comes from.)";
+RTCP comes to the port above the one of RTP, and goes to where --rtcp says, else to where the sender's RTCP comes
+from, else to where its RTP comes from. Without --all one sender at a time is written; one that is started again
+goes on in the same file.)";
 
 struct feedback_name {
     const char *name;
@@ -79,7 +80,7 @@ void key_options_add(CLI::App *command, listen_options *options)
     command
         ->add_option_function<std::string>(
             "--srtp-send", [options](const std::string &text) { options->sending_key = srtp_key_parse(text); },
-            "Encrypt RTCP with this key; with the sender's when not given")
+            "Encrypt what is sent with this key instead of the sender's")
         ->type_name("SUITE:KEY");
     command
         ->add_option_function<std::string>(
@@ -105,7 +106,7 @@ void output_options_add(CLI::App *command, listen_options *options)
 {
     command->add_option("-o,--output", options->output, "Write the frames as Annex B; - is standard output")
         ->type_name("OUT");
-    command->add_flag("--all", options->is_all, "Receive every sender, each into a file named OUT with its SSRC");
+    command->add_flag("--all", options->is_all, "Write every sender, each to a file of its own: OUT with its SSRC");
     command->add_option("--stats", options->stats, "Write a JSON record of each stream a second; - is standard output")
         ->type_name("FILE");
     command
@@ -139,7 +140,7 @@ channel_feedback feedback_parse(const std::string &text)
 
 CLI::App *listen_command_add(CLI::App *app, listen_options *options)
 {
-    CLI::App *command = app->add_subcommand("listen", "Receive a video stream from the network");
+    CLI::App *command = app->add_subcommand("listen", "Receive video streams from the network");
     command->footer(kNotes);
     stream_options_add(command, options);
     key_options_add(command, options);

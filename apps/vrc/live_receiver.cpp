@@ -313,6 +313,10 @@ std::string live_receiver::no_video_reason() const
         if (stream.is_video() && stream.codec != config_.codec) {
             return fmt::format("payload type {} looks like {}", stream.identity.payload_type, codec_name(stream.codec));
         }
+        if (stream.behaves_like_rtp && stream.looks_encrypted) {
+            return fmt::format("payload type {} looks encrypted (SRTP): its key can be given with --srtp",
+                               stream.identity.payload_type);
+        }
     }
     return seen.streams.empty() ? "no RTP came" : "no payload type from 96 to 127 looks like it";
 }

@@ -110,6 +110,27 @@ TEST(LiveReceiver, TakesNoStaticPayloadTypeForVideo)
     EXPECT_NE(scene.receiver.no_video_reason(), "");
 }
 
+TEST(LiveReceiver, SaysWhatItSeesInsteadOfVideo)
+{
+    live_scene encrypted(config_of(std::nullopt));
+    uint32_t state = 1;
+    for (uint16_t seq = 0; seq < 100; ++seq) {
+        bytes payload(200);
+        for (uint8_t &byte : payload) {
+            state = state * 1664525 + 1013904223;
+            byte = static_cast<uint8_t>(state >> 24);
+        }
+        encrypted.receive(rtp({seq, seq * 900u, true, 7, 96}, payload));
+    }
+    EXPECT_EQ(encrypted.receiver.no_video_reason(),
+              "payload type 96 looks encrypted (SRTP): its key can be given with --srtp");
+    live_config config = config_of(std::nullopt);
+    config.codec = VIDEO_TYPE_H265;
+    live_scene other_codec(config);
+    other_codec.send_pictures({1, 0, false, 7, 96}, 30);
+    EXPECT_EQ(other_codec.receiver.no_video_reason(), "payload type 96 looks like h264");
+}
+
 TEST(LiveReceiver, TakesGivenPayloadTypeAlone)
 {
     live_scene scene(config_of(10));
