@@ -25,7 +25,8 @@ def run(*command, **options):
     """Runs a command, and says what it wrote when it fails."""
     result = subprocess.run([str(part) for part in command], capture_output=True, text=True, **options)
     if result.returncode != 0:
-        fail(f'{" ".join(map(str, command))}\n{result.stdout}{result.stderr}')
+        lines = (result.stdout + result.stderr).splitlines()
+        fail('\n'.join([' '.join(map(str, command)), *lines[-40:]]))
     return result.stdout
 
 

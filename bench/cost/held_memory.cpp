@@ -10,6 +10,8 @@ using namespace bench;
 namespace
 {
 
+constexpr uint16_t kFrameSizes[] = {10, 100, 1000}; // packets
+
 // The board's C library prints no size_t.
 unsigned long printable(size_t size)
 {
@@ -160,14 +162,14 @@ void report_clients()
 void held_memory_report()
 {
     report_streams();
-    for (const uint16_t n_pkts : {10, 100, 1000}) {
+    for (const uint16_t n_pkts : kFrameSizes) {
         report_frame_queue(n_pkts);
     }
-    for (const uint16_t n_pkts : {10, 100, 1000}) {
+    for (const uint16_t n_pkts : kFrameSizes) {
         report_reorder_cache(n_pkts);
     }
     report_clients();
-    for (const uint16_t n_pkts : {10, 100, 1000}) {
+    for (const uint16_t n_pkts : kFrameSizes) {
         report_hand_out(n_pkts);
     }
 }
