@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <map>
 #include <memory>
 
 #include "byte_order.h"
@@ -33,6 +34,7 @@ constexpr uint32_t kFirstSsrc = 0x11223300;
 constexpr uint32_t kFirstRtxSsrc = 0x55667700;
 constexpr uint8_t kH264 = 96, kH265 = 97, kRtxH264 = 98, kRtxH265 = 99;
 constexpr uint32_t kTimestampStep = 3000;
+constexpr size_t kSentSizeMax = 1200;             // bytes of an RTCP datagram
 constexpr uint64_t kCountMax = uint64_t{1} << 40; // a counter above has gone below 0
 constexpr uint16_t kSeqOrigins[] = {1000, 0xFFF8, 0, 0x7FF8};
 constexpr uint32_t kTimestampOrigins[] = {90000, 0xFFFFE000u, 0, 0x7FFFE000u};
@@ -119,6 +121,7 @@ class Program
 
     static void on_frame(void *context, const channel_frame *frame);
     static void on_rtcp(void *context, const uint8_t *datagram, size_t size);
+    void check_key_frame_requests(const uint8_t *datagram, size_t size);
     void call_back_in();
 
     fuzz::Input &input_;
@@ -131,6 +134,8 @@ class Program
     size_t packets_since_tick_ = 0;
     size_t n_in_bursts_ = 0;
     bool calls_back_in_ = false;
+    size_t n_sent_in_call_ = 0; // RTCP datagrams
+    std::map<uint32_t, zeb_ts_t> key_frame_asked_at_;
     size_t most_budget_ = 0;
     uint32_t seen_ = 0; // of what came out: makes the sanitizer look at each byte
 };
@@ -344,9 +349,28 @@ void Program::on_rtcp(void *context, const uint8_t *datagram, size_t size)
 {
     auto *self = static_cast<Program *>(context);
     fuzz::check(rtcp_validate(datagram, size), "what is sent is well-formed");
-    fuzz::check(size <= 1500, "what is sent fits into a datagram");
+    fuzz::check(size <= kSentSizeMax, "what is sent fits into a datagram");
+    self->n_sent_in_call_++;
+    self->check_key_frame_requests(datagram, size);
     if (self->calls_back_in_) {
         self->call_back_in();
+    }
+}
+
+// However much is lost, a sender is asked for a key frame now and then only.
+void Program::check_key_frame_requests(const uint8_t *datagram, size_t size)
+{
+    rtcp_cursor cursor = rtcp_cursor_begin(datagram, size);
+    rtcp_item item;
+    while (rtcp_next(&cursor, &item)) {
+        if (item.kind != RTCP_ITEM_PLI && item.kind != RTCP_ITEM_FIR) {
+            continue;
+        }
+        const uint32_t ssrc = item.kind == RTCP_ITEM_PLI ? item.pli.media_ssrc : rtcp_fir_at(&item.fir.entries, 0).ssrc;
+        const auto asked = key_frame_asked_at_.find(ssrc);
+        fuzz::check(asked == key_frame_asked_at_.end() || now_ - asked->second >= kKeyFrameIntervalMin,
+                    "key-frame requests keep their distance");
+        key_frame_asked_at_[ssrc] = now_;
     }
 }
 
@@ -397,7 +421,9 @@ void Program::receive(const bytes &packet, bool is_retrans)
 {
     largest_packet_ = std::max(largest_packet_, packet.size());
     packets_since_tick_++;
+    n_sent_in_call_ = 0;
     rtc_channel_receive_rtp(channel_, packet.data(), packet.size(), is_retrans, &now_);
+    fuzz::check(n_sent_in_call_ <= 2, "a packet causes one request for packets and one for a key frame at most");
     if (packet.size() >= 12) {
         check_stream(be32_read(&packet[8]), 0);
     }
@@ -625,6 +651,7 @@ void Program::renew_channel()
 {
     rtc_channel_destroy(channel_);
     create_channel();
+    key_frame_asked_at_.clear();
     check_all();
 }
 
