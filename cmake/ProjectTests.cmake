@@ -1,8 +1,6 @@
 # project_tests(TARGET [PROPERTIES ...]): each test of a GoogleTest program by its name. For the device the program becomes
 # an image, one test that runs them all.
 if(VIDEO_STREAM_FIRMWARE)
-  set(VIDEO_STREAM_HOST_BUILD "${PROJECT_SOURCE_DIR}/build/dev" CACHE PATH
-    "Build directory of the host: what its tests are and what its vrc does is what the images have to show")
   set(test_image "${PROJECT_SOURCE_DIR}/firmware/test_image")
   set(test_image_arguments --host "${VIDEO_STREAM_HOST_BUILD}" --device "${PROJECT_BINARY_DIR}")
   function(project_tests target)

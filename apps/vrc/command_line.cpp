@@ -105,7 +105,9 @@ class command_line
             ->type_name("OUT");
         replay_->add_option("--frames", replay_options_.frames, "Write a line for each frame; - is standard output")
             ->type_name("FILE");
-        replay_->add_flag("--json", replay_options_.is_json, "Write the summary as JSON");
+        CLI::Option *json = replay_->add_flag("--json", replay_options_.is_json, "Write the summary as JSON");
+        replay_->add_flag("--counts", replay_options_.is_counts, "Write every count as the summary, a line each")
+            ->excludes(json);
         replay_->add_flag("-v,--verbose", replay_options_.verbosity,
                           "Print the receiver's log to standard error; twice for all of it");
         choice_add();

@@ -131,6 +131,14 @@ void other_videos_note(const search_result &found, const rtp_stream &chosen)
     }
 }
 
+std::string replay_summary(const replay_options &options, const replay_result &result, const std::string &capture)
+{
+    if (options.is_counts) {
+        return replay_counts_text(result);
+    }
+    return options.is_json ? json_text(replay_json(result, capture)) : replay_text(result, capture);
+}
+
 } // namespace
 
 exit_code info_run(const info_options &options)
@@ -163,8 +171,7 @@ exit_code replay_run(const replay_options &options)
     writer.close();
 
     const bool is_stdout_taken = options.output == "-" || options.frames == "-";
-    text_write(is_stdout_taken ? stderr : stdout,
-               options.is_json ? json_text(replay_json(result, file.name())) : replay_text(result, file.name()));
+    text_write(is_stdout_taken ? stderr : stdout, replay_summary(options, result, file.name()));
     if (result.report.frames == 0) {
         throw failure(exit_code::nothing_usable,
                       fmt::format("no frame came out of the stream in '{}'; the summary says what became of its "

@@ -25,7 +25,8 @@ struct replay_options {
     stream_choice choice;
     replay_setup setup;
     bool is_json = false;
-    int verbosity = 0; // 1: what the receiver does, 2: everything it says
+    bool is_counts = false; // the summary is every count, a line each; not with is_json
+    int verbosity = 0;      // 1: what the receiver does, 2: everything it says
 };
 
 // Replays one stream of a capture. Returns nothing_usable when no frame came out.

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "datagram_source.h"
+#include "packet_owner.h"
 #include "rtp.h"
 #include "video_stream.h"
 
@@ -12,8 +13,6 @@ namespace vrc
 {
 namespace
 {
-
-constexpr size_t kRtpHeaderSize = 12;
 
 // Datagrams that only look like RTP make a candidate each. Beyond this many the lone ones are forgotten.
 constexpr size_t kCandidatesMax = 20'000;
@@ -53,15 +52,11 @@ bool operator==(const stream_identity &left, const stream_identity &right)
 
 std::optional<stream_identity> stream_identity_read(const udp_datagram &datagram)
 {
-    const byte_view packet = datagram.payload;
-    if (packet.size() < kRtpHeaderSize || packet[0] >> 6 != 2) {
+    packet_owner owner{};
+    if (!packet_owner_read(datagram.payload.data(), datagram.payload.size(), &owner)) {
         return std::nullopt;
     }
-    const uint8_t payload_type = packet[1] & 0x7F;
-    if (payload_type >= 64 && payload_type <= 95) {
-        return std::nullopt;
-    }
-    return stream_identity{datagram.path, packet.be32(8), payload_type};
+    return stream_identity{datagram.path, owner.ssrc, owner.payload_type};
 }
 
 double stream_bit_rate(const rtp_stream &stream)

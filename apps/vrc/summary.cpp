@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "replay_counts.h"
+
 namespace vrc
 {
 namespace
@@ -384,6 +386,15 @@ std::string replay_text(const replay_result &result, const std::string &capture)
         line(&out, "note        {} ms of silence skipped", result.silence_skipped_ms);
     }
     return fmt::to_string(out) + capture_notes(result.capture);
+}
+
+std::string replay_counts_text(const replay_result &result)
+{
+    std::string text;
+    replay_counts_write(
+        {&result.report, result.refused.data(), result.silence_skipped_ms},
+        [](void *context, const char *line) { *static_cast<std::string *>(context) += line; }, &text);
+    return text;
 }
 
 json stream_summary_json(const replay_result &result)

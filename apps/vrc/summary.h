@@ -23,6 +23,9 @@ json streams_json(const search_result &found, const std::string &capture);
 std::string replay_text(const replay_result &result, const std::string &capture);
 json replay_json(const replay_result &result, const std::string &capture);
 
+// Every count, a line each, as the image for the device writes them.
+std::string replay_counts_text(const replay_result &result);
+
 // Of that, what concerns the stream and not the capture.
 std::string stream_text(const replay_result &result);
 json stream_summary_json(const replay_result &result);

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <set>
 
 #include "video_stream.h"
@@ -170,6 +172,27 @@ TEST(Summary, NamesEveryReasonInJsonAlsoWhenItDidNotHappen)
     EXPECT_EQ(object["sender"]["restarts"].size(), static_cast<size_t>(RESTART_REASONS));
     EXPECT_EQ(object["timing"]["bit_rate"], 0);
     EXPECT_EQ(object["timing"]["frame_rate"], 0);
+}
+
+TEST(Summary, CountsEverythingOnALineEach)
+{
+    const std::string text = "\n" + replay_counts_text(result_of_test());
+    for (const char *line :
+         {"packets 407", "packets_lost 3", "gaps 2", "packets_dropped.duplicate 5", "packets_dropped.late 1",
+          "packets_refused.bad_header 4", "packets_refused.late 0", "frames 61", "frames_dropped.incomplete 3",
+          "losses_given_up.held_key_frame 2", "restarts.pause 25", "nacks_sent 12", "byes 24"}) {
+        EXPECT_NE(text.find("\n" + std::string(line) + "\n"), std::string::npos) << line;
+    }
+}
+
+// A line for each field, and for each reason of its arrays: what is added to the report is to be added to the counts.
+TEST(Summary, CountsEveryFieldOfTheReport)
+{
+    const std::string text = replay_counts_text(result_of_test());
+    const size_t other_than_64_bits = 4; // three counts of freezes, and the jitter
+    const size_t in_report = (offsetof(stream_report, last_second) - other_than_64_bits * 4) / 8 + other_than_64_bits;
+    const size_t beside_it = PACKET_DROP_REASONS + 1; // refused packets, and the silence that was skipped
+    EXPECT_EQ(static_cast<size_t>(std::count(text.begin(), text.end(), '\n')), in_report + beside_it);
 }
 
 TEST(Summary, ListsStreamsThatBehaveLikeRtp)
