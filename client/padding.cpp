@@ -67,7 +67,7 @@ static bool __follows_at_once(const stream_state *state, uint32_t timestamp, con
     case PACKET_ROLE_LEAD:
     case PACKET_ROLE_FIRST_SLICE:
         break;
-    case PACKET_ROLE_KEY_SLICE: // its parameter sets may be what is missing
+    case PACKET_ROLE_KEY_PART: // a parameter set may be what is missing
     case PACKET_ROLE_OTHER:
         return false;
     }

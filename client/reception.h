@@ -34,7 +34,7 @@ enum packet_role : uint8_t {
     PACKET_ROLE_UNIT_START,  // stands at the beginning of an access unit
     PACKET_ROLE_LEAD,        // stands in front of the picture's slices
     PACKET_ROLE_FIRST_SLICE, // of a picture that refers to others
-    PACKET_ROLE_KEY_SLICE    // the first one of a picture for random access
+    PACKET_ROLE_KEY_PART     // of a picture for random access: another parameter set, the first slice
 };
 
 struct reception_packet {

@@ -366,6 +366,8 @@ static void __restart(stream_state *state)
                state->stream->channel->name_id, state->stream->user->state->uid);
     __cache_clear(state, FRAME_DROP_AFTER_GAP);
     rtp_delivery_restart(&state->rtp);
+    // An encoder that was made anew has other parameter sets, and a key frame that lost them must not get the old ones.
+    state->sets = state->stream->channel->state->described_sets;
     state->numbering = {};
     state->has_floor = false;
 }
@@ -407,10 +409,20 @@ static packet_drop_e __admit(stream_state *state, PVideoData4 *video, bool is_re
     return __hold_or_feed(state, video, is_retrans, now_p);
 }
 
+static void __sets_note(stream_state *state, const PVideoData4 *video)
+{
+    const auto *bytes = static_cast<const uint8_t *>(video->payload.values);
+    rtp_view view;
+    if (rtp_parse(bytes, video->payload.count, &view) == PACKET_DROP_REASONS) {
+        parameter_sets_note_payload(&state->sets, video->header.codec, bytes + view.header_size, view.payload_size);
+    }
+}
+
 static void __stray_take_in(stream_state *state, const zeb_ts_t *now_p)
 {
     held_packet *stray = packet_hold_take_first(&state->stray);
     if (stray != nullptr) {
+        __sets_note(state, &stray->video);
         __admit(state, &stray->video, stray->is_retrans, now_p);
         held_packet_free(stray);
     }
@@ -442,13 +454,13 @@ static packet_role __role_of(const rtp_view *view, const nal_summary *summary)
     if (summary->starts_access_unit) {
         return PACKET_ROLE_UNIT_START;
     }
-    if (summary->leads_picture) {
-        return PACKET_ROLE_LEAD;
-    }
-    if (!summary->is_first_slice) {
+    if (!summary->leads_picture && !summary->is_first_slice) {
         return PACKET_ROLE_OTHER;
     }
-    return summary->is_key ? PACKET_ROLE_KEY_SLICE : PACKET_ROLE_FIRST_SLICE;
+    if (summary->is_key) {
+        return PACKET_ROLE_KEY_PART;
+    }
+    return summary->leads_picture ? PACKET_ROLE_LEAD : PACKET_ROLE_FIRST_SLICE;
 }
 
 static reception_verdict __note(stream_state *state, const rtp_view *view, packet_role role, bool is_retrans,
@@ -471,7 +483,6 @@ packet_drop_e rtp_intake_take(stream_state *state, const uint8_t *packet, const 
     stream->is_webrtc = 1;
     stream->is_nass = 1;
     stream->codec = codec;
-    parameter_sets_note_payload(&state->sets, codec, packet + view->header_size, view->payload_size);
     const nal_summary summary = nal_inspect(codec, packet + view->header_size, view->payload_size);
     const reception_verdict verdict = __note(state, view, __role_of(view, &summary), is_retrans, *now_p);
     PVideoData4 video;
@@ -481,6 +492,7 @@ packet_drop_e rtp_intake_take(stream_state *state, const uint8_t *packet, const 
     if (verdict == RECEPTION_RESTARTED || verdict == RECEPTION_RESUMED) {
         __stray_take_in(state, now_p);
     }
+    parameter_sets_note_payload(&state->sets, codec, packet + view->header_size, view->payload_size);
     packet_drop_e result = PACKET_DROP_NO_MEMORY;
     if (__video_make(state, &video, packet, view, summary.is_key)) {
         video_stream_send_bandwidth_est(stream, &video, !is_retrans, now_p);

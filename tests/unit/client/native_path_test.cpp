@@ -178,6 +178,24 @@ TEST_F(NativePath, AsksForAKeyFrameWhenNoneIsLeft)
     expect_frames({key, second});
 }
 
+// At 30 frames a second the queue's 40 slots are full before any of its frames has waited for the patience.
+TEST_F(NativePath, GivesUpALossWhenTheQueueIsFullBeforeThePatienceIsOver)
+{
+    const native_frame key = {10, 100, 1, true};
+    receive(key);
+    for (uint16_t i = 0; i < 39; i++) { // frame 11 is lost
+        receive({12u + i, static_cast<uint16_t>(102 + i), 1});
+        client.pass(33);
+    }
+    EXPECT_EQ(client.report(kUid).key_frame_requests, 0u) << "it may still come";
+    receive({51, 141, 1});
+    EXPECT_GE(client.report(kUid).key_frame_requests, 1u) << "its slot is taken";
+    EXPECT_EQ(client.frame_drops(kUid), "after_gap=40");
+    const native_frame second = {52, 142, 1, true};
+    receive(second);
+    expect_frames({key, second});
+}
+
 TEST_F(NativePath, WaitsForAKeyFrameThatIsStillComing)
 {
     const native_frame key = {10, 100, 1, true};

@@ -181,6 +181,27 @@ TEST_P(Padding, IsNotTakenForAFrameThatWasLost)
     EXPECT_EQ(stream.client.report().packets_padding_lost, 0u);
 }
 
+// Where frames begin with supplemental information, a picture parameter set is like them, but not first in its frame.
+TEST_P(Padding, IsNotTakenForAParameterSetThatWasLost)
+{
+    using rtp_builder::nal_unit;
+    Stream stream(GetParam());
+    stream.add(stream.sender.key_frame(3));
+    for (int i = 0; i < 35; i++) {
+        stream.add(stream.sender.raw_frame({nal_unit(6, 9), nal_unit(1, 200)}, false));
+    }
+    stream.add(stream.sender.raw_frame({nal_unit(7, 10), nal_unit(8, 4), nal_unit(5, 300)}, true));
+    const size_t lost = stream.packets.size() - 3;
+    for (size_t i = 0; i < stream.packets.size(); i++) {
+        if (i != lost) {
+            stream.arrive(i);
+        }
+    }
+    stream.client.pass(5000);
+    EXPECT_EQ(stream.client.frames.size(), 36u);
+    EXPECT_EQ(stream.client.report().packets_padding_lost, 0u);
+}
+
 TEST(PaddingRequests, NameTheNumbersOfTheSender)
 {
     Stream stream(true);
