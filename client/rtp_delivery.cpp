@@ -122,8 +122,9 @@ void rtp_delivery_finish(stream_state *state, const zeb_ts_t *now_p)
 // ---- Opening a frame ----
 
 // The cache takes the lowest key-frame packet that it has for the first one of its frame. It is that one if the packet
-// before it belongs to another frame, handed over or at least seen, or if it says itself that it begins a picture. The
-// first slice of a stream's very first packet does, too, when the parameter sets are known from elsewhere.
+// before it belongs to another frame, handed over or at least seen, or if it says itself that it begins a picture. In a
+// stream's very first packet the first slice, and what stands in front of it, do too when the parameter sets are known
+// from elsewhere.
 static bool __is_beginning_proven(const stream_state *state, const delivered_packet *packet)
 {
     const uint8_t codec = packet->video->header.codec;
@@ -133,7 +134,7 @@ static bool __is_beginning_proven(const stream_state *state, const delivered_pac
     }
     const nal_summary summary = nal_inspect(codec, packet->payload, view->payload_size);
     const uint32_t number = reception_number(&state->arrivals, view->seq);
-    const bool opens_stream = number == state->arrivals.first && summary.is_first_slice;
+    const bool opens_stream = number == state->arrivals.first && (summary.is_first_slice || summary.leads_picture);
     return state->rtp.is_continuous || summary.starts_access_unit ||
            reception_proves_beginning(&state->arrivals, number, view->timestamp) ||
            (opens_stream && parameter_sets_are_known(&state->sets, codec));

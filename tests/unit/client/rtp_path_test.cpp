@@ -190,28 +190,32 @@ TEST(RtpPathStart, TakesAKeyFrameWithoutParameterSetsBehindAnotherFrame)
     expect_frames(client, {key});
 }
 
-TEST(RtpPathStart, TakesAnIdrSliceForAStreamsBeginningWhenItsParameterSetsWereDescribed)
+TEST(RtpPathStart, TakesAnIdrSliceOrWhatLeadsItForAStreamsBeginningWhenItsParameterSetsWereDescribed)
 {
-    for (const bool is_described : {true, false}) {
-        Client client;
-        Sender sender;
-        const bytes sps = nal_unit(7, 10);
-        const bytes pps = nal_unit(8, 4);
-        if (is_described) {
-            rtc_channel_set_parameter_set(client.channel, VIDEO_TYPE_H264, sps.data(), sps.size());
-            rtc_channel_set_parameter_set(client.channel, VIDEO_TYPE_H264, pps.data(), pps.size());
-        }
-        frame key = sender.raw_frame({nal_unit(5, 100), nal_unit(5, 90)}, true);
-        client.receive(key);
-        client.pass(300);
-        bytes sets = {0, 0, 0, 1};
-        sets.insert(sets.end(), sps.begin(), sps.end());
-        sets.insert(sets.end(), {0, 0, 0, 1});
-        sets.insert(sets.end(), pps.begin(), pps.end());
-        key.annexb.insert(key.annexb.begin(), sets.begin(), sets.end());
-        EXPECT_EQ(client.frames.size(), is_described ? 1u : 0u);
-        if (!client.frames.empty()) {
-            EXPECT_EQ(client.frames[0].data, key.annexb);
+    const bytes sps = nal_unit(7, 10);
+    const bytes pps = nal_unit(8, 4);
+    bytes sets = {0, 0, 0, 1};
+    sets.insert(sets.end(), sps.begin(), sps.end());
+    sets.insert(sets.end(), {0, 0, 0, 1});
+    sets.insert(sets.end(), pps.begin(), pps.end());
+    const std::vector<bytes> slices = {nal_unit(5, 100), nal_unit(5, 90)};
+    const std::vector<bytes> behind_information = {nal_unit(6, 20), nal_unit(5, 100), nal_unit(5, 90)};
+    for (const std::vector<bytes> &units : {slices, behind_information}) {
+        for (const bool is_described : {true, false}) {
+            Client client;
+            Sender sender;
+            if (is_described) {
+                rtc_channel_set_parameter_set(client.channel, VIDEO_TYPE_H264, sps.data(), sps.size());
+                rtc_channel_set_parameter_set(client.channel, VIDEO_TYPE_H264, pps.data(), pps.size());
+            }
+            frame key = sender.raw_frame(units, true);
+            client.receive(key);
+            client.pass(300);
+            key.annexb.insert(key.annexb.begin(), sets.begin(), sets.end());
+            EXPECT_EQ(client.frames.size(), is_described ? 1u : 0u);
+            if (!client.frames.empty()) {
+                EXPECT_EQ(client.frames[0].data, key.annexb);
+            }
         }
     }
 }
@@ -509,25 +513,6 @@ TEST(RtpPathRestart, FollowsASenderThatNumbersAnew)
         expect_frames(client, sent);
         EXPECT_EQ(client.packet_drops(), "") << jump;
     }
-}
-
-// Its parameter sets may be others, so a key frame without its own does not come out with those of before.
-TEST(RtpPathRestart, ForgetsTheParameterSetsOfTheSenderBefore)
-{
-    Client client;
-    Sender sender;
-    std::vector<frame> sent = {sender.key_frame(), sender.delta_frame()};
-    client.receive(sent[0]);
-    client.receive(sent[1]);
-    sender.seq = static_cast<uint16_t>(sender.seq + 30000);
-    client.receive_without(sender.key_frame(4), {0, 1});
-    client.receive(sender.delta_frame());
-    client.pass(2100);
-    expect_frames(client, sent);
-    sent.push_back(sender.key_frame());
-    client.receive(sent[2]);
-    client.pass(300);
-    expect_frames(client, sent);
 }
 
 // The reorder cache numbers its frames from 1000 again after a drop to a key frame, without saying so. Frames that
