@@ -515,6 +515,25 @@ TEST(RtpPathRestart, FollowsASenderThatNumbersAnew)
     }
 }
 
+// Its parameter sets may be others, so a key frame without its own does not come out with those of before.
+TEST(RtpPathRestart, ForgetsTheParameterSetsOfTheSenderBefore)
+{
+    Client client;
+    Sender sender;
+    std::vector<frame> sent = {sender.key_frame(), sender.delta_frame()};
+    client.receive(sent[0]);
+    client.receive(sent[1]);
+    sender.seq = static_cast<uint16_t>(sender.seq + 30000);
+    client.receive_without(sender.key_frame(4), {0, 1});
+    client.receive(sender.delta_frame());
+    client.pass(2100);
+    expect_frames(client, sent);
+    sent.push_back(sender.key_frame());
+    client.receive(sent[2]);
+    client.pass(300);
+    expect_frames(client, sent);
+}
+
 // The reorder cache numbers its frames from 1000 again after a drop to a key frame, without saying so. Frames that
 // were numbered before must not be taken for the new ones.
 TEST(RtpPathRestart, OfTheFrameNumbersAfterADropMixesNothingUp)
