@@ -1,0 +1,127 @@
+// Senders of video: RTP (RFC 3550) with retransmissions, and native packets that carry their frame's number.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "encoder.h"
+#include "ledger.h"
+
+namespace simulation
+{
+
+// What a sender does with a request for packets.
+enum class repair {
+    none,
+    plain,   // sends them again as they were
+    flagged, // the same, and the receiver's application knows which they are
+    rtx      // RFC 4588
+};
+
+struct sender_settings {
+    uint32_t uid = 1; // SSRC of an RTP sender
+    uint8_t stream_id = 0;
+    bool is_native = false;
+    encoder_settings encoder;
+    uint8_t protocol_version = 10; // native path
+    double fec = 0;                // native path: FEC packets, as a share of the media packets
+    double fps = 15;
+    zeb_ts_t key_every = 0; // ms; 0: on request alone
+    zeb_ts_t key_pause = 0; // ms from one key frame to the next at least
+    repair repairs = repair::plain;
+    bool is_rtx_paired = true; // the receiver was told which SSRC the retransmissions have
+    double probes = 0;         // share of frames that padding follows
+    bool keeps_probes = false; // padding is sent again like anything else
+    int extension_words = -1;
+};
+
+constexpr uint8_t kPayloadTypeH264 = 96; // retransmissions have the next one
+constexpr uint8_t kPayloadTypeH265 = 98;
+
+// One packet on the wire.
+struct wire_packet {
+    uint32_t uid = 0;
+    uint32_t name = 0; // of its frame, as in the ledger
+    seq_t seq = 0;
+    bool is_retrans = false;
+    bool is_native = false;
+    uint8_t stream_id = 0;
+    PVideoData4Common common = {}; // native path, as the next
+    Video4Header header = {};
+    bytes data;
+};
+
+class Sender
+{
+  public:
+    Sender(const sender_settings &settings, uint64_t seed, zeb_ts_t now);
+    virtual ~Sender() = default;
+    Sender(const Sender &) = delete;
+    Sender &operator=(const Sender &) = delete;
+
+    // When the next frame is due.
+    zeb_ts_t next_at() const;
+
+    // The packets of the next frame, which is sent now; none while the sender is silent.
+    std::vector<wire_packet> send(zeb_ts_t now);
+
+    // The packet that was asked for, or none.
+    virtual std::vector<wire_packet> send_again(seq_t seq) = 0;
+
+    void ask_key_frame()
+    {
+        wants_key_frame_ = true;
+    }
+
+    // Sends nothing up to `until`.
+    void pause(zeb_ts_t until)
+    {
+        silent_until_ = until;
+    }
+
+    void leave()
+    {
+        has_left_ = true;
+    }
+
+    bool has_left() const
+    {
+        return has_left_;
+    }
+
+    // Numbers anew: packets and frames, or the frames alone.
+    void restart(bool packets_too);
+
+    const sender_settings settings; // as given
+    Ledger ledger;
+    zeb_ts_t disturbed_at; // began, came back or numbered anew last
+    const std::vector<bytes> &parameter_sets() const
+    {
+        return encoder_.parameter_sets();
+    }
+
+  protected:
+    virtual std::vector<wire_packet> wrap(const picture &made, zeb_ts_t now) = 0;
+    virtual void renumber(bool packets_too) = 0;
+    virtual uint32_t name_next(zeb_ts_t now) = 0;
+
+    Random random_;
+
+  private:
+    bool is_key_due(zeb_ts_t now) const;
+
+    Encoder encoder_;
+    zeb_ts_t began_at_;
+    uint64_t n_frames_ = 0;
+    zeb_ts_t key_at_ = 0;
+    bool has_key_ = false;
+    bool wants_key_frame_ = false;
+    bool has_left_ = false;
+    zeb_ts_t silent_until_ = 0;
+};
+
+std::unique_ptr<Sender> make_sender(const sender_settings &settings, uint64_t seed, zeb_ts_t now);
+
+uint32_t rtx_ssrc_of(uint32_t ssrc);
+
+} // namespace simulation

@@ -1,0 +1,220 @@
+// A fixed set of simulated calls, with the stream records looked at after every call of the client; and that what looks
+// for faults would find them.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <numeric>
+
+#include "kelvra_rtc_log.h"
+#include "world.h"
+
+using namespace simulation;
+
+namespace
+{
+
+world_result run(const preset &kind, uint64_t seed)
+{
+    g_log_enable = 0; // bad paths make it talk
+    world_settings settings;
+    settings.seed = seed;
+    settings.kind = &kind;
+    settings.length = 40000;
+    settings.call_max = 30000;
+    settings.bad_min = 2000;
+    settings.bad_max = 6000;
+    return World(settings).run();
+}
+
+std::string joined(const std::vector<std::string> &lines)
+{
+    return std::accumulate(lines.begin(), lines.end(), std::string(),
+                           [](const std::string &all, const std::string &line) { return all + line + "\n"; });
+}
+
+class Simulation : public testing::TestWithParam<preset>
+{
+};
+
+TEST_P(Simulation, BreaksNothing)
+{
+    for (const uint64_t seed : {1u, 2u}) {
+        const world_result result = run(GetParam(), seed);
+        EXPECT_EQ(joined(result.findings), "") << "script/simulate --seed " << seed;
+        EXPECT_GT(result.frames, result.frames_sent / 10);
+        EXPECT_GT(result.checks, 1000u);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(OverA, Simulation, testing::ValuesIn(presets()),
+                         [](const testing::TestParamInfo<preset> &param) {
+                             std::string name = param.param.name;
+                             std::replace(name.begin(), name.end(), '-', '_');
+                             return name;
+                         });
+
+TEST(SimulationSeed, DecidesEverything)
+{
+    const preset &kind = *find_preset("hostile-mix");
+    const world_result first = run(kind, 5);
+    const world_result again = run(kind, 5);
+    const world_result other = run(kind, 6);
+    EXPECT_EQ(first.digest, again.digest);
+    EXPECT_EQ(first.packets, again.packets);
+    EXPECT_NE(first.digest, other.digest);
+}
+
+// ---- What looks for faults ----
+
+channel_frame frame_of(const bytes &data, bool is_key)
+{
+    channel_frame frame = {};
+    frame.data = data.data();
+    frame.size = data.size();
+    frame.codec = VIDEO_TYPE_H264;
+    frame.is_key = is_key;
+    return frame;
+}
+
+// Frames 0 to 3, of which 0 and 3 are key frames, under the names 100 to 103.
+class LedgerOfFour : public testing::Test
+{
+  protected:
+    LedgerOfFour()
+    {
+        for (uint8_t i = 0; i < 4; i++) {
+            data_.push_back({0, 0, 0, 1, 9, i, 0, 0, 0, 1, 5, i});
+            picture made;
+            made.is_key = is_key(i);
+            made.payloads = {{9, i}, {5, i}};
+            made.expected = data_.back();
+            made.optional = {{0, 6}};
+            ledger_.note(100u + i, static_cast<seq_t>(65533 + 2 * i), &made, 1000 + 40 * i);
+        }
+    }
+
+    static bool is_key(size_t i)
+    {
+        return i % 3 == 0;
+    }
+
+    std::string take(size_t i)
+    {
+        return ledger_.take(frame_of(data_[i], is_key(i)), static_cast<uint32_t>(100 + i));
+    }
+
+    Ledger ledger_{VIDEO_TYPE_H264};
+    std::vector<bytes> data_;
+};
+
+TEST_F(LedgerOfFour, AcceptsWhatWasSent)
+{
+    for (size_t i = 0; i < 4; i++) {
+        EXPECT_EQ(take(i), "") << i;
+    }
+    std::string first;
+    EXPECT_EQ(ledger_.count_missing(0, 2000, &first), 0u);
+}
+
+TEST_F(LedgerOfFour, AcceptsAKeyFrameBehindAGap)
+{
+    EXPECT_EQ(take(0), "");
+    EXPECT_EQ(take(3), "");
+    std::string first;
+    EXPECT_EQ(ledger_.count_missing(1040, 1120, &first), 2u);
+    EXPECT_EQ(first, "frame 1 of 12 bytes, sent at 1040");
+}
+
+TEST_F(LedgerOfFour, FindsAnotherFrameBehindAGap)
+{
+    EXPECT_EQ(take(0), "");
+    EXPECT_NE(take(2).find("the one before did not come out"), std::string::npos);
+}
+
+TEST_F(LedgerOfFour, FindsFramesOutOfOrderAndTwice)
+{
+    EXPECT_EQ(take(3), "");
+    EXPECT_NE(take(0).find("behind frame 3"), std::string::npos);
+    EXPECT_NE(take(3).find("twice"), std::string::npos);
+}
+
+TEST_F(LedgerOfFour, FindsOtherBytes)
+{
+    data_[0][11] ^= 1;
+    EXPECT_NE(take(0).find("other bytes"), std::string::npos);
+    data_[0][11] ^= 1;
+    data_[0].push_back(0);
+    EXPECT_NE(take(0).find("other bytes"), std::string::npos);
+    data_[0].resize(11);
+    EXPECT_NE(take(0).find("other bytes"), std::string::npos);
+}
+
+TEST_F(LedgerOfFour, FindsAnotherKind)
+{
+    EXPECT_NE(ledger_.take(frame_of(data_[0], false), 100).find("kind"), std::string::npos);
+}
+
+TEST_F(LedgerOfFour, FindsWhatWasNeverSent)
+{
+    EXPECT_EQ(ledger_.take(frame_of(data_[0], true), 99), "frame 99 was never sent");
+}
+
+TEST_F(LedgerOfFour, LetsOptionalBytesBeMissing)
+{
+    data_[0].erase(data_[0].begin(), data_[0].begin() + 6);
+    EXPECT_EQ(take(0), "");
+    EXPECT_EQ(ledger_.n_shortened(), 1u);
+}
+
+TEST_F(LedgerOfFour, AsksNothingOfFramesThatWereChangedUnderWay)
+{
+    data_[0][11] ^= 1;
+    ledger_.taint(100);
+    EXPECT_EQ(take(0), "");
+    data_[2][11] ^= 1;
+    ledger_.taint_seq(2); // the second packet of frame 2, across the wrap
+    EXPECT_EQ(take(2), "");
+    data_[3][11] ^= 1;
+    EXPECT_NE(take(3), "");
+}
+
+// ---- Links ----
+
+size_t count_arrivals(Link *link, int n)
+{
+    size_t arrived = 0;
+    for (int i = 0; i < n; i++) {
+        arrived += link->send(100, static_cast<zeb_ts_t>(i) * 10).size();
+    }
+    return arrived;
+}
+
+TEST(SimulatedLink, LosesAsMuchAsItShouldInBursts)
+{
+    link_settings settings;
+    settings.to_bad = 0.01;
+    settings.to_good = 0.1;
+    settings.loss_bad = 1;
+    Link link(settings, 1);
+    EXPECT_NEAR(static_cast<double>(count_arrivals(&link, 100000)), 100000 * (1 - 0.01 / 0.11), 1500);
+    link.set_clean(true);
+    EXPECT_EQ(count_arrivals(&link, 1000), 1000u);
+}
+
+TEST(SimulatedLink, KeepsToItsRateAndQueue)
+{
+    link_settings settings;
+    settings.rate_kbps = 80; // 100 bytes in 10 ms
+    settings.queue = 50;
+    Link link(settings, 1);
+    std::vector<zeb_ts_t> delays;
+    for (zeb_ts_t now = 0; now < 1000; now += 5) {
+        for (const passage &copy : link.send(100, now)) {
+            delays.push_back(copy.at - now);
+        }
+    }
+    EXPECT_NEAR(static_cast<double>(delays.size()), 105, 3);
+    EXPECT_LE(*std::max_element(delays.begin(), delays.end()), settings.one_way + settings.queue + 10);
+}
+
+} // namespace
