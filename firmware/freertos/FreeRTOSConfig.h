@@ -2,13 +2,7 @@
 #ifndef FREERTOS_CONFIG_H
 #define FREERTOS_CONFIG_H
 
-#ifdef __cplusplus
-extern "C" {
-#endif
-void kernel_assertion_failed(const char *file, int line);
-#ifdef __cplusplus
-}
-#endif
+#include "kernel_assertion.h"
 
 #define configENABLE_TRUSTZONE 0
 #define configRUN_FREERTOS_SECURE_ONLY 1

@@ -4,9 +4,10 @@
 
 #include <FreeRTOS.h>
 
+#include "kernel_assertion.h"
 #include "kernel_heap.h"
 
-// The C library gives this much of the board's heap to the kernel, and keeps the rest.
+// Of the board's heap; the C library keeps the rest.
 constexpr size_t kKernelHeapSize = size_t{14} << 20; // bytes
 
 void kernel_heap_start()

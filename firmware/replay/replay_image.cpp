@@ -6,14 +6,12 @@
 // does for that stream. CODEC is h264 or h265. Ends with 0; 1 when no frame came out; 2 wrong usage; 3 cannot read or
 // write.
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 
 #include "capture_clock.h"
 #include "log.h"
-#include "packet_owner.h"
 #include "pcap_reader.h"
 #include "replay_counts.h"
+#include "replay_options.h"
 #include "replay_player.h"
 
 namespace
@@ -21,39 +19,12 @@ namespace
 
 constexpr size_t kFileBufferSize = 65536; // bytes; each call of the host takes as long as thousands of instructions
 
-struct options {
-    const char *capture;
-    const char *output;
-    vrc::packet_owner stream;
-    uint8_t codec;
-};
-
-bool options_read(int argc, char **argv, options *read)
-{
-    if (argc != 6) {
-        return false;
-    }
-    read->capture = argv[1];
-    read->output = argv[2];
-    read->stream.ssrc = static_cast<uint32_t>(std::strtoul(argv[3], nullptr, 0));
-    read->stream.payload_type = static_cast<uint8_t>(std::strtoul(argv[4], nullptr, 0));
-    read->codec = std::strcmp(argv[5], "h265") == 0 ? VIDEO_TYPE_H265 : VIDEO_TYPE_H264;
-    return read->codec == VIDEO_TYPE_H265 || std::strcmp(argv[5], "h264") == 0;
-}
-
 bool frame_write(void *context, const channel_frame *frame)
 {
     return std::fwrite(frame->data, 1, frame->size, static_cast<std::FILE *>(context)) == frame->size;
 }
 
-bool is_of_stream(const captured_packet &packet, const vrc::packet_owner &stream)
-{
-    vrc::packet_owner owner = {};
-    return vrc::packet_owner_read(packet.payload, packet.size, &owner) && owner.ssrc == stream.ssrc &&
-           owner.payload_type == stream.payload_type;
-}
-
-void replay(pcap_reader *capture, const options &what, vrc::replay_player *player)
+void replay(pcap_reader *capture, const replay_options &what, vrc::replay_player *player)
 {
     vrc::capture_clock clock;
     captured_packet packet = {};
@@ -62,7 +33,7 @@ void replay(pcap_reader *capture, const options &what, vrc::replay_player *playe
         if (packet.payload == nullptr) {
             continue;
         }
-        if (is_of_stream(packet, what.stream)) {
+        if (replay_options_match(what, packet)) {
             player->advance(elapsed_us);
             player->receive_rtp(packet.payload, packet.size);
         } else if (vrc::rtcp_concerns(packet.payload, packet.size, what.stream.ssrc)) {
@@ -85,7 +56,7 @@ uint64_t counts_print(const vrc::replay_player &player)
     return counts.report->frames;
 }
 
-int run(const options &what)
+int run(const replay_options &what)
 {
     static pcap_reader capture; // too large for the stack
     static char output_buffer[kFileBufferSize];
@@ -113,8 +84,8 @@ int run(const options &what)
 
 int main(int argc, char **argv)
 {
-    options what = {};
-    if (!options_read(argc, argv, &what)) {
+    replay_options what = {};
+    if (!replay_options_read(argc, argv, &what)) {
         std::fputs("usage: replay_image CAPTURE OUTPUT SSRC PAYLOAD_TYPE h264|h265\n", stderr);
         return 2;
     }

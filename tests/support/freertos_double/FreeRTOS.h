@@ -1,5 +1,6 @@
-/* A stand-in for the kernel's header of that name, for tests on a host without the kernel: what platform/freertos uses of
- * it, by the kernel's public interface. freertos_double.cpp says what is behind it. */
+/* A stand-in for the kernel's header of that name, for tests on a host without the kernel: what platform/freertos and
+ * firmware/freertos use of it, by the kernel's public interface. What is behind it is in freertos_double.cpp, for tests of
+ * one task, or in freertos_threads.cpp, for whole programs. */
 #ifndef FREERTOS_DOUBLE_FREERTOS_H
 #define FREERTOS_DOUBLE_FREERTOS_H
 
@@ -24,6 +25,13 @@ typedef void (*TaskFunction_t)(void *);
 #define pdPASS pdTRUE
 #define pdFAIL pdFALSE
 
+/* Memory of heap_5; the last one has no size. */
+typedef struct HeapRegion {
+    uint8_t *pucStartAddress;
+    size_t xSizeInBytes;
+} HeapRegion_t;
+
+void vPortDefineHeapRegions(const HeapRegion_t *pxHeapRegions);
 void *pvPortMalloc(size_t xWantedSize);
 void vPortFree(void *pv);
 

@@ -12,6 +12,8 @@ typedef struct freertos_double_task *TaskHandle_t;
 
 BaseType_t xTaskCreate(TaskFunction_t pxTaskCode, const char *pcName, configSTACK_DEPTH_TYPE usStackDepth,
                        void *pvParameters, UBaseType_t uxPriority, TaskHandle_t *pxCreatedTask);
+void vTaskStartScheduler(void);
+void vTaskDelay(TickType_t xTicksToDelay);
 void vTaskDelete(TaskHandle_t xTaskToDelete);
 TickType_t xTaskGetTickCount(void);
 

@@ -1,0 +1,214 @@
+// A kernel of threads in place of FreeRTOS, to run a whole program with several tasks on the host. One task runs at a time:
+// the one of the highest priority that is ready, until it waits or makes a higher one ready. When all wait, time goes on to
+// the earliest that ends a wait. What interrupts and the real scheduler may do in between does not happen here.
+#include <algorithm>
+#include <condition_variable>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include <FreeRTOS.h>
+#include <queue.h>
+#include <task.h>
+
+struct freertos_double_queue {
+    size_t length;
+    size_t item_size;
+    std::deque<std::vector<uint8_t>> items;
+};
+
+struct freertos_double_task {
+    TaskFunction_t code;
+    void *parameter;
+    UBaseType_t priority;
+    uint64_t ready_at = 0;                         // ticks
+    const freertos_double_queue *reads = nullptr;  // ready earlier when it has an item
+    const freertos_double_queue *writes = nullptr; // ready earlier when it has room
+    std::condition_variable turn;
+};
+
+namespace
+{
+
+// Never destroyed: tasks still wait when the program ends.
+struct kernel {
+    std::mutex lock; // held by the task that runs
+    std::vector<freertos_double_task *> tasks;
+    freertos_double_task *running = nullptr;
+    uint64_t now = 0; // ticks
+};
+
+kernel &g_kernel = *new kernel;
+
+bool is_ready(const freertos_double_task &task)
+{
+    return task.ready_at <= g_kernel.now || (task.reads != nullptr && !task.reads->items.empty()) ||
+           (task.writes != nullptr && task.writes->items.size() < task.writes->length);
+}
+
+freertos_double_task *highest_ready()
+{
+    freertos_double_task *highest = nullptr;
+
+    for (freertos_double_task *task : g_kernel.tasks) {
+        if (is_ready(*task) && (highest == nullptr || task->priority > highest->priority)) {
+            highest = task;
+        }
+    }
+    return highest;
+}
+
+// Lets time pass until a task is ready, and makes it the one that runs.
+void choose_task()
+{
+    freertos_double_task *next = highest_ready();
+
+    if (next == nullptr) {
+        const auto earliest = std::min_element(
+            g_kernel.tasks.begin(), g_kernel.tasks.end(),
+            [](const freertos_double_task *a, const freertos_double_task *b) { return a->ready_at < b->ready_at; });
+        if (earliest == g_kernel.tasks.end()) {
+            std::abort(); // nobody is left who could end the program
+        }
+        g_kernel.now = (*earliest)->ready_at;
+        next = highest_ready();
+    }
+    g_kernel.running = next;
+    next->turn.notify_one();
+}
+
+void wait_for_turn(freertos_double_task *task)
+{
+    std::unique_lock<std::mutex> lock(g_kernel.lock, std::adopt_lock);
+
+    task->turn.wait(lock, [task] { return g_kernel.running == task; });
+    (void)lock.release();
+}
+
+// The task that runs gives way until it is ready again.
+void wait(TickType_t ticks, const freertos_double_queue *reads, const freertos_double_queue *writes)
+{
+    freertos_double_task *self = g_kernel.running;
+
+    self->ready_at = ticks == portMAX_DELAY ? UINT64_MAX : g_kernel.now + ticks;
+    self->reads = reads;
+    self->writes = writes;
+    choose_task();
+    wait_for_turn(self);
+    self->ready_at = 0;
+    self->reads = nullptr;
+    self->writes = nullptr;
+}
+
+void run_task(freertos_double_task *task)
+{
+    g_kernel.lock.lock();
+    wait_for_turn(task);
+    task->code(task->parameter);
+    std::abort(); // a task never returns
+}
+
+} // namespace
+
+extern "C" {
+
+void vPortDefineHeapRegions(const HeapRegion_t * /*pxHeapRegions*/)
+{
+}
+
+void *pvPortMalloc(size_t xWantedSize)
+{
+    return std::malloc(xWantedSize);
+}
+
+void vPortFree(void *pv)
+{
+    std::free(pv);
+}
+
+BaseType_t xTaskCreate(TaskFunction_t pxTaskCode, const char * /*pcName*/, configSTACK_DEPTH_TYPE /*usStackDepth*/,
+                       void *pvParameters, UBaseType_t uxPriority, TaskHandle_t * /*pxCreatedTask*/)
+{
+    auto *task = new freertos_double_task;
+
+    task->code = pxTaskCode;
+    task->parameter = pvParameters;
+    task->priority = uxPriority;
+    g_kernel.tasks.push_back(task);
+    return pdPASS;
+}
+
+void vTaskStartScheduler(void)
+{
+    for (freertos_double_task *task : g_kernel.tasks) {
+        std::thread(run_task, task).detach();
+    }
+    g_kernel.lock.lock();
+    choose_task();
+    g_kernel.lock.unlock();
+    for (;;) {
+        std::this_thread::sleep_for(std::chrono::hours(1)); // a task ends the program
+    }
+}
+
+void vTaskDelete(TaskHandle_t /*xTaskToDelete*/)
+{
+    freertos_double_task *self = g_kernel.running;
+
+    g_kernel.tasks.erase(std::find(g_kernel.tasks.begin(), g_kernel.tasks.end(), self));
+    choose_task();
+    wait_for_turn(self); // which never comes
+}
+
+void vTaskDelay(TickType_t xTicksToDelay)
+{
+    wait(xTicksToDelay, nullptr, nullptr);
+}
+
+TickType_t xTaskGetTickCount(void)
+{
+    return static_cast<TickType_t>(g_kernel.now);
+}
+
+QueueHandle_t xQueueCreate(UBaseType_t uxQueueLength, UBaseType_t uxItemSize)
+{
+    return new freertos_double_queue{uxQueueLength, uxItemSize, {}};
+}
+
+void vQueueDelete(QueueHandle_t xQueue)
+{
+    delete xQueue;
+}
+
+BaseType_t xQueueSend(QueueHandle_t xQueue, const void *pvItemToQueue, TickType_t xTicksToWait)
+{
+    if (xQueue->items.size() >= xQueue->length) {
+        wait(xTicksToWait, nullptr, xQueue);
+    }
+    if (xQueue->items.size() >= xQueue->length) {
+        return pdFALSE;
+    }
+    const auto *item = static_cast<const uint8_t *>(pvItemToQueue);
+    xQueue->items.emplace_back(item, item + xQueue->item_size);
+    if (g_kernel.running != nullptr) {
+        wait(0, nullptr, nullptr); // in favour of a higher one that reads
+    }
+    return pdTRUE;
+}
+
+BaseType_t xQueueReceive(QueueHandle_t xQueue, void *pvBuffer, TickType_t xTicksToWait)
+{
+    if (xQueue->items.empty()) {
+        wait(xTicksToWait, xQueue, nullptr);
+    }
+    if (xQueue->items.empty()) {
+        return pdFALSE;
+    }
+    memcpy(pvBuffer, xQueue->items.front().data(), xQueue->item_size);
+    xQueue->items.pop_front();
+    return pdTRUE;
+}
+}
