@@ -61,6 +61,12 @@ class GstCall:
             process.kill()
             process.communicate()
 
+    def run(self, **options):
+        """A call with one sender from beginning to end: its outcome, and what the sender counted."""
+        with self.path, self.receiver:
+            counts = self.send(**options)
+        return self.outcome(), counts
+
     def send(self, **options):
         """Lets a sender send all its pictures. Returns what it counted."""
         with self.sender(**options) as process:

@@ -10,17 +10,18 @@ import time
 
 LOOPBACK = "127.0.0.1"
 DATAGRAM_MAX = 65536
+ONE_WAY_S = 0.030
 LATE_SHARE = 0.05  # of the datagrams of a path that reorders
+LATE_S = 0.025     # so much later than the others do they come
 
 
 @dataclasses.dataclass
 class Damage:
     """What a path does to datagrams, the same in both directions."""
 
-    one_way: float = 0.030  # seconds
     loss: float = 0.0       # share of the datagrams
     burst: float = 1.0      # datagrams lost at a time, in the mean
-    late: float = 0.0       # seconds by which some come later than those sent behind them
+    reorders: bool = False  # some come later than what was sent behind them
     seed: int = 1
 
 
@@ -35,15 +36,13 @@ class Direction:
     def is_lost(self):
         """Two states: after a loss the next is lost as well with the chance that makes bursts of the mean length."""
         burst, loss = self.damage.burst, self.damage.loss
-        chance = 1 - 1 / burst if self.is_losing else loss / burst / (1 - loss)
-        if burst == 1:
-            chance = loss
-        self.is_losing = self.random.random() < chance
+        again, first = (1 - 1 / burst, loss / burst / (1 - loss)) if burst > 1 else (loss, loss)
+        self.is_losing = self.random.random() < (again if self.is_losing else first)
         return self.is_losing
 
     def delay(self):
-        is_late = self.damage.late > 0 and self.random.random() < LATE_SHARE
-        return self.damage.one_way + (self.damage.late if is_late else 0)
+        is_late = self.damage.reorders and self.random.random() < LATE_SHARE
+        return ONE_WAY_S + (LATE_S if is_late else 0)
 
 
 def open_socket(port=0):
