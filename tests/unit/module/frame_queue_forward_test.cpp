@@ -115,6 +115,16 @@ TEST_F(ExpectedPacketEdge, SkipsTheEntriesAbove255AtTheWrap)
     EXPECT_EQ(cleared_counters(), (std::vector<size_t>{0, 1, 254, 255}));
 }
 
+TEST_F(ExpectedPacketEdge, ClearsEveryCounterOnALongWayWhereverItWraps)
+{
+    for (const seq_t from : std::initializer_list<seq_t>{65000, 64256, 62977, 65535, 0, 1279}) {
+        stream->pkt_seq = from;
+        mark_counters();
+        move_forward(static_cast<seq_t>(from + 20000));
+        EXPECT_EQ(cleared_counters().size(), 1280u) << from;
+    }
+}
+
 TEST_F(ExpectedPacketEdge, GoesOnFromEntry1279ToEntry0)
 {
     stream->pkt_seq = 1278;
@@ -207,6 +217,14 @@ TEST_P(ExpectedPacket, ForgetsTheIndexGivenInTheNextFrame)
     insert_frame(1, 1, 4, {0, 2, 3});
     auto_forward(first, 2);
     EXPECT_EQ(stream->pkt_seq, pkt(2));
+}
+
+TEST_P(ExpectedPacket, FindsTheHoleAtTheBeginningOfTheNextFrame)
+{
+    video_frame *first = insert_frame(0, 0, 1, {0});
+    insert_frame(1, 1, 3, {1, 2});
+    auto_forward(first, 0);
+    EXPECT_EQ(stream->pkt_seq, pkt(1));
 }
 
 TEST_P(ExpectedPacket, StopsBehindTheNewestFrame)

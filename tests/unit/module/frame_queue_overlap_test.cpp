@@ -437,6 +437,19 @@ TEST_F(QueueDrift, FillsAnOccupiedSlotAnewWithoutLosingItsStorage)
     EXPECT_EQ(q->pkt_frame_pos[601], 12);
 }
 
+// The queue counts a frame that it has not, so that the new one has no predecessor and can not be removed.
+TEST_F(QueueDrift, ReleasesAFrameWithoutMemoryThatCannotBeCountedOut)
+{
+    q->count = 1;
+    q->min_frame_seq = frame_seq(7);
+    q->max_frame_seq = frame_seq(7);
+    world.refuse_tag(kArraysTag, 1);
+    EXPECT_EQ(insert(packet(7, 100, 3, 1)), nullptr);
+    EXPECT_EQ(q->count, 1);
+    EXPECT_EQ(slot_of(7)->n_pkts_total, 0);
+    EXPECT_EQ(slot_of(7)->pkts, nullptr);
+}
+
 // A walk from frame 0 to the next would take 2^31 steps, once for each of these packets.
 TEST_F(QueueDrift, FindsTheNextOldestFrameHalfACircleAwayAtOnce)
 {

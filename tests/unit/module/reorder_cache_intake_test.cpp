@@ -648,6 +648,17 @@ TEST(ReorderCacheIntake, SetsBothTimestampBoundsWhileEitherIsUnknown)
     }
 }
 
+TEST(ReorderCacheIntake, TakesEveryTimestampOfMoreThan32BitsForUnknown)
+{
+    ReorderScene scene;
+
+    scene.run(K(0, 1));
+    scene.cache->frm_max_timestamp = uint64_t{1} << 32;
+    scene.run(P(1, -1));
+    EXPECT_EQ(scene.cache->frm_min_timestamp, scene.timestamp(-1));
+    EXPECT_EQ(scene.cache->frm_max_timestamp, scene.timestamp(-1));
+}
+
 TEST(ReorderCacheIntake, HoldsTheTimestampAllOnesForAKnownOne)
 {
     play_to_a_taker({{K(0, 1).m(), "kept, 1000:0 key"}});
@@ -778,5 +789,23 @@ TEST(ReorderCacheFrameAddPkt, WidensTheFrameByTheNearerWayRound)
             EXPECT_EQ(frame.cur_max_seq, scene.seq(row.max)) << row.seq;
             EXPECT_EQ(frame.n_pkts_received, 2);
         }
+    }
+}
+
+// The proof that came meanwhile is not looked for again.
+TEST(ReorderCacheFrameAddPkt, ProvesTheEndsForALowerOrHigherPacketOnly)
+{
+    for (const bool is_start : {true, false}) {
+        ReorderScene scene;
+        webrtc_video_frame_t frame;
+        ASSERT_EQ(webrtc_video_cache_alloc(scene.cache), 0);
+        webrtc_video_frame_init(&frame);
+        webrtc_video_packet_t &packet = scene.cache->pkt_arr[5];
+        packet.pkt_seq = 5;
+        webrtc_video_frame_add_pkt(scene.cache, &frame, &packet);
+        (is_start ? packet.is_key : packet.endmark) = 1;
+        webrtc_video_frame_add_pkt(scene.cache, &frame, &packet);
+        EXPECT_EQ(frame.min_seq, 0xFFFFFFFFu);
+        EXPECT_EQ(frame.max_seq, 0xFFFFFFFFu);
     }
 }
