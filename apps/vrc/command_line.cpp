@@ -29,7 +29,7 @@ Examples:
   vrc listen --codec h264 -o call.h264        receive what comes to UDP port 5004 of this host
 
 Exit status: 0 done; 1 no RTP video found, or no frame came out; 2 wrong usage;
-3 a file cannot be read or written.)";
+3 a file cannot be read or written, or an address not be listened on.)";
 
 constexpr const char *kReplayNotes = R"(
 The stream is found by its looks. Where that fails or there are several, the options say which one is

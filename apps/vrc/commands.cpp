@@ -115,7 +115,7 @@ void decryption_check(const search_result &found, const std::string &capture)
     if (seen.decrypted == 0 && seen.not_authentic > 0) {
         throw failure(exit_code::nothing_usable,
                       fmt::format("none of the {} SRTP packets in '{}' is authentic under the keys given: check suite "
-                                  "and key; of a capture that begins late the packets may have wrapped around before",
+                                  "and key",
                                   seen.not_authentic, capture));
     }
 }
