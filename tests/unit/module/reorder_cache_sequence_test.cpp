@@ -340,6 +340,24 @@ TEST(ReorderCacheRemoval, KeepsTheBoundsWhenNothingIsHeldBehindTheFrame)
     expect_ordered(scene, 8194, 1, 1);
 }
 
+// The lowest packet is not before the highest one, so there is no range to clear.
+TEST(ReorderCacheRemoval, LeavesThePacketsOfAFrameWhoseEndsAreHalfACircleApart)
+{
+    for (const numbering &base : numberings()) {
+        ReorderScene scene(base);
+        scene.run(K(0, 1));
+        for (int seq = 1; seq <= 5; seq++) {
+            scene.run(P(seq, 1));
+        }
+        EXPECT_EQ(scene.run(P(0x8005, 1)), "kept, asks packets"); // in the slot of packet 5
+        EXPECT_EQ(scene.run(check().at(2000)), "");
+        EXPECT_EQ(scene.frame(1), nullptr);
+        EXPECT_EQ(scene.cache->pkt_cur_cnt, 6u);
+        EXPECT_EQ(scene.slot(5).state, WEBRTC_VIDEO_PKT_SET);
+        EXPECT_EQ(scene.slot(5).frm_ptr, nullptr);
+    }
+}
+
 // -- The drop to a key frame --
 
 TEST(ReorderCacheDrop, RemovesFramesUpToTheNextKeyFrame)
