@@ -79,6 +79,7 @@ feedback_address::sender *feedback_address::find_or_add(uint32_t ssrc)
 
 void feedback_address::note_rtp(const feedback_peer &peer, uint32_t ssrc)
 {
+    last_rtp_ = peer;
     if (sender *known = find_or_add(ssrc)) {
         known->rtp = peer;
         if (known->rtcp && known->rtcp_order == announced_order_) {
@@ -127,7 +128,7 @@ std::optional<feedback_peer> feedback_address::get(uint32_t ssrc) const
     if (is_announced_for(one)) {
         return announced_;
     }
-    return one.rtcp ? one.rtcp : one.rtp;
+    return one.rtcp ? one.rtcp : one.rtp ? one.rtp : last_rtp_;
 }
 
 feedback_peer feedback_peer_parse(const std::string &text)

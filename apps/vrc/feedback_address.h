@@ -43,7 +43,7 @@ class feedback_address
     void note_rtp(const feedback_peer &peer, uint32_t ssrc);
 
     // For a sender: the named address; or the one that its RTCP came from, or newer RTCP of nobody else on its host; or
-    // the one that its RTP comes from. None before all of them.
+    // the one that its RTP comes from, or RTP came from last. None before all of them.
     std::optional<feedback_peer> get(uint32_t ssrc) const;
 
   private:
@@ -58,6 +58,7 @@ class feedback_address
 
     bool trusts_senders_only_;
     std::optional<feedback_peer> named_;
+    std::optional<feedback_peer> last_rtp_; // for senders that are not told apart
     std::map<uint32_t, sender> senders_;
     std::optional<feedback_peer> announced_; // by RTCP that names no sender of RTP
     uint64_t announced_order_ = 0;

@@ -124,6 +124,9 @@ std::string listen_media::wrong_key_reason() const
 
 std::string listen_media::no_video_reason() const
 {
+    if (counts_.rtp_datagrams == 0) {
+        return "no RTP came";
+    }
     const std::string reason = wrong_key_reason();
     return reason.empty() ? receiver_.no_video_reason() : reason;
 }

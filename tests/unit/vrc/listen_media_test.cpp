@@ -223,6 +223,13 @@ TEST(ListenMedia, DropsAndCountsWhatIsNotAuthentic)
     EXPECT_EQ(scene.media().no_video_reason(), scene.media().wrong_key_reason());
 }
 
+TEST(ListenMedia, SaysWhenNothingCame)
+{
+    media_scene scene({key_of('a')});
+    scene.take(udp_role::rtcp, kRtcpPort, sender_report());
+    EXPECT_EQ(scene.media().no_video_reason(), "no RTP came");
+}
+
 TEST(ListenMedia, TakesEncryptedReportsAndAnswersWhereTheyCameFrom)
 {
     media_scene scene({key_of('a')});
