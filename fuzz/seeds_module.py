@@ -103,6 +103,10 @@ KEY = dict(key=True)
 TORN_RANGE = b"".join(rtp(i, 0, key=True, seq=i, timestamp=1) for i in range(6)) + rtp(
     0, 0, key=True, seq=0x8003, timestamp=1)
 
+# Three frames whose ranges collapse, and which a call gives up together.
+TORN_RANGES = b"".join(rtp(0, 0, key=True, seq=i, timestamp=1 + i // 2) for i in range(6)) + b"".join(
+    rtp(0, 0, key=True, seq=0x8003 + i, timestamp=1 + i) for i in range(3))
+
 SEEDS = {
     # The native path.
     "native_frames_assembled_and_removed": program(*[
@@ -130,9 +134,10 @@ SEEDS = {
         look_up(0), look_up(38), REMOVE_OLDEST, REMOVE_NEWEST, REMOVE_OLDEST),
     "native_largest_frames": program(native(0, 1280, 1279), native(1, 1280, 0), native(2, 65535, 65534),
                                      native(3, 1281, 1280), assemble(slot(0)), REMOVE_OLDEST),
-    "native_no_memory_for_the_packets": program(refuse(1), native(0, 2, 0), refuse(2), native(0, 2, 0), native(0, 2, 0),
-                                                refuse(1), native(0, 2, 1, copy=True), native(0, 2, 1, copy=True),
-                                                remove(slot(0))),
+    "native_no_memory_for_the_packets": program(refuse(1), native(0, 2, 0), native(0, 2, 0), refuse(2), native(1, 2, 0),
+                                                native(1, 2, 1), remove(slot(1))),
+    "native_no_memory_for_a_copy": program(native(0, 2, 0), refuse(1), native(0, 2, 1, copy=True),
+                                           native(0, 2, 1, copy=True), remove(slot(0))),
     "native_no_memory_to_assemble": program(whole_frame(0, 2, codec=GENERIC), refuse(1), assemble(slot(0)), refuse(2),
                                             assemble(slot(0)), assemble(slot(0))),
     "native_generic_padding": program(
@@ -175,6 +180,9 @@ SEEDS = {
     "rtp_frame_range_collapses": program(TORN_RANGE, passes(2000), rtp(0, 0, seq=0xA010, timestamp=2),
                                          rtp(0, 0, True, seq=0xA003, timestamp=3), passes(2000), origins=0b1000),
     "rtp_frame_range_collapses_then_reset": program(TORN_RANGE, RESET_ALL, TORN_RANGE, RESET_CACHE, TORN_RANGE),
+    "rtp_frame_ranges_collapse_together": program(
+        TORN_RANGES, passes(2000), rtp(0, 0, seq=0xA010, timestamp=2), rtp(0, 0, True, seq=0xA003, timestamp=9),
+        passes(2000), TORN_RANGES, passes(2000), passes(2000)),
     "rtp_frame_range_collapses_then_gone": program(TORN_RANGE, CACHE_GONE, passes(10), TORN_RANGE, CACHE_ANEW,
                                                    CACHE_WITH_RING, TORN_RANGE, clean_up()),
     "rtp_index_beyond_a_frame_of_one": program(
