@@ -38,7 +38,8 @@ struct kernel {
     std::mutex lock; // held by the task that runs
     std::vector<freertos_double_task *> tasks;
     freertos_double_task *running = nullptr;
-    uint64_t now = 0; // ticks
+    uint64_t now = 0;              // ticks
+    const uint8_t *heap = nullptr; // given by the program, and not used
 };
 
 kernel &g_kernel = *new kernel;
@@ -115,8 +116,9 @@ void run_task(freertos_double_task *task)
 
 extern "C" {
 
-void vPortDefineHeapRegions(const HeapRegion_t * /*pxHeapRegions*/)
+void vPortDefineHeapRegions(const HeapRegion_t *pxHeapRegions)
 {
+    g_kernel.heap = pxHeapRegions->pucStartAddress;
 }
 
 void *pvPortMalloc(size_t xWantedSize)
