@@ -3,13 +3,14 @@ import contextlib
 import json
 import pathlib
 import subprocess
+import time
 
 import comparison
 from lossy_path import LOOPBACK, LossyPath, free_port, free_port_pair
 from receiver import Receiver
 
 SENDER = pathlib.Path(__file__).resolve().parent / "gst_sender"
-SENDER_LIMIT_S = 90
+SENDER_LIMIT_S = 60
 SSRC, RTX_SSRC = 0x11223344, 0x55667788
 TYPE, RTX_TYPE = 96, 97
 
@@ -71,6 +72,14 @@ class GstCall:
         """Lets a sender send all its pictures. Returns what it counted."""
         with self.sender(**options) as process:
             return finish(process)
+
+    def wait_for_frames(self, count):
+        """Until the latest sender has sent so many."""
+        end = time.monotonic() + SENDER_LIMIT_S
+        while not self.logs[-1].exists() or len(comparison.sent_frames(self.logs[-1])) < count:
+            if time.monotonic() > end:
+                raise SystemExit(f"the sender sends no {count} frames")
+            time.sleep(0.05)
 
     def outcome(self):
         sent = [frame for log in self.logs for frame in comparison.sent_frames(log)]

@@ -2,15 +2,15 @@
 import json
 import os
 import signal
-import socket
 import subprocess
 import threading
 import time
 
-from lossy_path import LOOPBACK, open_socket
+from lossy_path import open_socket
 
 START_LIMIT_S = 20
 STOP_LIMIT_S = 20
+LIFE_S = 150  # nobody is left behind when a test is killed
 READ_SIZE = 1 << 20
 
 
@@ -19,7 +19,7 @@ class Receiver:
 
     def __init__(self, vrc, port, arguments, directory):
         self.port = port
-        self.command = [vrc, "listen", "--json", "-o", "-", *arguments]
+        self.command = [vrc, "listen", "--json", "-o", "-", "--duration", str(LIFE_S), *arguments]
         self.summary_path = directory / f"summary-{port}.json"
         self.data = b""
         self.arrivals = []  # (size so far, time)
