@@ -132,7 +132,7 @@ class listener
     std::string no_video_reason() const
     {
         for (const listened_media &one : medias_) {
-            const std::string reason = one.media->no_video_reason();
+            std::string reason = one.media->no_video_reason();
             if (!reason.empty()) {
                 return reason;
             }

@@ -700,7 +700,7 @@ TEST(VrcListen, TellsEachSecondHowItGoes)
     EXPECT_GT(records.back()["packetsReceived"], records.front()["packetsReceived"]);
     const std::string shown = content(terminal.path());
     EXPECT_NE(shown.find("\r\x1B[K1 s: "), std::string::npos) << shown;
-    EXPECT_NE(shown.find("of them key frames; 0 NACK, 0 PLI"), std::string::npos) << shown;
+    EXPECT_NE(shown.find("frames, 1 of them key frames; "), std::string::npos) << shown;
 }
 
 TEST(VrcListen, SendsRtcpWhereItIsTold)
