@@ -8,7 +8,7 @@ set(CMAKE_CXX_COMPILER arm-none-eabi-g++)
 # A program needs the board's startup code and memory map, which come with firmware/.
 set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
 
-set(m33_flags "-mcpu=cortex-m33 -mthumb -mfpu=fpv5-sp-d16 -mfloat-abi=hard -ffunction-sections -fdata-sections -g1")
+set(m33_flags "-mcpu=cortex-m33 -mthumb -mfpu=fpv5-sp-d16 -mfloat-abi=hard -ffunction-sections -fdata-sections -g1 -Wno-psabi")
 set(CMAKE_C_FLAGS_INIT "${m33_flags}")
 set(CMAKE_ASM_FLAGS_INIT "${m33_flags}")
 set(CMAKE_CXX_FLAGS_INIT "${m33_flags} -fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-use-cxa-atexit")
