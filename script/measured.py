@@ -4,7 +4,6 @@ A table stands under a heading. Its first column names a row, the others hold wh
 above the published one by more than the room that there is for it, or when a row is not published.
 """
 import os
-import re
 import subprocess
 import sys
 from pathlib import Path
@@ -30,21 +29,27 @@ def run(*command, **options):
     return result.stdout
 
 
-def build(name, optimise, target, options=()):
-    """Configures and builds a target in build/NAME. Returns that directory."""
-    directory = ROOT / 'build' / name
-    off = [f'-DVIDEO_STREAM_{part}=OFF' for part in ('TESTS', 'TOOL')]
-    flags = f'{optimise} -fcallgraph-info=su'
-    run('cmake', '-S', ROOT, '-B', directory, '-G', 'Ninja', *off, '-DVIDEO_STREAM_BENCH=ON', '-DCMAKE_BUILD_TYPE=Release',
-        f'-DCMAKE_C_FLAGS_RELEASE={flags}', f'-DCMAKE_CXX_FLAGS_RELEASE={flags}', *options)
+def build(directory, target, options=None):
+    """Builds a target in a directory, which is configured with the options unless there are none."""
+    if options is not None:
+        run('cmake', '-S', ROOT, '-B', directory, '-G', 'Ninja', *options)
     run('cmake', '--build', directory, '-j', JOBS, '--target', target)
     return directory
 
 
-def build_m33(optimise, target):
-    """The same for the emulated board; the directories of both scripts are the same ones."""
-    options = (f'--toolchain={ROOT}/cmake/m33.cmake', '-DVIDEO_STREAM_FIRMWARE=ON')
-    return build(f'measured-m33{optimise}', optimise, target, options)
+def build_fast(name, target, options=()):
+    """A build at -O2 in build/NAME. Both scripts use the same ones."""
+    flags = [f'-DCMAKE_{language}_FLAGS_RELEASE=-O2' for language in ('C', 'CXX')]
+    off = [f'-DVIDEO_STREAM_{part}=OFF' for part in ('TESTS', 'TOOL')]
+    return build(ROOT / 'build' / name, target, ['-DCMAKE_BUILD_TYPE=Release', *flags, *off, *options])
+
+
+def build_host(target):
+    return build_fast('measured-host', target)
+
+
+def build_m33_fast(target):
+    return build_fast('measured-m33', target, [f'--toolchain={ROOT}/cmake/m33.cmake', '-DVIDEO_STREAM_FIRMWARE=ON'])
 
 
 def run_m33(image):
@@ -92,10 +97,8 @@ def growth(published, measured, room):
         yield f'no longer measured: {", ".join(key)}'
 
 
-def publish(script, document, tables, room=0.0):
-    """Writes the tables into the document with --write; else compares, and ends the program when something grew."""
-    if sys.argv[1:] not in ([], ['--write']):
-        fail(f'usage: {script} [--write]')
+def publish(script, document, tables, write, room=0.0):
+    """Writes the tables into the document, or compares and ends the program when something grew."""
     path = ROOT / 'docs' / document
     begin = BEGIN.format(script)
     text = path.read_text()
@@ -104,7 +107,7 @@ def publish(script, document, tables, room=0.0):
     head, rest = text.split(begin)
     old, tail = rest.split(END)
     new = '\n' + '\n'.join(tables) + '\n'
-    if '--write' in sys.argv:
+    if write:
         path.write_text(head + begin + new + END + tail)
         return
     published, measured = parse_tables(old), parse_tables(new)
@@ -115,7 +118,3 @@ def publish(script, document, tables, room=0.0):
     print(f'{len(measured)} figures measured, {len(complaints)} not as in {path.relative_to(ROOT)}, {smaller} smaller')
     if complaints:
         fail(f'If that is meant to be: {script} --write, and commit the table with its cause.')
-
-
-def compiler_version(compiler):
-    return re.sub(r'^.*?\) ', '', run(compiler, '--version').splitlines()[0])
