@@ -152,7 +152,7 @@ TEST(LiveReceiver, TellsSendersApart)
     EXPECT_EQ(scene.packets_of(7), 6u);
     EXPECT_EQ(scene.packets_of(9), 61u);
     EXPECT_EQ(scene.receiver.describe(9).header_bytes, 61u * 12);
-    for (const uint32_t ssrc : {5, 7, 9}) {
+    for (const uint32_t ssrc : {5U, 7U, 9U}) {
         EXPECT_EQ(std::count(scene.rtcp_subjects.begin(), scene.rtcp_subjects.end(), ssrc) > 0, true) << ssrc;
     }
     EXPECT_EQ(std::count(scene.rtcp_subjects.begin(), scene.rtcp_subjects.end(), 0), 0);

@@ -38,7 +38,7 @@ class succession_scene
   private:
     void step(const event &one)
     {
-        const auto ssrc = static_cast<uint32_t>(one.sender);
+        const uint32_t ssrc = static_cast<uint8_t>(one.sender);
         if (one.what == 'F') {
             reports_.erase(ssrc);
         } else if (one.what == 'B') {
