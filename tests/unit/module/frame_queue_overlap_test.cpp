@@ -395,6 +395,20 @@ TEST_P(FrameReCreation, FollowsAChangedPacketCount)
     }
 }
 
+TEST_P(FrameReCreation, CountsMediaAndFecAnew)
+{
+    native_fields fields = packet(0, 0, 4, 0);
+
+    fields.reserved = 2 << 8;
+    insert(fields);
+    fields = packet(0, 0, 4, 3);
+    EXPECT_EQ(insert(fields)->n_pkts_received_fec, 1);
+    const video_frame *frame = insert(packet(0, 0, 5, 4));
+    EXPECT_EQ(frame->n_pkts_received_media, 1);
+    EXPECT_EQ(frame->n_pkts_received_fec, 0);
+    EXPECT_EQ(frame->n_pkts_media, 5);
+}
+
 TEST_P(FrameReCreation, MayMoveTheFramesFirstPacket)
 {
     insert_frame(0, 10, 4, {0, 3});

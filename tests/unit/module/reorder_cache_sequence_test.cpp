@@ -358,6 +358,27 @@ TEST(ReorderCacheRemoval, LeavesThePacketsOfAFrameWhoseEndsAreHalfACircleApart)
     }
 }
 
+// As many strangers are in the frame's range as the frame has packets, two of which lie outside.
+TEST(ReorderCacheRemoval, UnlinksPacketsOutsideTheRangeHoweverManyStrangersAreInIt)
+{
+    for (const numbering &base : numberings()) {
+        ReorderScene scene(base);
+        scene.run(K(0, 1));
+        for (int seq = 1; seq < 32; seq++) {
+            scene.run(P(seq, 2));
+        }
+        scene.run(P(32, 1));
+        scene.run(P(0x8001, 1)); // the frame's lowest packet, and its highest
+        scene.run(P(0x8006, 1));
+        EXPECT_EQ(scene.frame(1)->n_pkts_received, 4);
+        EXPECT_EQ(scene.run(check().at(2000)), "");
+        EXPECT_EQ(scene.frame(1), nullptr);
+        EXPECT_EQ(scene.cache->pkt_cur_cnt, 27u);
+        EXPECT_EQ(scene.slot(0).frm_ptr, nullptr);
+        EXPECT_EQ(scene.slot(32).frm_ptr, nullptr);
+    }
+}
+
 // -- The drop to a key frame --
 
 TEST(ReorderCacheDrop, RemovesFramesUpToTheNextKeyFrame)
