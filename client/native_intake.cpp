@@ -169,6 +169,15 @@ static bool __has_key_frame(const user_video_stream *stream)
     return false;
 }
 
+// The frame's number is taken by a frame of other packets.
+static bool __is_other_frame(const stream_state *state, const PVideoData4 *video)
+{
+    const uint32_t frame_seq = video->header.frame_seq;
+    const video_frame *tenant = &state->stream->video_frames_q.video_frames[frame_seq % VIDEO_FRAMES_Q_SLOTS];
+    const auto first_seq = static_cast<seq_t>(video->common.seq - video->header.subseq);
+    return tenant->n_pkts_total != 0 && tenant->frame_seq == frame_seq && tenant->first_pkt_seq != first_seq;
+}
+
 static packet_drop_e __place(stream_state *state, PVideoData4 *video, bool is_retrans, reception_verdict verdict,
                              const zeb_ts_t *now_p)
 {
@@ -196,6 +205,8 @@ static packet_drop_e __place(stream_state *state, PVideoData4 *video, bool is_re
             return __drop(state, PACKET_DROP_LATE);
         }
         // The packets go on and the frames do not: the sender's encoder was made anew.
+        __restart(state);
+    } else if (verdict == RECEPTION_NEWEST && __is_other_frame(state, video)) {
         __restart(state);
     }
     const packet_drop_e result = __insert(state, video, now_p);

@@ -86,6 +86,6 @@ bool padding_find_lost(const stream_state *state, padding_gap *gap)
     if (end == nullptr || behind == nullptr || !end->has_marker || !__follows_at_once(state, end->timestamp, behind)) {
         return false;
     }
-    *gap = {missing->number, behind->number - 1, end->timestamp};
+    *gap = {missing->number, behind->number - 1, end->timestamp, missing->missing_since};
     return true;
 }

@@ -18,6 +18,7 @@ void padding_shape(const stream_state *state, uint8_t *packet, const rtp_view *v
 struct padding_gap {
     uint32_t first, last; // extended sequence numbers
     uint32_t timestamp;   // that padding there has
+    zeb_ts_t since;       // when they were noticed to be missing
 };
 
 // Looks at the oldest of the missing packets. True when it is in such a gap.

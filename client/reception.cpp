@@ -142,7 +142,11 @@ static seq_t __stray_distance(const reception *self)
 
 static bool __is_long_loss(const reception *self)
 {
-    return __stray_distance(self) < kReceptionMaxDropout;
+    const reception_entry *newest = reception_find(self, self->newest);
+    // Pictures may be sent out of the order of their timestamps.
+    const bool goes_on = newest == nullptr || self->stray.timestamp - newest->timestamp + kReceptionTimestampSlack <
+                                                  kReceptionMaxSilence + kReceptionTimestampSlack;
+    return goes_on && __stray_distance(self) < kReceptionMaxDropout;
 }
 
 // Behind a copy with a damaged timestamp the stream goes on as before.
@@ -173,6 +177,26 @@ static bool __confirms_stray(const reception *self, const reception_packet *pack
     return to_stray > 0 && to_stray < kReceptionMaxGap && to_stray < to_newest;
 }
 
+// Packets of before come late where the sender numbers anew, and would be taken for the next jump.
+static bool __is_of_former(const reception *self, const reception_packet *packet)
+{
+    const auto behind = static_cast<seq_t>(self->former_seq - packet->seq);
+    return self->has_former && behind < kReceptionMaxMisorder &&
+           self->former_timestamp - packet->timestamp <= kReceptionTimestampSlack;
+}
+
+static void __begin_anew(reception *self, const reception_packet *packet)
+{
+    const auto former_seq = static_cast<seq_t>(self->newest);
+    const reception_entry *newest = reception_find(self, self->newest);
+    const bool has_former = newest != nullptr;
+    const uint32_t former_timestamp = has_former ? newest->timestamp : 0;
+    __begin(self, packet);
+    self->has_former = has_former;
+    self->former_seq = former_seq;
+    self->former_timestamp = former_timestamp;
+}
+
 static reception_verdict __confirm_stray(reception *self, stream_report *report, const reception_packet *packet)
 {
     const bool is_loss = !self->stray_contradicts && __is_long_loss(self);
@@ -181,7 +205,7 @@ static reception_verdict __confirm_stray(reception *self, stream_report *report,
     if (is_loss) {
         __advance(self, report, self->newest + __stray_distance(self), &stray);
     } else {
-        __begin(self, &stray);
+        __begin_anew(self, &stray);
     }
     __file(self, report, packet);
     return is_loss ? RECEPTION_RESUMED : RECEPTION_RESTARTED;
@@ -192,6 +216,9 @@ static reception_verdict __place(reception *self, stream_report *report, const r
     if (!self->has_started) {
         __begin(self, packet);
         return RECEPTION_NEWEST;
+    }
+    if (__is_of_former(self, packet)) {
+        return RECEPTION_DUPLICATE;
     }
     if (__confirms_stray(self, packet)) {
         return __confirm_stray(self, report, packet);

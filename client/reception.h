@@ -13,15 +13,17 @@
 // be as old as the reorder patience, and the history has to reach at least as far.
 constexpr uint16_t kReceptionMaxGap = 100;
 constexpr uint16_t kReceptionMaxMisorder = 2000;
-// A confirmed jump ahead by less than this is a long loss, any other a new numbering.
+// A confirmed jump ahead by less than this is a long loss, any other a new numbering. So is one to a timestamp from
+// before the newest one, or from long after.
 constexpr uint16_t kReceptionMaxDropout = 3000;
+constexpr uint32_t kReceptionMaxSilence = 300 * 90000; // timestamp units
 constexpr uint32_t kReceptionTimestampSlack = 5 * 90000; // timestamp units by which a late packet may be older
 constexpr uint32_t kReceptionHistory = 2048;             // numbers; a power of 2
 
 enum reception_verdict : uint8_t {
     RECEPTION_NEWEST,    // later than all before
     RECEPTION_EARLIER,   // not seen before, but a later one was
-    RECEPTION_DUPLICATE, // seen before
+    RECEPTION_DUPLICATE, // seen before, or late by a numbering that is over
     RECEPTION_STRAY,     // far from all others; noted nowhere, unless the next one confirms it
     RECEPTION_RESUMED,   // close to the stray one, which came behind a long loss
     RECEPTION_RESTARTED  // follows the stray one: the sender numbers anew from that one on
@@ -59,6 +61,9 @@ struct reception {
     bool has_stray;
     bool stray_contradicts; // its number is near to the others, and taken
     bool has_transit;
+    bool has_former; // the sender numbered otherwise before; that numbering's newest packet:
+    seq_t former_seq;
+    uint32_t former_timestamp;
     reception_packet stray;
     // Extended numbers start one cycle up, so that a packet from before the first one has a number too.
     uint32_t first; // oldest number that is expected, or older than any that may still come

@@ -160,14 +160,26 @@ static bool __may_open(const stream_state *state, const held_packet *first)
     return __is_waiting_for_key_frame(&state->stream->video_cache_q) && __starts_access_unit(first);
 }
 
-static void __feed_and_free(stream_state *state, held_packet *packet, const zeb_ts_t *now_p)
+// Gives the cache what it should have had since `*since_p`: its patience counts from then on. That of the next frame begins
+// with a delivery, which is now.
+static void __feed_belated(stream_state *state, PVideoData4 *video, bool is_retrans, const zeb_ts_t *since_p)
 {
-    __feed(state, &packet->video, packet->is_retrans, now_p);
+    webrtc_video_cache_t *cache = &state->stream->video_cache_q;
+    const zeb_ts_t delivered_before = cache->last_deliver_frm_ts;
+    __feed(state, video, is_retrans, since_p);
+    if (cache->last_deliver_frm_ts != delivered_before) {
+        cache->last_deliver_frm_ts = state->now;
+    }
+}
+
+static void __feed_and_free(stream_state *state, held_packet *packet)
+{
+    __feed_belated(state, &packet->video, packet->is_retrans, &packet->held_since);
     held_packet_free(packet);
 }
 
 // All packets of the key frame open the cache, also those that are none by themselves, such as a delimiter in front.
-static void __open(stream_state *state, const held_packet *first, const zeb_ts_t *now_p)
+static void __open(stream_state *state, const held_packet *first)
 {
     const uint32_t number = first->number;
     const uint32_t timestamp = first->timestamp;
@@ -178,17 +190,17 @@ static void __open(stream_state *state, const held_packet *first, const zeb_ts_t
         if (packet->timestamp == timestamp) {
             __frame_type_set(&packet->video, KEY_FRAME);
         }
-        __feed_and_free(state, packet, now_p);
+        __feed_and_free(state, packet);
         packet = packet_hold_take_up_to(&state->hold, number, timestamp);
     }
 }
 
 // Delta packets are held only while the cache waits.
-static void __release_deltas(stream_state *state, const zeb_ts_t *now_p)
+static void __release_deltas(stream_state *state)
 {
     held_packet *packet = packet_hold_take_delta(&state->hold);
     while (packet != nullptr) {
-        __feed_and_free(state, packet, now_p);
+        __feed_and_free(state, packet);
         packet = packet_hold_take_delta(&state->hold);
     }
 }
@@ -197,7 +209,7 @@ static void __release_what_is_over(stream_state *state, const zeb_ts_t *now_p)
 {
     held_packet *packet = packet_hold_take_over(&state->hold, *now_p);
     while (packet != nullptr) {
-        __feed_and_free(state, packet, now_p);
+        __feed_and_free(state, packet);
         packet = packet_hold_take_over(&state->hold, *now_p);
     }
 }
@@ -255,11 +267,11 @@ static void __hold_run(stream_state *state, const zeb_ts_t *now_p)
             __ask_for_beginning(state, first);
             break;
         }
-        __open(state, first, now_p);
+        __open(state, first);
         key = packet_hold_first_key(&state->hold);
     }
     if (!__is_waiting_for_key_frame(&state->stream->video_cache_q)) {
-        __release_deltas(state, now_p);
+        __release_deltas(state);
     } else if (key == nullptr) {
         __release_what_is_over(state, now_p);
     }
@@ -611,40 +623,40 @@ static void __guard(stream_state *state, zeb_ts_t now)
 
 // A number that nothing else can have had goes to the cache as the padding that was lost. While the cache waits for a
 // key frame no number is missing to it.
-static void __fill_in(stream_state *state, uint32_t number, uint32_t timestamp, const zeb_ts_t *now_p)
+static void __fill_in(stream_state *state, uint32_t number, const padding_gap *gap)
 {
     uint8_t packet[kRtpHeaderSize] = {0x80};
     rtp_view view = {};
     view.seq = static_cast<seq_t>(number);
-    view.timestamp = timestamp;
+    view.timestamp = gap->timestamp;
     view.header_size = kRtpHeaderSize;
     be16_write(packet + 2, view.seq);
     PVideoData4 video;
-    reception_note_padding(&state->arrivals, number, timestamp);
+    reception_note_padding(&state->arrivals, number, gap->timestamp);
     state->report.packets_padding_lost += 1;
     if (__is_waiting_for_key_frame(&state->stream->video_cache_q) ||
         !__video_make(state, &video, packet, &view, false)) {
         return;
     }
     video.common.seq = static_cast<seq_t>(packet_numbering_assign(&state->numbering, number));
-    __feed(state, &video, false, now_p);
+    __feed_belated(state, &video, false, &gap->since);
 }
 
-static void __fill_in_lost_padding(stream_state *state, const zeb_ts_t *now_p)
+static void __fill_in_lost_padding(stream_state *state)
 {
     padding_gap gap;
     // Each turn forgets some of the missing packets.
     while (padding_find_lost(state, &gap)) {
         nack_list_forget_below(&state->feedback.nacks, gap.last + 1);
         for (uint32_t number = gap.first; number != gap.last + 1; number++) {
-            __fill_in(state, number, gap.timestamp, now_p);
+            __fill_in(state, number, &gap);
         }
     }
 }
 
 void rtp_intake_tick(stream_state *state, const zeb_ts_t *now_p)
 {
-    __fill_in_lost_padding(state, now_p);
+    __fill_in_lost_padding(state);
     __hold_run(state, now_p);
     rtp_delivery_finish(state, now_p);
     __check(state, now_p);

@@ -119,13 +119,22 @@ Encoder::Encoder(const encoder_settings &settings, uint64_t seed) : settings_(se
     draw_parameter_sets();
 }
 
+std::vector<bytes> Encoder::make_parameter_sets(uint8_t codec, Random *random)
+{
+    std::vector<bytes> sets;
+    for (const uint8_t type : types_of(codec).sets) {
+        sets.push_back(header_of(codec, type));
+        append_noise(&sets.back(), random->between(6, 40), random);
+    }
+    return sets;
+}
+
 void Encoder::draw_parameter_sets()
 {
-    sets_.clear();
-    if (settings_.codec != VIDEO_TYPE_GENERIC) {
-        for (const uint8_t type : types_of(settings_.codec).sets) {
-            sets_.push_back(unit(type, random_.between(6, 40)));
-        }
+    if (describes_sets()) {
+        sets_ = settings_.described_sets;
+    } else if (settings_.codec != VIDEO_TYPE_GENERIC) {
+        sets_ = make_parameter_sets(settings_.codec, &random_);
     }
 }
 
@@ -166,7 +175,7 @@ std::vector<bytes> Encoder::units(bool is_key)
     if (settings_.delimits) {
         made.push_back(unit(types.delimiter, 1));
     }
-    if (is_key && settings_.sets_in_band) {
+    if (is_key && !describes_sets()) {
         made.insert(made.end(), sets_.begin(), sets_.end());
     }
     if (settings_.comments && random_.happens(0.2)) {
@@ -228,7 +237,7 @@ picture Encoder::encode(bool is_key)
     made.is_key = is_key;
     const std::vector<bytes> all = units(is_key);
     made.payloads = packetize(settings_, all);
-    if (is_key && !settings_.sets_in_band) {
+    if (is_key && describes_sets()) {
         append_annexb(&made, sets_);
     }
     append_annexb(&made, all);

@@ -18,11 +18,12 @@ struct encoder_settings {
     double spread = 0.4;             // of the logarithm of a delta frame's size
     double key_scale = 6;            // times a delta frame
     size_t payload_max = 1100;
-    unsigned slices = 1;      // at most, a frame
-    bool delimits = false;    // begins frames with an access unit delimiter
-    bool comments = false;    // adds an SEI unit now and then
-    bool aggregates = true;   // puts small NAL units into one payload
-    bool sets_in_band = true; // sends the parameter sets with each key frame
+    unsigned slices = 1;    // at most, a frame
+    bool delimits = false;  // begins frames with an access unit delimiter
+    bool comments = false;  // adds an SEI unit now and then
+    bool aggregates = true; // puts small NAL units into one payload
+    // The parameter sets, where a session description has them; else they are drawn and sent with each key frame.
+    std::vector<bytes> described_sets;
 };
 
 // Bytes of a picture that hold nothing of it: a delimiter, supplemental information. It may come out without them when
@@ -49,15 +50,16 @@ class Encoder
     // An encoder that was made anew has others.
     void draw_parameter_sets();
 
-    // The parameter sets, in the order in which they belong in front of a key frame.
-    const std::vector<bytes> &parameter_sets() const
-    {
-        return sets_;
-    }
+    // Parameter sets for a codec, in the order in which they belong in front of a key frame.
+    static std::vector<bytes> make_parameter_sets(uint8_t codec, Random *random);
 
   private:
     size_t draw_size(bool is_key);
     bytes unit(uint8_t type, size_t size);
+    bool describes_sets() const
+    {
+        return !settings_.described_sets.empty();
+    }
     std::vector<bytes> units(bool is_key);
     void add_slices(std::vector<bytes> *units, bool is_key);
     bool is_optional(const bytes &unit) const;

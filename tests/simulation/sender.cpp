@@ -259,9 +259,7 @@ std::vector<wire_packet> Sender::send(zeb_ts_t now)
 void Sender::restart(bool packets_too)
 {
     renumber(packets_too);
-    if (settings.encoder.sets_in_band) {
-        encoder_.draw_parameter_sets();
-    }
+    encoder_.draw_parameter_sets();
     ledger.renumber();
     has_key_ = false; // begins with a key frame
 }

@@ -95,10 +95,6 @@ class Sender
     const sender_settings settings; // as given
     Ledger ledger;
     zeb_ts_t disturbed_at; // began, came back or numbered anew last
-    const std::vector<bytes> &parameter_sets() const
-    {
-        return encoder_.parameter_sets();
-    }
 
   protected:
     virtual std::vector<wire_packet> wrap(const picture &made, zeb_ts_t now) = 0;

@@ -1,4 +1,5 @@
-// Runs simulations: simulate --seed N[-M] --preset NAME|all --hours H [--check-every N]. Prints a line a run.
+// Runs simulations: simulate --seed N[-M] [--preset NAME|all] [--hours H] [--check-every CALLS] [--trace SSRC].
+// Prints a line a run, and what the traced sender's packets and frames did before it.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -20,11 +21,14 @@ struct options {
     std::string preset = "all"; // each seed has one of them
     double hours = 1;
     uint32_t check_every = 1000;
+    uint32_t traced = 0;
 };
 
 int usage()
 {
-    std::fputs("usage: simulate --seed N[-M] [--preset NAME|all] [--hours H] [--check-every CALLS]\npresets:", stderr);
+    std::fputs(
+        "usage: simulate --seed N[-M] [--preset NAME|all] [--hours H] [--check-every CALLS] [--trace SSRC]\npresets:",
+        stderr);
     for (const preset &each : presets()) {
         std::fprintf(stderr, " %s", each.name);
     }
@@ -46,6 +50,8 @@ bool set(options *given, const std::string &name, const char *value)
         given->hours = std::strtod(value, nullptr);
     } else if (name == "--check-every") {
         given->check_every = static_cast<uint32_t>(std::strtoul(value, nullptr, 10));
+    } else if (name == "--trace") {
+        given->traced = static_cast<uint32_t>(std::strtoul(value, nullptr, 10));
     } else {
         return false;
     }
@@ -70,6 +76,7 @@ world_result run(const options &given, uint64_t seed)
     settings.kind = given.preset == "all" ? &presets()[seed % presets().size()] : simulation::find_preset(given.preset);
     settings.length = static_cast<zeb_ts_t>(given.hours * 3600000);
     settings.check_every = given.check_every;
+    settings.traced = given.traced;
     const world_result result = simulation::World(settings).run();
     std::printf("seed %llu %s %g h: %llu calls, %llu senders, %llu packets, %llu of %llu frames, %llu shortened, "
                 "%llu heals, %llu checks, digest %016llx, %zu findings\n",

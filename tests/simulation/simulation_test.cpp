@@ -19,8 +19,8 @@ world_result run(const preset &kind, uint64_t seed)
     world_settings settings;
     settings.seed = seed;
     settings.kind = &kind;
-    settings.length = 40000;
-    settings.call_max = 30000;
+    settings.length = 30000;
+    settings.call_max = 24000;
     settings.bad_min = 2000;
     settings.bad_max = 6000;
     return World(settings).run();

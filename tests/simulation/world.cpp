@@ -1,6 +1,7 @@
 #include "world.h"
 
 #include <algorithm>
+#include <cstdio>
 
 #include "byte_order.h"
 #include "failing_memory.h"
@@ -135,6 +136,22 @@ void World::open_channel()
         rtc_channel_set_payload_type(channel_, type, type == kPayloadTypeH264 ? VIDEO_TYPE_H264 : VIDEO_TYPE_H265);
         rtc_channel_set_rtx(channel_, static_cast<uint8_t>(type + 1), type);
     }
+    describe_sets();
+}
+
+// A changed packet may bring others, so that a path which lets those through has none.
+void World::describe_sets()
+{
+    described_.clear();
+    for (const uint8_t codec : {VIDEO_TYPE_H264, VIDEO_TYPE_H265}) {
+        if (settings_.kind->link.corrupted_arrive || !random_.happens(0.2)) {
+            continue;
+        }
+        described_[codec] = Encoder::make_parameter_sets(codec, &random_);
+        for (const bytes &set : described_[codec]) {
+            rtc_channel_set_parameter_set(channel_, codec, set.data(), set.size());
+        }
+    }
 }
 
 void World::close_channel()
@@ -177,9 +194,9 @@ encoder_settings World::draw_encoder(bool is_native, double fps)
     drawn.delimits = random_.happens(0.3);
     drawn.comments = random_.happens(0.3);
     drawn.aggregates = random_.happens(0.7);
-    // Parameter sets of a description are the channel's, and a changed packet may bring others.
-    const bool may_describe = !is_native && members_.empty() && !settings_.kind->link.corrupted_arrive;
-    drawn.sets_in_band = !may_describe || !random_.happens(0.2);
+    if (!is_native && described_.count(drawn.codec) != 0) {
+        drawn.described_sets = described_[drawn.codec];
+    }
     return drawn;
 }
 
@@ -212,11 +229,6 @@ void World::announce(const Sender &sender)
     const sender_settings &of = sender.settings;
     if (of.repairs == repair::rtx && of.is_rtx_paired) {
         rtc_channel_pair_ssrc(channel_, of.uid, rtx_ssrc_of(of.uid));
-    }
-    if (!of.encoder.sets_in_band) {
-        for (const bytes &set : sender.parameter_sets()) {
-            rtc_channel_set_parameter_set(channel_, of.encoder.codec, set.data(), set.size());
-        }
     }
 }
 
@@ -360,6 +372,7 @@ PVideoData4 World::native_record(const wire_packet &packet) const
 void World::arrive(const wire_packet &packet)
 {
     result_.packets++;
+    trace(packet);
     if (packet.is_native) {
         PVideoData4 video = native_record(packet);
         rtc_channel_receive_native(channel_, &video, packet.stream_id, packet.is_retrans, &now_);
@@ -490,6 +503,31 @@ void World::check_flow_of(const member &of, zeb_ts_t end)
 
 // ---- The application ----
 
+void World::trace(const wire_packet &packet) const
+{
+    if (packet.uid != settings_.traced) {
+        return;
+    }
+    rtp_view view = {};
+    const bool is_rtp = rtp_parse(packet.data.data(), packet.data.size(), &view) == PACKET_DROP_REASONS;
+    std::printf("%llu packet %u%s%s of frame %u", static_cast<unsigned long long>(now_), packet.seq,
+                packet.is_retrans ? " again" : "", is_rtp ? "" : " damaged", packet.name);
+    if (packet.is_native) {
+        std::printf(", %u of %u\n", packet.header.subseq, packet.header.n_pkts);
+    } else {
+        std::printf(", type %u, %zu bytes, begins %02x%s\n", view.payload_type, view.payload_size,
+                    view.payload_size > 0 ? packet.data[view.header_size] : 0, view.marker ? ", marker" : "");
+    }
+}
+
+void World::trace(const channel_frame &frame) const
+{
+    if (frame.uid == settings_.traced) {
+        std::printf("%llu %s of %zu bytes, packets %u to %u\n", static_cast<unsigned long long>(now_),
+                    frame.is_key ? "KEY FRAME" : "FRAME", frame.size, frame.first_seq, frame.last_seq);
+    }
+}
+
 World::member *World::member_of(uint32_t uid)
 {
     const auto found = members_.find(uid);
@@ -499,6 +537,7 @@ World::member *World::member_of(uint32_t uid)
 void World::take_frame(const channel_frame &frame)
 {
     result_.frames++;
+    trace(frame);
     member *of = member_of(frame.uid);
     const uint32_t name = of != nullptr && of->sender->settings.is_native ? frame.frame_seq : frame.rtp_timestamp;
     result_.digest = mixed(mixed(mixed(mixed(result_.digest, now_), frame.uid), name), frame.size);

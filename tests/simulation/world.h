@@ -23,6 +23,7 @@ struct world_settings {
     zeb_ts_t call_max = 900000; // ms; calls follow one another
     zeb_ts_t bad_min = 8000;    // ms that the path is as the preset has it, until it heals for a while
     zeb_ts_t bad_max = 50000;
+    uint32_t traced = 0;      // SSRC of a sender whose packets and frames are printed; 0: none
     uint32_t check_every = 1; // calls of the client from one full look at the stream records to the next
 };
 
@@ -65,6 +66,7 @@ class World
     // A call: one channel, from its creation to its end.
     void run_call(zeb_ts_t length);
     void open_channel();
+    void describe_sets();
     void close_channel();
     void run_events();
     void tick();
@@ -98,6 +100,8 @@ class World
 
     // The application.
     void take_frame(const channel_frame &frame);
+    void trace(const wire_packet &packet) const;
+    void trace(const channel_frame &frame) const;
     void look_at(const Sender &sender);
     void check_floor();
     void find(const std::string &what);
@@ -112,6 +116,7 @@ class World
     rtc_service *service_ = nullptr;
     rtc_channel *channel_ = nullptr;
     channel_feedback agreed_ = {};
+    std::map<uint8_t, std::vector<bytes>> described_; // parameter sets in the call's session description, by codec
     bool is_clean_ = false;
     zeb_ts_t tick_at_ = 0;
     zeb_ts_t end_ = 0; // of the call

@@ -304,6 +304,22 @@ TEST_F(NativePath, FollowsASenderThatNumbersItsFramesAnew)
     expect_frames({key, again, next});
 }
 
+// The frames of before still wait for one that was lost.
+TEST_F(NativePath, FollowsASenderThatNumbersItsFramesAnewFromWhereItJustBegan)
+{
+    const native_frame key = {900, 99, 1, true};
+    const native_frame before = {1001, 101, 1};
+    const native_frame again = {1000, 102, 2, true};
+    const native_frame next = {1001, 104, 1};
+    receive(key);
+    receive(native_frame{1000, 100, 1, true});
+    receive(before);
+    expect_frames({key});
+    receive(again);
+    receive(next);
+    expect_frames({key, again, next});
+}
+
 // One frame from far ahead takes its slot and the place of the newest one, but not for longer than the patience.
 TEST_F(NativePath, GetsOverAFrameFromFarAhead)
 {

@@ -515,6 +515,36 @@ TEST(RtpPathRestart, FollowsASenderThatNumbersAnew)
     }
 }
 
+// Numbers of before that are a little ahead of the new ones are not a long loss, nor another new numbering.
+TEST(RtpPathRestart, IsNotUndoneByPacketsThatComeLate)
+{
+    for (const uint16_t old_seq : {uint16_t{1600}, uint16_t{40000}}) {
+        Client client;
+        Sender sender;
+        sender.seq = old_seq;
+        std::vector<frame> sent = {sender.key_frame(), sender.delta_frame()};
+        client.receive(sent[0]);
+        client.receive(sent[1]);
+        std::vector<frame> late;
+        for (int i = 0; i < 4; i++) {
+            late.push_back(sender.delta_frame());
+        }
+        client.receive(sender.delta_frame()); // the newest
+        sender.seq = 100;
+        sender.timestamp += 0x50000000;
+        for (size_t i = 0; i < 8; i++) {
+            sent.push_back(i == 0 ? sender.key_frame() : sender.delta_frame());
+            client.receive(sent.back());
+            if (i % 2 == 1) {
+                client.receive(late[i / 2]);
+                client.receive(late[i / 2]);
+            }
+        }
+        client.pass(300);
+        expect_frames(client, sent);
+    }
+}
+
 // Its parameter sets may be others, so a key frame without its own does not come out with those of before.
 TEST(RtpPathRestart, ForgetsTheParameterSetsOfTheSenderBefore)
 {
@@ -532,6 +562,24 @@ TEST(RtpPathRestart, ForgetsTheParameterSetsOfTheSenderBefore)
     client.receive(sent[2]);
     client.pass(300);
     expect_frames(client, sent);
+}
+
+// Its beginning is waited for, in vain, before the cache gets it.
+TEST(RtpPathPatience, CountsTheWaitForAKeyFramesBeginning)
+{
+    channel_feedback feedback = {};
+    feedback.nack = true;
+    feedback.pli = true;
+    Client client(false, feedback);
+    Sender sender;
+    client.receive(sender.key_frame());
+    client.receive_without(sender.key_frame(8), {0, 5}); // nobody sends them again
+    client.pass(10);
+    const frame whole = sender.key_frame();
+    client.receive(whole);
+    client.pass(2020);
+    ASSERT_EQ(client.frames.size(), 2u);
+    EXPECT_EQ(client.frames[1].data, whole.annexb);
 }
 
 // The reorder cache numbers its frames from 1000 again after a drop to a key frame, without saying so. Frames that
