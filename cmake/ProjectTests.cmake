@@ -6,6 +6,7 @@ if(VIDEO_STREAM_FIRMWARE)
   function(project_tests target)
     target_link_libraries(${target} PRIVATE mps2_an505)
     add_test(NAME Device.${target} COMMAND ${test_image} run ${test_image_arguments} $<TARGET_FILE:${target}>)
+    set_tests_properties(Device.${target} PROPERTIES COST 100) # begun first: they take the longest
     set_property(GLOBAL APPEND PROPERTY DEVICE_TEST_IMAGES $<TARGET_FILE:${target}>)
   endfunction()
   # Called when all are known: no test program of the host may be missing.
