@@ -1,7 +1,7 @@
 """What script/size and script/instructions share: builds to measure, and the tables in docs/ that hold the figures.
 
-A table stands under a heading. Its first column names a row, the others hold whole numbers. It has grown when a figure is
-above the published one by more than the room that there is for it, or when a row is not published.
+A table stands under a heading. Its first column names a row, the others hold whole numbers. It has grown when a figure
+is above the published one by more than the room that there is for it, or when a row is not published.
 """
 import os
 import subprocess

@@ -1,5 +1,5 @@
-"""The most stack that a function can take: the frames on the deepest way through the calls, which the compiler writes down
-with -fcallgraph-info=su."""
+"""The most stack that a function can take: the frames on the deepest way through the calls, which the compiler writes
+down with -fcallgraph-info=su."""
 import re
 
 import measured
@@ -11,7 +11,8 @@ FRAME = re.compile(r'\\n(\d+) bytes \((\w+)')
 VARIADIC, VARIADIC_DEPTH = ('kelvra_rtc_log', 'zeb_find_rb_node'), 16
 INDIRECT = '__indirect_call'
 
-# Where a call through a pointer goes, by the caller. Nobody: to the device or the application, whose stack comes on top.
+# Where a call through a pointer goes, by the caller. Nobody: to the device or the application, whose stack comes on
+# top.
 NOBODY = r'$^'
 POINTERS = [
     (r'empty_ring', r'release_payload|^webrtc_video_packet_reset$'),
@@ -27,7 +28,8 @@ POINTERS = [
 NO_RETURN = 'abort'
 
 
-# Arithmetic that the core has no instructions for: the deepest of the compiler's helpers, a division of 64 bits, takes 52.
+# Arithmetic that the core has no instructions for: the deepest of the compiler's helpers, a division of 64 bits, takes
+# 52.
 HELPER = r'^__aeabi_'
 HELPER_DEPTH = 64
 

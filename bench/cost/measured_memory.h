@@ -1,5 +1,5 @@
-// Memory for measurements: a request costs a fixed, small number of instructions, whatever was asked for before, and the
-// bytes in use are counted.
+// Memory for measurements: a request costs a fixed, small number of instructions, whatever was asked for before, and
+// the bytes in use are counted.
 #pragma once
 
 #include <cstddef>

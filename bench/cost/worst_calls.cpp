@@ -170,8 +170,8 @@ unsigned give_up_all()
     return 1;
 }
 
-// Frames of two packets of which the second was pushed out of its slot by a packet one lap later: each of them has to be
-// looked for in the whole ring.
+// Frames of two packets of which the second was pushed out of its slot by a packet one lap later: each of them has to
+// be looked for in the whole ring.
 unsigned give_up_all_that_lost_packets()
 {
     BenchStream bench;

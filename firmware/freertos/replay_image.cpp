@@ -1,5 +1,5 @@
-// Replays one stream of a capture under the kernel: one task has the network, which is the capture, and posts each packet
-// when its time comes; the other owns the service and writes the frames.
+// Replays one stream of a capture under the kernel: one task has the network, which is the capture, and posts each
+// packet when its time comes; the other owns the service and writes the frames.
 //
 //     freertos_replay_image CAPTURE OUTPUT SSRC PAYLOAD_TYPE CODEC
 //

@@ -13,8 +13,8 @@ struct freertos_clock {
     uint64_t ticks; // latest so far, the kernel's count without its wrap; at first, what the kernel's count is
 };
 
-// The time of a tick, milliseconds. Ticks may come out of order. The clock has to be asked at least once in half a circle
-// of the kernel's count: 24 days of 1 ms ticks with 32 bits, 32 seconds with 16.
+// The time of a tick, milliseconds. Ticks may come out of order. The clock has to be asked at least once in half a
+// circle of the kernel's count: 24 days of 1 ms ticks with 32 bits, 32 seconds with 16.
 zeb_ts_t freertos_clock_at(freertos_clock *self, TickType_t tick);
 
 // Ticks from the latest time on to `time`, rounded up; 0 when it is over.

@@ -27,15 +27,15 @@ enum service_task_kind {
 // Creates the queue and the task, which starts at once when the scheduler runs. Null without memory.
 service_task *service_task_create(const service_task_config *config);
 
-// Hands a datagram over, of which a copy is made; its time of arrival is now. To be called by one task, the one that has
-// the network, and by no interrupt. Waits up to `patience` ticks for a place in the queue. Returns
+// Hands a datagram over, of which a copy is made; its time of arrival is now. To be called by one task, the one that
+// has the network, and by no interrupt. Waits up to `patience` ticks for a place in the queue. Returns
 //   0   it waits for the service task
 //   -1  dropped and counted: the queue is full, there is no memory, or `size` is 0 or above 65,535.
 int service_task_post(service_task *self, service_task_kind kind, const uint8_t *datagram, size_t size,
                       TickType_t patience);
 
-// Ends the task after all that was posted before, and releases the queue and the record, which must not be used any more.
-// Called like service_task_post; waits for as long as it takes.
+// Ends the task after all that was posted before, and releases the queue and the record, which must not be used any
+// more. Called like service_task_post; waits for as long as it takes.
 void service_task_stop(service_task *self);
 
 // Datagrams that service_task_post dropped.

@@ -1,5 +1,6 @@
 #!/bin/sh
-# porting_guide.sh SOURCE_ROOT: docs/porting.md says of every function and table that the module calls what it must guarantee.
+# porting_guide.sh SOURCE_ROOT: docs/porting.md says of every function and table that the module calls what it must
+# guarantee.
 set -eu
 
 failures=0

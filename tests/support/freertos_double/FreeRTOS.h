@@ -1,6 +1,6 @@
 /* A stand-in for the kernel's header of that name, for tests on a host without the kernel: what platform/freertos and
- * firmware/freertos use of it, by the kernel's public interface. What is behind it is in freertos_double.cpp, for tests of
- * one task, or in freertos_threads.cpp, for whole programs. */
+ * firmware/freertos use of it, by the kernel's public interface. What is behind it is in freertos_double.cpp, for tests
+ * of one task, or in freertos_threads.cpp, for whole programs. */
 #ifndef FREERTOS_DOUBLE_FREERTOS_H
 #define FREERTOS_DOUBLE_FREERTOS_H
 

@@ -1,5 +1,6 @@
 // The test's side of the kernel that tests put in place of FreeRTOS. It has no threads: the one task runs when the test
-// lets it, and while it waits for its queue the time goes on to whatever comes next, which may be what another task does.
+// lets it, and while it waits for its queue the time goes on to whatever comes next, which may be what another task
+// does.
 #pragma once
 
 #include <functional>

@@ -1,6 +1,7 @@
-// A kernel of threads in place of FreeRTOS, to run a whole program with several tasks on the host. One task runs at a time:
-// the one of the highest priority that is ready, until it waits or makes a higher one ready. When all wait, time goes on to
-// the earliest that ends a wait. What interrupts and the real scheduler may do in between does not happen here.
+// A kernel of threads in place of FreeRTOS, to run a whole program with several tasks on the host. One task runs at a
+// time: the one of the highest priority that is ready, until it waits or makes a higher one ready. When all wait, time
+// goes on to the earliest that ends a wait. What interrupts and the real scheduler may do in between does not happen
+// here.
 #include <algorithm>
 #include <condition_variable>
 #include <cstdlib>
