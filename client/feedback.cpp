@@ -124,9 +124,11 @@ static void __plan_key_frame(stream_state *state, zeb_ts_t at)
     state->stream->next_idr_should_at = at;
 }
 
+// Where no retransmission tells the round trip, the latest key frame does: it took one, and the wait for a picture.
 static zeb_ts_t __key_frame_interval(const stream_feedback *self)
 {
-    const zeb_ts_t interval = 2 * nack_list_rtt(&self->nacks);
+    const bool is_rtt_known = self->nacks.rtt_8 != 0 || self->key_frame_answer == 0;
+    const zeb_ts_t interval = is_rtt_known ? 2 * nack_list_rtt(&self->nacks) : self->key_frame_answer;
     if (interval < kKeyFrameIntervalMin) {
         return kKeyFrameIntervalMin;
     }
@@ -161,7 +163,12 @@ void feedback_note_missing_beginning(stream_state *state, uint32_t number)
 
 void feedback_note_key_packet(stream_state *state, zeb_ts_t now)
 {
-    state->feedback.key_packet_at = now;
+    stream_feedback *self = &state->feedback;
+    const zeb_ts_t answer = now - self->key_frame_asked_at;
+    if (self->key_frame_asked_at != 0 && self->key_packet_at <= self->key_frame_asked_at && answer < kFeedbackSilence) {
+        self->key_frame_answer = static_cast<uint16_t>(answer);
+    }
+    self->key_packet_at = now;
 }
 
 // What the reorder cache has gone past is not needed any more, and nothing is while it waits for a key frame that has

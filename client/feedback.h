@@ -10,7 +10,7 @@ struct channel_state;
 struct stream_state;
 
 constexpr zeb_ts_t kReportInterval = 1000;     // ms between receiver reports
-constexpr zeb_ts_t kKeyFrameIntervalMin = 100; // ms between key-frame requests; else two round trips and a little
+constexpr zeb_ts_t kKeyFrameIntervalMin = 100; // ms between key-frame requests; else two round trips, or an answer
 constexpr zeb_ts_t kKeyFrameIntervalMax = 500; // ms
 constexpr zeb_ts_t kFeedbackSilence = 5000;    // ms without a packet after which a sender is asked for nothing
 
@@ -23,8 +23,9 @@ struct stream_feedback {
     zeb_ts_t sender_report_at;
     zeb_ts_t next_report_at;
     zeb_ts_t key_frame_asked_at;
-    zeb_ts_t key_packet_at;  // when a packet of a key frame came last
-    uint8_t fir_command_seq; // of the request that is under way
+    zeb_ts_t key_packet_at;    // when a packet of a key frame came last
+    uint8_t fir_command_seq;   // of the request that is under way
+    uint16_t key_frame_answer; // ms from a request to the key frame that came next; 0: none did
 };
 
 // The pacing that the stream's reorder cache keeps for its requests; a reset of the cache would forget it.

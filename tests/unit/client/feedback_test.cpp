@@ -148,6 +148,45 @@ TEST_F(Feedback, RepeatsTheRequestForAKeyFrameWhileTheStreamWaits)
     EXPECT_EQ(texts(), Texts());
 }
 
+channel_feedback agreed_on_pli_alone()
+{
+    channel_feedback feedback = {};
+    feedback.pli = true;
+    feedback.reduced_size = true;
+    feedback.give_up_early = true;
+    return feedback;
+}
+
+class KeyFrameFeedback : public Feedback
+{
+  protected:
+    KeyFrameFeedback() : Feedback(agreed_on_pli_alone())
+    {
+    }
+
+    // A loss that nothing but a key frame mends.
+    void lose()
+    {
+        began = client.now;
+        client.receive_without(sender.delta_frame(3), {1});
+        client.pass(20);
+    }
+};
+
+TEST_F(KeyFrameFeedback, RepeatsARequestWhenAnAnswerLikeTheLastOneWouldBeHere)
+{
+    start();
+    lose();
+    client.pass(130);
+    EXPECT_EQ(texts(), (Texts{"10: pli"}));
+    client.receive(sender.key_frame());
+    client.pass(300);
+    client.sent.clear();
+    lose();
+    client.pass(300);
+    EXPECT_EQ(texts(), (Texts{"10: pli", "150: pli", "290: pli"}));
+}
+
 TEST_F(Feedback, AsksNobodyWhoHasBeenSilentForFiveSeconds)
 {
     client.receive(sender.delta_frame());
