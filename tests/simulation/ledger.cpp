@@ -131,7 +131,7 @@ std::string Ledger::take(const channel_frame &frame, uint32_t name)
         last_numbering_ = sent->numbering;
         last_place_ = sent->place;
     }
-    const std::string text = wrong.empty() ? "" : words(*sent) + ": " + wrong;
+    std::string text = wrong.empty() ? "" : words(*sent) + ": " + wrong;
     n_shortened_ += wrong.empty() && frame.size < sent->expected.size() ? 1 : 0;
     sent->is_out = true;
     return text;

@@ -1,5 +1,7 @@
 #include "sender.h"
 
+#include <cmath>
+
 namespace simulation
 {
 
@@ -171,7 +173,7 @@ class NativeSender : public Sender
     std::vector<wire_packet> wrap(const picture &made, zeb_ts_t now) override
     {
         const size_t n_media = made.payloads.size();
-        const auto n_fec = static_cast<size_t>(settings.fec * static_cast<double>(n_media) + 0.5);
+        const auto n_fec = static_cast<size_t>(std::lround(settings.fec * static_cast<double>(n_media)));
         std::vector<wire_packet> packets;
         for (size_t i = 0; i < n_media + n_fec; i++) {
             packets.push_back(packet_of(made, i, n_fec, now));

@@ -77,7 +77,7 @@ world_result run(const options &given, uint64_t seed)
     settings.length = static_cast<zeb_ts_t>(given.hours * 3600000);
     settings.check_every = given.check_every;
     settings.traced = given.traced;
-    const world_result result = simulation::World(settings).run();
+    world_result result = simulation::World(settings).run();
     std::printf("seed %llu %s %g h: %llu calls, %llu senders, %llu packets, %llu of %llu frames, %llu shortened, "
                 "%llu heals, %llu checks, digest %016llx, %zu findings\n",
                 static_cast<unsigned long long>(seed), settings.kind->name, given.hours,

@@ -143,7 +143,7 @@ void World::open_channel()
 void World::describe_sets()
 {
     described_.clear();
-    for (const uint8_t codec : {VIDEO_TYPE_H264, VIDEO_TYPE_H265}) {
+    for (const uint8_t codec : {uint8_t{VIDEO_TYPE_H264}, uint8_t{VIDEO_TYPE_H265}}) {
         if (settings_.kind->link.corrupted_arrive || !random_.happens(0.2)) {
             continue;
         }
@@ -171,7 +171,7 @@ void World::close_channel()
 // What the service keeps are the records of streams that went, for the next ones.
 void World::check_floor()
 {
-    const long pooled = service_->free_user_video_streams.count;
+    const auto pooled = static_cast<long>(service_->free_user_video_streams.count);
     if (failing_memory::in_use() != floor_ + pooled) {
         find(std::to_string(failing_memory::in_use() - floor_ - pooled) + " blocks are left of a call");
     }
