@@ -56,6 +56,27 @@ unsigned remove_largest()
     return 1;
 }
 
+unsigned delete_largest()
+{
+    BenchStream bench;
+    video_frame *frame = insert(bench.get(), 0, 0, UINT16_MAX);
+
+    metered([&] { video_stream_delete_frame(bench.get(), frame); });
+    require(frame->n_pkts_total == 0, "the slot is empty");
+    return 1;
+}
+
+unsigned move_over_all()
+{
+    BenchStream bench;
+
+    fill_queue(bench.get());
+    video_frame *oldest = video_frames_q_get_min_seq_frame(bench.queue());
+    metered([&] { video_stream_pkt_seq_auto_forward(bench.get(), oldest, 0); });
+    require(bench.get()->pkt_seq == static_cast<seq_t>(39 * (kHalfCircle - 1) + 1), "all frames are passed");
+    return 1;
+}
+
 unsigned move_expected()
 {
     BenchStream bench;
@@ -73,6 +94,16 @@ unsigned next_frame()
     fill_queue(bench.get());
     video_frame *oldest = video_frames_q_get_min_seq_frame(bench.queue());
     metered([&] { video_frames_q_next_frame(bench.queue(), oldest); });
+    return 1;
+}
+
+unsigned previous_frame()
+{
+    BenchStream bench;
+
+    fill_queue(bench.get());
+    video_frame *newest = video_frames_q_get_max_seq_frame(bench.queue());
+    metered([&] { video_frames_q_prev_frame(bench.queue(), newest); });
     return 1;
 }
 
@@ -221,6 +252,14 @@ unsigned allocate_ring()
 
 // -- Stream --
 
+unsigned init_queue()
+{
+    BenchStream bench;
+
+    metered([&] { rtc_video_frames_init(bench.queue()); });
+    return 1;
+}
+
 unsigned init_stream()
 {
     BenchStream bench;
@@ -243,6 +282,59 @@ unsigned reset_full_stream()
     return 1;
 }
 
+// Streams in a list, as the channel layer has them.
+struct stream_list {
+    rtc_service service = {};
+    rtc_channel channel = {};
+    rtc_user user = {};
+
+    stream_list()
+    {
+        rtc_list_init(&service.free_user_video_streams);
+        rtc_list_init(&user.video_streams_q);
+        channel.service = &service;
+    }
+
+    user_video_stream *make()
+    {
+        return service_video_streams_get_video_stream(&service, &user, &channel, &user.video_streams_q, 0, 1, &kNow);
+    }
+
+    void destroy()
+    {
+        service_video_streams_cleanup(&service, &user.video_streams_q, true);
+    }
+
+    void release_pool()
+    {
+        zeb_free_impl(list_remove_head(&service.free_user_video_streams.head));
+    }
+};
+
+unsigned make_stream()
+{
+    stream_list list;
+
+    metered([&] { list.make(); });
+    require(list.user.video_streams_q.count == 1, "the stream is there");
+    list.destroy();
+    list.release_pool();
+    return 1;
+}
+
+unsigned destroy_full_stream()
+{
+    stream_list list;
+    user_video_stream *stream = list.make();
+
+    fill_queue(stream);
+    fill_ring(stream);
+    metered([&] { list.destroy(); });
+    require(list.service.free_user_video_streams.count == 1, "the record is kept for reuse");
+    list.release_pool();
+    return 1;
+}
+
 } // namespace
 
 std::vector<scene> worst_calls()
@@ -252,8 +344,11 @@ std::vector<scene> worst_calls()
         {"`video_stream_insert_video_packet`, a frame of 65,535 packets replaces another", insert_over_largest},
         {"`video_stream_remove_frame`, 40 whole frames half a circle apart", remove_over_all},
         {"`video_stream_remove_frame`, a frame of 65,535 packets", remove_largest},
+        {"`video_stream_delete_frame`, a frame of 65,535 packets", delete_largest},
+        {"`video_stream_pkt_seq_auto_forward`, 40 whole frames half a circle apart", move_over_all},
         {"`video_stream_pkt_seq_move_forward`, by half a circle", move_expected},
         {"`video_frames_q_next_frame`, 40 slots in use", next_frame},
+        {"`video_frames_q_prev_frame`, 40 slots in use", previous_frame},
         {"`video_stream_find_frame_by_pkt_seq`", find_packet},
         {"`video_frame_parse_payload`, a frame of 65,535 packets", parse_largest},
         {"`video_frame_regroup_pkts`, a frame of 65,535 packets", regroup_largest},
@@ -265,7 +360,10 @@ std::vector<scene> worst_calls()
         {"`webrtc_video_cache_reset`, 8191 frames held", reset_full_ring},
         {"`webrtc_video_cache_fini`, 8191 frames held", release_full_ring},
         {"`webrtc_video_cache_alloc`", allocate_ring},
+        {"`rtc_video_frames_init`", init_queue},
         {"`video_stream_init`", init_stream},
         {"`video_stream_reset`, both paths full", reset_full_stream},
+        {"`service_video_streams_get_video_stream`, a new stream", make_stream},
+        {"`service_video_streams_cleanup`, a stream with both paths full", destroy_full_stream},
     };
 }
