@@ -178,6 +178,20 @@ static bool __is_other_frame(const stream_state *state, const PVideoData4 *video
     return tenant->n_pkts_total != 0 && tenant->frame_seq == frame_seq && tenant->first_pkt_seq != first_seq;
 }
 
+// Frames of before the key frame, whose numbers are higher, still wait for one that was lost.
+static bool __begins_below_held_frames(const user_video_stream *stream, const Video4Header *header)
+{
+    if (__is_key_frame(header->video_type) == 0) {
+        return false;
+    }
+    for (const video_frame &frame : stream->video_frames_q.video_frames) {
+        if (frame.n_pkts_total != 0 && zeb_uint32_after(frame.frame_seq, header->frame_seq) != 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
 static packet_drop_e __place(stream_state *state, PVideoData4 *video, bool is_retrans, reception_verdict verdict,
                              const zeb_ts_t *now_p)
 {
@@ -206,7 +220,8 @@ static packet_drop_e __place(stream_state *state, PVideoData4 *video, bool is_re
         }
         // The packets go on and the frames do not: the sender's encoder was made anew.
         __restart(state);
-    } else if (verdict == RECEPTION_NEWEST && __is_other_frame(state, video)) {
+    } else if (verdict == RECEPTION_NEWEST &&
+               (__is_other_frame(state, video) || __begins_below_held_frames(state->stream, &video->header))) {
         __restart(state);
     }
     const packet_drop_e result = __insert(state, video, now_p);

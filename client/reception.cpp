@@ -105,8 +105,20 @@ static uint32_t __timestamp_distance(uint32_t lhs, uint32_t rhs)
     return zeb_uint32_after(lhs, rhs) != 0 ? lhs - rhs : rhs - lhs;
 }
 
+// The oldest packet of which anything is known; what came first may have been forgotten.
+static const reception_entry *__oldest(const reception *self)
+{
+    const reception_entry *entry = nullptr;
+    // The first number follows the newest one at no more than the history's length.
+    for (uint32_t number = self->first; entry == nullptr && zeb_uint32_after(number, self->newest) == 0; number++) {
+        entry = reception_find(self, number);
+    }
+    return entry;
+}
+
 // A copy has the timestamp of what it copies, and a latecomer from before the first packet has about that one's. What
-// has not was numbered anew, close to the numbers of before. Padding may only be supposed to have had its number.
+// has not was numbered anew, close to the numbers of before; when all of those are forgotten, whatever is before them may
+// be. Padding may only be supposed to have had its number.
 static bool __contradicts(const reception *self, const reception_packet *packet)
 {
     const uint32_t number = reception_number(self, packet->seq);
@@ -114,9 +126,11 @@ static bool __contradicts(const reception *self, const reception_packet *packet)
     if (entry != nullptr) {
         return entry->role != PACKET_ROLE_PADDING && entry->timestamp != packet->timestamp;
     }
-    const reception_entry *first = reception_find(self, self->first);
-    return first != nullptr && zeb_uint32_after(self->first, number) != 0 &&
-           __timestamp_distance(packet->timestamp, first->timestamp) > kReceptionTimestampSlack;
+    if (zeb_uint32_after(self->first, number) == 0) {
+        return false;
+    }
+    const reception_entry *oldest = __oldest(self);
+    return oldest == nullptr || __timestamp_distance(packet->timestamp, oldest->timestamp) > kReceptionTimestampSlack;
 }
 
 // A number that is neither a jump nor was confirmed as one.

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "channel_state.h"
 #include "frame_output.h"
 #include "nal.h"
 #include "nal_edges.h"
@@ -123,8 +124,8 @@ void rtp_delivery_finish(stream_state *state, const zeb_ts_t *now_p)
 
 // The cache takes the lowest key-frame packet that it has for the first one of its frame. It is that one if the packet
 // before it belongs to another frame, handed over or at least seen, or if it says itself that it begins a picture. In a
-// stream's very first packet the first slice, and what stands in front of it, do too when the parameter sets are known
-// from elsewhere.
+// stream's very first packet the first slice, and what stands in front of it, do too when the parameter sets were
+// described: sets that the stream brought itself may be those of a later key frame, and this one's own were lost.
 static bool __is_beginning_proven(const stream_state *state, const delivered_packet *packet)
 {
     const uint8_t codec = packet->video->header.codec;
@@ -137,7 +138,7 @@ static bool __is_beginning_proven(const stream_state *state, const delivered_pac
     const bool opens_stream = number == state->arrivals.first && (summary.is_first_slice || summary.leads_picture);
     return state->rtp.is_continuous || summary.starts_access_unit ||
            reception_proves_beginning(&state->arrivals, number, view->timestamp) ||
-           (opens_stream && parameter_sets_are_known(&state->sets, codec));
+           (opens_stream && parameter_sets_are_known(&state->stream->channel->state->described_sets, codec));
 }
 
 // Stands for a number that belongs to no picture.

@@ -320,6 +320,18 @@ TEST_F(NativePath, FollowsASenderThatNumbersItsFramesAnewFromWhereItJustBegan)
     expect_frames({key, again, next});
 }
 
+// Of the frame whose number is used again nothing came, so only the frames behind it tell.
+TEST_F(NativePath, FollowsASenderThatNumbersItsFramesAnewBelowFramesThatWait)
+{
+    const native_frame key = {1000, 102, 2, true};
+    const native_frame next = {1001, 104, 1};
+    receive({1002, 100, 1});
+    receive({1003, 101, 1});
+    receive(key);
+    receive(next);
+    expect_frames({key, next});
+}
+
 // One frame from far ahead takes its slot and the place of the newest one, but not for longer than the patience.
 TEST_F(NativePath, GetsOverAFrameFromFarAhead)
 {

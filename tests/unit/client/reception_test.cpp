@@ -257,4 +257,20 @@ TEST(ReceptionTimes, KeepsTheFirstAndTheLastArrival)
     EXPECT_EQ(in.report.last_packet_at, 7000u);
 }
 
+// What there was no memory for is forgotten, and with it the timestamp that the first packet had.
+TEST(ReceptionForgets, ThatItsFirstPacketCameAndStillKnowsANewNumbering)
+{
+    for (const int n_forgotten : {1, 5}) { // one of five, all of them
+        arrivals in;
+        for (uint16_t seq = 1000; seq < 1005; seq++) {
+            in.take(seq, 0x12345678);
+        }
+        for (int i = 0; i < n_forgotten; i++) {
+            reception_forget(in.state.get(), &in.report, in.number(static_cast<uint16_t>(1000 + i)));
+        }
+        EXPECT_EQ(in.take(1, 0), RECEPTION_STRAY) << n_forgotten;
+        EXPECT_EQ(in.take(2, 0), RECEPTION_RESTARTED) << n_forgotten;
+    }
+}
+
 } // namespace
