@@ -608,3 +608,13 @@ TEST_F(FrameReleaseEdge, NeedsNoChannel)
     drop(frame);
     expect_is_empty(frame);
 }
+
+// What lies behind the last slot would pass for a frame.
+TEST_F(FrameLookupEdge, FindsNoPacketBehindTheLastSlot)
+{
+    q->count = 1;
+    q->pkt_frame_pos[0] = VIDEO_FRAMES_Q_SLOTS;
+    stream->n_fec_recovered_frames = UINT64_MAX;
+    EXPECT_EQ(video_stream_find_frame_by_pkt_seq(stream, 0), nullptr);
+    q->pkt_frame_pos[0] = -1;
+}

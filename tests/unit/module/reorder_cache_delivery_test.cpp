@@ -398,3 +398,20 @@ TEST(ReorderCacheCheck, CountsBothPatiencesFromTheirOwnStart)
         {P(1, 2).at(3499), "kept, 1001:1-2"},
     });
 }
+
+TEST(ReorderCacheDelivery, EndsWithTheDropThatAGapMadeNecessary)
+{
+    ReorderScene scene;
+
+    scene.run(K(0, 1).m());
+    scene.run(K(2, 2));
+    scene.world.refuse_tag("webrtc_video_insert_frm_map");
+    scene.run(P(3, 3)); // stays without a frame
+    scene.world.refuse = nullptr;
+    webrtc_video_frame_t *head = scene.frame(2);
+    head->max_seq = head->min_seq;
+    head->state = WEBRTC_VIDEO_FRM_COMPLETE;
+    scene.world.log.clear();
+    EXPECT_EQ(scene.run(check().at(2000)), "");
+    EXPECT_EQ(scene.world.log_at(4), (std::vector<log_line>{{4, "[ERROR][RCV_VID] frm_ptr is null\n"}}));
+}

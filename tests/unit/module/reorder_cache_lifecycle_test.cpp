@@ -481,3 +481,13 @@ TEST(ReorderCacheDump, PrintsTheLowHalfOfTimestamps)
                                          " frm_ts=[6, 7] last_ordered=[8, 9]\n"}}));
     scene.cache->pkt_cur_cnt = scene.cache->frm_cur_cnt = 0;
 }
+
+TEST(ReorderCacheReset, CountsNoPacketsWhateverItCountedBefore)
+{
+    ReorderScene scene;
+
+    scene.run(K(0, 1));
+    scene.cache->pkt_cur_cnt = 7;
+    webrtc_video_cache_reset(scene.cache);
+    EXPECT_EQ(scene.cache->pkt_cur_cnt, 0u);
+}

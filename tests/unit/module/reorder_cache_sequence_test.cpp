@@ -358,6 +358,18 @@ TEST(ReorderCacheRemoval, LeavesThePacketsOfAFrameWhoseEndsAreHalfACircleApart)
     }
 }
 
+TEST(ReorderCacheRemoval, LeavesTheExpectedPacketThatIsTheFramesLast)
+{
+    for (const numbering &base : numberings()) {
+        ReorderScene scene(base);
+        scene.run(K(0, 1));
+        scene.run(P(1, 1));
+        scene.cache->pkt_exp_seq = scene.seq(1);
+        EXPECT_EQ(scene.run(check().at(2000)), "asks key");
+        EXPECT_EQ(scene.cache->pkt_exp_seq, scene.seq(1));
+    }
+}
+
 // As many strangers are in the frame's range as the frame has packets, two of which lie outside.
 TEST(ReorderCacheRemoval, UnlinksPacketsOutsideTheRangeHoweverManyStrangersAreInIt)
 {
