@@ -391,6 +391,24 @@ TEST(ReorderCacheRemoval, UnlinksPacketsOutsideTheRangeHoweverManyStrangersAreIn
     }
 }
 
+TEST(ReorderCacheRemoval, UnlinksTheOnePacketOutsideTheRange)
+{
+    for (const numbering &base : numberings()) {
+        ReorderScene scene(base);
+        scene.run(K(0, 1));
+        for (int seq = 1; seq <= 40; seq++) {
+            scene.run(P(seq, seq == 32 ? 1 : 2));
+        }
+        scene.run(P(0x8001, 1)); // the frame's lowest packet, and its highest
+        scene.run(P(0x8024, 1)); // packet 32 is in a slot between the two
+        EXPECT_EQ(scene.frame(1)->n_pkts_received, 4);
+        EXPECT_EQ(scene.run(check().at(2000)), "");
+        EXPECT_EQ(scene.frame(1), nullptr);
+        EXPECT_EQ(scene.cache->pkt_cur_cnt, 5u);
+        EXPECT_EQ(scene.slot(0).frm_ptr, nullptr);
+    }
+}
+
 // -- The drop to a key frame --
 
 TEST(ReorderCacheDrop, RemovesFramesUpToTheNextKeyFrame)
