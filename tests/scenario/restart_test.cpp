@@ -1,6 +1,5 @@
 // Senders that break off and go on in another way. Each stream heals, and is counted by name.
-#include "live_scene.h"
-#include "packet_hold.h"
+#include "restarts.h"
 
 #include <gtest/gtest.h>
 
@@ -9,102 +8,21 @@
 namespace
 {
 
-using live_scene::kFrameInterval;
-using live_scene::kRoundTrip;
 using live_scene::outcome;
-using live_scene::Scene;
+using namespace restarts;
 
-constexpr zeb_ts_t kMinute = 60000;
-constexpr uint32_t kHour = 3600u * 90000; // timestamp units
-
-void h265(Scene &scene)
-{
-    scene.codec = VIDEO_TYPE_H265;
-    scene.sender.payload_type = 97;
-}
-
-struct Row {
-    const char *what;
-    void (*restart)(Scene &scene);
-    bool begins_with_key_frame;
-    zeb_ts_t first_within; // ms from the restart to the first frame that comes out; a key frame, unless at once
-    const char *counted;
-};
-
-// A key frame comes a round trip after it was asked for, at the next picture; what was asked for late, later.
-constexpr zeb_ts_t kAtOnce = 0;
-// What may still come in front of a key frame behind a loss is waited for.
-constexpr zeb_ts_t kHeld = kPacketHoldPatience;
-constexpr zeb_ts_t kAsked = kRoundTrip + 2 * kFrameInterval;
-
-const Row kRows[] = {
-    {"NewSsrc", [](Scene &scene) { scene.sender.ssrc = 0xABCD0001; }, true, kAtOnce, "new_ssrc=1"},
-    {"NewSsrcInMidstream", [](Scene &scene) { scene.sender.ssrc = 0xABCD0001; }, false, kAsked, "new_ssrc=1"},
-    {"NumbersFarAhead", [](Scene &scene) { scene.sender.seq += 5000; }, true, kAtOnce, "sequence_jump=1"},
-    {"NumbersHalfACircleOff", [](Scene &scene) { scene.sender.seq += 32768; }, true, kAtOnce, "sequence_jump=1"},
-    {"NumbersFarBack", [](Scene &scene) { scene.sender.seq -= 5000; }, true, kAtOnce, "sequence_jump=1"},
-    {"NumbersInMidstream", [](Scene &scene) { scene.sender.seq -= 5000; }, false, kAsked, "sequence_jump=1"},
-    {"LongLoss", [](Scene &scene) { scene.sender.seq += 500; }, true, kHeld, "long_loss=1"},
-    {"LongLossInMidstream", [](Scene &scene) { scene.sender.seq += 500; }, false, kAsked, "long_loss=1"},
-    {"TimestampAhead", [](Scene &scene) { scene.sender.timestamp += kHour; }, true, kAtOnce, "timestamp_jump=1"},
-    {"TimestampBack", [](Scene &scene) { scene.sender.timestamp -= kHour; }, true, kAtOnce, "timestamp_jump=1"},
-    {"TimestampAheadInMidstream", [](Scene &scene) { scene.sender.timestamp += kHour; }, false, kAtOnce,
-     "timestamp_jump=1"},
-    {"TimestampBackInMidstream", [](Scene &scene) { scene.sender.timestamp -= kHour; }, false, kAtOnce,
-     "timestamp_jump=1"},
-    {"TimestampAtZero", [](Scene &scene) { scene.sender.timestamp = 0; }, false, kAtOnce, ""},
-    {"PauseOfMinutes",
-     [](Scene &scene) {
-         scene.rest(3 * kMinute);
-         scene.sender.timestamp += 3 * 60 * 90000;
-     },
-     false, kAtOnce, "pause=1"},
-    {"PauseOfAStandingClock", [](Scene &scene) { scene.rest(3 * kMinute); }, false, kAtOnce, "pause=1"},
-    {"PauseOfHours",
-     [](Scene &scene) {
-         scene.client.now += 10 * 60 * kMinute; // a device that slept
-         scene.sender.timestamp += 10 * kHour;
-     },
-     false, kAtOnce, "pause=1"},
-    {"PauseAndNewNumbers",
-     [](Scene &scene) {
-         scene.rest(2 * kMinute);
-         scene.sender.seq += 20000;
-         scene.sender.timestamp += 7 * kHour;
-     },
-     true, kAtOnce, "sequence_jump=1 timestamp_jump=1 pause=1"},
-    {"Codec", h265, true, kAtOnce, "codec_change=1"},
-    {"CodecInMidstream", h265, false, kAsked, "codec_change=1"},
-    {"CodecAndNumbers",
-     [](Scene &scene) {
-         h265(scene);
-         scene.sender.seq += 7000;
-         scene.sender.timestamp = 0x89ABCDEF;
-     },
-     true, kAtOnce, "sequence_jump=1 timestamp_jump=1 codec_change=1"},
-    {"AllAnew",
-     [](Scene &scene) {
-         h265(scene);
-         scene.sender.ssrc = 0xABCD0002;
-         scene.sender.seq = 1;
-         scene.sender.timestamp = 0;
-     },
-     true, kAtOnce, "new_ssrc=1"},
-};
-
-class Restart : public testing::TestWithParam<Row>
+class Restart : public testing::TestWithParam<restart>
 {
 };
 
-void run(const Row &row, uint16_t first_seq)
+void run(const restart &row, uint16_t first_seq)
 {
     SCOPED_TRACE("numbers from " + std::to_string(first_seq));
     Scene scene;
     scene.sender.seq = first_seq;
     scene.play(1000);
     EXPECT_EQ(scene.look().n_whole, 25u);
-    row.restart(scene);
-    scene.wants_key_frame = row.begins_with_key_frame;
+    begin_anew(scene, row);
     scene.look();
     scene.play(2000);
     const outcome after = scene.look();
@@ -124,8 +42,8 @@ TEST_P(Restart, Heals)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(By, Restart, testing::ValuesIn(kRows),
-                         [](const testing::TestParamInfo<Row> &row) { return std::string(row.param.what); });
+INSTANTIATE_TEST_SUITE_P(By, Restart, testing::ValuesIn(kRestarts),
+                         [](const testing::TestParamInfo<restart> &row) { return std::string(row.param.what); });
 
 // Numbers that came before: what the sender sends now looks like copies and latecomers.
 TEST(RestartBehind, ByFewerNumbersThanALatePacketMayBe)
@@ -151,11 +69,8 @@ TEST(RestartByCodec, AndBackAgainGivesEveryFrame)
 {
     Scene scene;
     for (int i = 0; i < 4; i++) {
-        scene.codec = i % 2 == 0 ? VIDEO_TYPE_H264 : VIDEO_TYPE_H265;
-        scene.sender.payload_type = i % 2 == 0 ? 96 : 97;
-        scene.wants_key_frame = true;
         const size_t before = scene.client.frames.size();
-        scene.play(400);
+        change_codec(scene, i, 400);
         for (size_t k = before; k < scene.client.frames.size(); k++) {
             EXPECT_EQ(scene.client.frames[k].codec, scene.codec);
         }
@@ -176,8 +91,7 @@ TEST(RestartByBye, IsSilentUntilTheSenderSpeaksAgain)
     const rtp_builder::frame head = scene.make_delta();
     scene.note(head);
     scene.client.receive(head.packets[0]);
-    const client_bench::bytes bye = {0x81, 203, 0, 1, 0x11, 0x22, 0x33, 0x44};
-    rtc_channel_receive_rtcp(scene.client.channel, bye.data(), bye.size(), &scene.client.now);
+    bye(scene);
     scene.client.sent.clear();
     scene.rest(kMinute);
     EXPECT_TRUE(scene.client.sent.empty());
@@ -189,8 +103,7 @@ TEST(RestartByBye, GoesOnUnderANewSsrcAndUnderTheOldOne)
     for (const bool is_new : {false, true}) {
         Scene scene;
         scene.play(1000);
-        const client_bench::bytes bye = {0x81, 203, 0, 1, 0x11, 0x22, 0x33, 0x44};
-        rtc_channel_receive_rtcp(scene.client.channel, bye.data(), bye.size(), &scene.client.now);
+        bye(scene);
         EXPECT_EQ(scene.report().byes, 1u);
         scene.rest(1000);
         scene.look();
@@ -209,9 +122,7 @@ TEST(RestartByNewSsrc, AgainAndAgainFindsAPlaceEachTime)
 {
     Scene scene;
     for (uint32_t i = 0; i < 20; i++) {
-        scene.sender.ssrc += 1;
-        scene.wants_key_frame = true;
-        scene.play(1000);
+        move_on(scene, 1000);
         EXPECT_EQ(scene.look().n_whole, 25u) << i;
     }
 }

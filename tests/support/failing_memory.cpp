@@ -12,6 +12,8 @@ namespace
 size_t n_asked = 0;
 size_t failing_nth = 0;
 failing_memory::failing failing_how = failing_memory::failing::once;
+const char *first_failed = nullptr;
+bool is_spared = false;
 long n_in_use = 0;
 size_t n_bytes = 0;
 size_t n_bytes_most = 0;
@@ -34,12 +36,23 @@ void fail(size_t nth, failing how)
     n_asked = 0;
     failing_nth = nth;
     failing_how = how;
+    first_failed = nullptr;
     n_bytes_most = n_bytes;
 }
 
 size_t asked()
 {
     return n_asked;
+}
+
+const char *failed_tag()
+{
+    return first_failed;
+}
+
+void spare(bool is_to_be_spared)
+{
+    is_spared = is_to_be_spared;
 }
 
 long in_use()
@@ -66,8 +79,9 @@ void __real_zeb_free_impl(void *ptr);
 
 void *__wrap_zeb_malloc_impl_dbg(size_t size, const char *tag, int line)
 {
-    n_asked++;
-    if (is_to_fail()) {
+    n_asked += is_spared ? 0 : 1;
+    if (!is_spared && is_to_fail()) {
+        first_failed = first_failed == nullptr ? tag : first_failed;
         return nullptr;
     }
     void *block = __real_zeb_malloc_impl_dbg(size, tag, line);

@@ -18,6 +18,12 @@ void fail(size_t nth, failing how);
 // Allocations asked for since then.
 size_t asked();
 
+// Who asked for the first one of them that failed; null when none did.
+const char *failed_tag();
+
+// While it is set, allocations neither count nor fail.
+void spare(bool is_spared);
+
 // Blocks that were given out and not given back, since the program began.
 long in_use();
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <map>
 #include <string>
@@ -43,22 +44,31 @@ struct outcome {
     zeb_ts_t longest_gap = 0; // ms, from the frame before the look on
 };
 
+// Retransmissions come under this payload type and SSRC where a scene sends them so.
+constexpr uint8_t kRtxType = 98;
+constexpr uint32_t kRtxSsrc = 0x99AABBCC;
+
 class Scene
 {
   public:
-    Client client{false, agreed()};
+    Client client;
     rtp_builder::Sender sender;
     uint8_t codec = VIDEO_TYPE_H264;
     size_t packets = 3;          // of a frame
     bool wants_key_frame = true; // the next frame is one
     bool answers_key_requests = true;
     bool answers_nack = true;
+    bool sends_rtx = false;                  // answers so
+    bool is_native = false;                  // packets come under the native numbering
+    uint32_t frame_seq = 10;                 // of the next native frame
     std::function<bool(size_t index)> loses; // packet `index` of the frame about to be sent
 
-    Scene()
+    explicit Scene(bool estimates_downlink = false, const channel_feedback &feedback = agreed())
+        : client(estimates_downlink, feedback)
     {
         sender.timestamp_step = 3600;
         rtc_channel_set_payload_type(client.channel, 97, VIDEO_TYPE_H265);
+        rtc_channel_set_rtx(client.channel, kRtxType, 96);
         client.during_frame = [this] { out_at_.push_back(client.now); };
     }
 
@@ -97,7 +107,10 @@ class Scene
     // Counts the frame as sent, whatever of it arrives.
     void note(const frame &made)
     {
-        sent_.push_back({made, sender.ssrc});
+        sent_[sender.ssrc].push_back(made);
+        if (is_native) {
+            sent_[sender.ssrc].back().timestamp = 0; // it is not given out
+        }
         for (size_t i = 0; i < made.packets.size(); i++) {
             buffer_[key_of(sender.ssrc, static_cast<uint16_t>(made.first_seq + i))] = made.packets[i];
         }
@@ -108,14 +121,28 @@ class Scene
         note(made);
         for (size_t i = 0; i < made.packets.size(); i++) {
             if (!loses || !loses(i)) {
-                client.receive(made.packets[i]);
+                deliver(made, i);
             }
+        }
+        frame_seq++;
+    }
+
+    void deliver(const frame &made, size_t index)
+    {
+        if (is_native) {
+            deliver_native(made, static_cast<uint16_t>(index));
+        } else {
+            client.receive(made.packets[index]);
         }
     }
 
-    // Answers what was asked for a round trip ago or longer.
+    // Answers what was asked for a round trip ago or longer. On the native path nothing is sent, and the count tells.
     void answer()
     {
+        if (is_native && report().key_frame_requests > n_native_requests_) {
+            wants_key_frame = wants_key_frame || answers_key_requests;
+        }
+        n_native_requests_ = report().key_frame_requests;
         for (; n_heard_ < client.sent.size() && client.sent[n_heard_].at + kRoundTrip <= client.now; n_heard_++) {
             const bytes datagram = client.sent[n_heard_].data;
             rtcp_cursor cursor = rtcp_cursor_begin(datagram.data(), datagram.size());
@@ -148,6 +175,12 @@ class Scene
         return text;
     }
 
+    // True when the sender's newest frame came out, as far as was looked at.
+    bool is_up_to_date()
+    {
+        return next_[sender.ssrc] == sent_[sender.ssrc].size();
+    }
+
     // Judges what came out since the last look, or since the beginning.
     outcome look()
     {
@@ -160,11 +193,6 @@ class Scene
     }
 
   private:
-    struct sent_frame {
-        frame made;
-        uint32_t ssrc;
-    };
-
     static uint64_t key_of(uint32_t ssrc, uint16_t seq)
     {
         return static_cast<uint64_t>(ssrc) << 16 | seq;
@@ -178,33 +206,58 @@ class Scene
         return unit;
     }
 
+    // Without memory for it the packet has no payload.
+    void deliver_native(const frame &made, uint16_t index)
+    {
+        const bytes &packet = made.packets[index];
+        PVideoData4 video = {};
+        video.common.uid = sender.ssrc;
+        video.common.seq = static_cast<uint16_t>(made.first_seq + index);
+        video.header.frame_seq = frame_seq;
+        video.header.n_pkts = static_cast<uint16_t>(made.packets.size());
+        video.header.subseq = index;
+        video.header.video_type = made.is_key ? 0x00 : 0x10;
+        video.header.codec = codec;
+        video.header.protocol_version = 10;
+        video.payload.values = zeb_malloc_impl_dbg(packet.size(), __func__, __LINE__);
+        if (video.payload.values != nullptr) {
+            video.payload.count = video.payload.allocated = static_cast<uint16_t>(packet.size());
+            memcpy(video.payload.values, packet.data(), packet.size());
+        }
+        rtc_channel_receive_native(client.channel, &video, 0, false, &client.now);
+    }
+
     void resend(const rtcp_nack &nack)
     {
         rtcp_nack_cursor cursor = rtcp_nack_begin(&nack);
         seq_t seq = 0;
         while (rtcp_nack_next(&cursor, &seq)) {
             const auto found = buffer_.find(key_of(nack.media_ssrc, seq));
-            if (found != buffer_.end()) {
+            if (found != buffer_.end() && sends_rtx) {
+                client.receive(rtp_builder::rtx_packet(found->second, {kRtxType, n_rtx_++, kRtxSsrc}));
+            } else if (found != buffer_.end()) {
                 client.receive(found->second, true);
             }
         }
     }
 
+    // Senders are judged each by itself.
     void judge(outcome &seen, const client_bench::taken_frame &taken, zeb_ts_t at)
     {
-        size_t place = next_;
-        while (place < sent_.size() &&
-               (sent_[place].made.annexb != taken.data || sent_[place].made.timestamp != taken.rtp_timestamp ||
-                sent_[place].ssrc != taken.uid)) {
+        const std::vector<frame> &sent = sent_[taken.uid];
+        size_t &next = next_[taken.uid];
+        size_t place = next;
+        while (place < sent.size() &&
+               (sent[place].annexb != taken.data || sent[place].timestamp != taken.rtp_timestamp)) {
             place++;
         }
-        if (place == sent_.size()) {
+        if (place == sent.size()) {
             seen.n_wrong++;
             return;
         }
-        seen.n_broken += !sent_[place].made.is_key && place != next_ ? 1 : 0;
-        next_ = place + 1;
-        seen.begins_with_key = seen.n_whole == 0 ? sent_[place].made.is_key : seen.begins_with_key;
+        seen.n_broken += !sent[place].is_key && place != next ? 1 : 0;
+        next = place + 1;
+        seen.begins_with_key = seen.n_whole == 0 ? sent[place].is_key : seen.begins_with_key;
         seen.first_at = seen.n_whole == 0 ? at - looked_at_ : seen.first_at;
         seen.n_whole++;
         if (last_out_at_ != 0) {
@@ -213,13 +266,15 @@ class Scene
         last_out_at_ = at;
     }
 
-    std::vector<sent_frame> sent_;
+    std::map<uint32_t, std::vector<frame>> sent_; // by SSRC
     std::map<uint64_t, bytes> buffer_;
     std::vector<zeb_ts_t> out_at_;
     uint32_t salt_ = 0;
     size_t n_heard_ = 0;
     size_t n_taken_ = 0;
-    size_t next_ = 0; // frame that is to come out next
+    std::map<uint32_t, size_t> next_; // frame that is to come out next, by SSRC
+    uint64_t n_native_requests_ = 0;
+    uint16_t n_rtx_ = 0;
     zeb_ts_t last_out_at_ = 0;
     zeb_ts_t looked_at_ = client.now;
 };

@@ -71,12 +71,23 @@ class Link
         return outcome_;
     }
 
-  private:
     struct sent_frame {
         rtp_builder::frame frame;
         zeb_ts_t at;
     };
 
+    const std::deque<sent_frame> &sent() const
+    {
+        return sent_;
+    }
+
+    // Where its numbers are.
+    const rtp_builder::Sender &sender() const
+    {
+        return sender_;
+    }
+
+  private:
     void at(zeb_ts_t when, std::function<void()> what)
     {
         events_.emplace(when, std::move(what));

@@ -55,6 +55,25 @@ inline bytes rtp_packet(const rtp_fields &fields)
     return packet;
 }
 
+// A packet as a retransmission (RFC 4588, 4): another payload type and SSRC, numbers of its own, the original one in front
+// of the payload.
+struct rtx_fields {
+    uint8_t payload_type;
+    uint16_t seq;
+    uint32_t ssrc;
+};
+
+inline bytes rtx_packet(const bytes &original, const rtx_fields &fields)
+{
+    bytes packet = {original[0], static_cast<uint8_t>((original[1] & 0x80) | fields.payload_type)};
+    append_number(packet, fields.seq, 2);
+    packet.insert(packet.end(), original.begin() + 4, original.begin() + 8);
+    append_number(packet, fields.ssrc, 4);
+    packet.insert(packet.end(), original.begin() + 2, original.begin() + 4);
+    packet.insert(packet.end(), original.begin() + 12, original.end());
+    return packet;
+}
+
 // A NAL unit of `size` bytes behind a header byte of type `type`; no start code can come about in it.
 inline bytes nal_unit(uint8_t type, size_t size, uint32_t salt = 0)
 {

@@ -15,19 +15,9 @@ using rtp_builder::Sender;
 constexpr uint8_t kRtxType = 97;
 constexpr uint32_t kRtxSsrc = 0x99AABBCC;
 
-// The packet as a retransmission: another payload type and SSRC, numbers of its own, the original one in the payload.
-bytes rtx_of(const bytes &packet, uint16_t rtx_seq, uint32_t rtx_ssrc = kRtxSsrc)
+bytes rtx_of(const bytes &packet, uint16_t rtx_seq)
 {
-    bytes rtx(packet.begin(), packet.begin() + 12);
-    rtx[1] = static_cast<uint8_t>((packet[1] & 0x80) | kRtxType);
-    rtx[2] = static_cast<uint8_t>(rtx_seq >> 8);
-    rtx[3] = static_cast<uint8_t>(rtx_seq);
-    for (unsigned i = 0; i < 4; i++) {
-        rtx[8 + i] = static_cast<uint8_t>(rtx_ssrc >> (24 - 8 * i));
-    }
-    rtx.insert(rtx.end(), packet.begin() + 2, packet.begin() + 4);
-    rtx.insert(rtx.end(), packet.begin() + 12, packet.end());
-    return rtx;
+    return rtp_builder::rtx_packet(packet, {kRtxType, rtx_seq, kRtxSsrc});
 }
 
 channel_feedback with_nack()
