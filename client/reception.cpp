@@ -191,12 +191,15 @@ static bool __confirms_stray(const reception *self, const reception_packet *pack
     return to_stray > 0 && to_stray < kReceptionMaxGap && to_stray < to_newest;
 }
 
-// Packets of before come late where the sender numbers anew, and would be taken for the next jump.
+// Packets of before come late where the sender numbers anew, and would be taken for the next jump. Numbers may be used
+// again at once, so the timestamp has to be nearer to those of before.
 static bool __is_of_former(const reception *self, const reception_packet *packet)
 {
     const auto behind = static_cast<seq_t>(self->former_seq - packet->seq);
-    return self->has_former && behind < kReceptionMaxMisorder &&
-           self->former_timestamp - packet->timestamp <= kReceptionTimestampSlack;
+    const reception_entry *newest = reception_find(self, self->newest);
+    const uint32_t distance = self->former_timestamp - packet->timestamp;
+    return self->has_former && behind < kReceptionMaxMisorder && distance <= kReceptionTimestampSlack &&
+           (newest == nullptr || distance < __timestamp_distance(packet->timestamp, newest->timestamp));
 }
 
 static void __begin_anew(reception *self, const reception_packet *packet)
