@@ -74,7 +74,7 @@ class LossyPath:
 
     def __init__(self, damage, receiver_port, feedback_port):
         self.rtp_in, self.rtcp_in, self.rtp_out, self.rtcp_out = (open_socket() for _ in range(4))
-        forward, backward = Direction(damage, damage.seed), Direction(damage, -damage.seed)
+        forward, backward = Direction(damage, damage.seed), Direction(damage, damage.seed + 1000)
         to_rtp, to_rtcp = (LOOPBACK, receiver_port), (LOOPBACK, receiver_port + 1)
         to_sender = (LOOPBACK, feedback_port)
         self.routes = {
