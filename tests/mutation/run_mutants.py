@@ -5,7 +5,8 @@
 BUILD_DIR holds two builds of the tests, `plain` and `asan`. The module is made a shared library of its own, so that a
 mutant costs one compilation; what the quick tests of the module let pass meets those of the private functions, the slow
 ones, and the quick ones again under the sanitizers. Ends with 1 when one passes that is not named in
-equivalent.txt, or when fewer than 95 of 100 are caught of 300 or more. With --check it only looks whether all that are named there exist.
+equivalent.txt, or when fewer than 95 of 100 are caught of 300 or more. With --check it only looks whether all that are
+named there exist.
 """
 
 import argparse
