@@ -24,9 +24,9 @@ inline std::ostream &operator<<(std::ostream &out, const scene_row &row)
     return out << row.what;
 }
 
-// A scene asks for a few hundred allocations; of those behind this many each `kStride`th fails.
-constexpr size_t kEach = 300;
-constexpr size_t kStride = 7;
+// A scene asks for 50 to 250 allocations; of those behind this many each `kStride`th fails, which keeps it short.
+constexpr size_t kEach = 60;
+constexpr size_t kStride = 3;
 
 // Runs the scene once for every allocation and expects of each run: what comes out was sent so, in order, with all that
 // it refers to; the streams' records hold together; the log says what failed, and the one failure is counted where it
