@@ -90,7 +90,8 @@ static void __lateness_note(nack_list *self, zeb_ts_t lateness)
 static void __measure(nack_list *self, const missing_packet *packet, zeb_ts_t now)
 {
     const zeb_ts_t sample = now - packet->asked_at;
-    if (packet->tries == 0 || sample < nack_list_rtt(self) / 2) {
+    // What comes right behind a repeat answers the request before it, and is neither late nor a measure.
+    if (packet->tries == 0 || (packet->tries == 1 && sample < nack_list_rtt(self) / 2)) {
         __lateness_note(self, now - packet->missing_since);
     } else if (packet->tries == 1) {
         const auto sample_8 = static_cast<uint32_t>(sample * 8);

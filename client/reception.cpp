@@ -191,6 +191,14 @@ static bool __confirms_stray(const reception *self, const reception_packet *pack
     return to_stray > 0 && to_stray < kReceptionMaxGap && to_stray < to_newest;
 }
 
+// Whether a number is one that the numbering has, or is about to get to.
+static bool __is_near(const reception *self, seq_t seq)
+{
+    const auto behind_first = static_cast<seq_t>(seq - static_cast<seq_t>(self->first));
+    const auto length = static_cast<seq_t>(self->newest - self->first);
+    return behind_first < length + kReceptionMaxGap;
+}
+
 // Packets of before come late where the sender numbers anew, and would be taken for the next jump. Numbers may be used
 // again at once, so the timestamp has to be nearer to those of before.
 static bool __is_of_former(const reception *self, const reception_packet *packet)
@@ -198,7 +206,8 @@ static bool __is_of_former(const reception *self, const reception_packet *packet
     const auto behind = static_cast<seq_t>(self->former_seq - packet->seq);
     const reception_entry *newest = reception_find(self, self->newest);
     const uint32_t distance = self->former_timestamp - packet->timestamp;
-    return self->has_former && behind < kReceptionMaxMisorder && distance <= kReceptionTimestampSlack &&
+    return self->has_former && !__is_near(self, packet->seq) && behind < kReceptionMaxMisorder &&
+           distance <= kReceptionTimestampSlack &&
            (newest == nullptr || distance < __timestamp_distance(packet->timestamp, newest->timestamp));
 }
 

@@ -101,6 +101,16 @@ TEST_F(NackList, DoesNotTakeAPacketThatWasOnlyLateForARoundTrip)
     EXPECT_EQ(nack_list_rtt(&list), kNackRttUnknown);
 }
 
+TEST_F(NackList, TakesAnAnswerRightBehindARepeatForNoLatePacket)
+{
+    lose(70, 70, 0);
+    due(5);
+    due(5 + kNackRttUnknown + kNackRttUnknown / 16);
+    arrive(70, 5 + kNackRttUnknown + kNackRttUnknown / 16 + 2);
+    EXPECT_EQ(nack_list_hold(&list), kNackHoldMin);
+    EXPECT_EQ(nack_list_rtt(&list), kNackRttUnknown);
+}
+
 TEST_F(NackList, HoldsLongerOnAPathThatReorders)
 {
     lose(70, 70, 0);

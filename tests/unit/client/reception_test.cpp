@@ -257,6 +257,21 @@ TEST(ReceptionTimes, KeepsTheFirstAndTheLastArrival)
     EXPECT_EQ(in.report.last_packet_at, 7000u);
 }
 
+// Packets of before that come late have numbers and timestamps like those that the new numbering gets to soon.
+TEST(ReceptionRestart, MayUseTheSameNumbersAndNearlyTheSameTimestampsAgain)
+{
+    arrivals in;
+    for (uint32_t start = 0; start < 3; start++) {
+        for (uint16_t i = 0; i < 90; i++) {
+            const reception_verdict verdict = in.take(static_cast<uint16_t>(1000 + i), 900000 + i * 3000u + start * 70);
+            const bool is_second_start = start > 0 && i < 2;
+            if (!is_second_start) {
+                EXPECT_EQ(verdict, RECEPTION_NEWEST) << "start " << start << ", packet " << i;
+            }
+        }
+    }
+}
+
 // What there was no memory for is forgotten, and with it the timestamp that the first packet had.
 TEST(ReceptionForgets, ThatItsFirstPacketCameAndStillKnowsANewNumbering)
 {
