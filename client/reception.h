@@ -16,7 +16,7 @@ constexpr uint16_t kReceptionMaxMisorder = 2000;
 // A confirmed jump ahead by less than this is a long loss, any other a new numbering. So is one to a timestamp from
 // before the newest one, or from long after.
 constexpr uint16_t kReceptionMaxDropout = 3000;
-constexpr uint32_t kReceptionMaxSilence = 300 * 90000; // timestamp units
+constexpr uint32_t kReceptionMaxSilence = 300 * 90000;   // timestamp units
 constexpr uint32_t kReceptionTimestampSlack = 5 * 90000; // timestamp units by which a late packet may be older
 constexpr uint32_t kReceptionHistory = 2048;             // numbers; a power of 2
 

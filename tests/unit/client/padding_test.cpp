@@ -210,7 +210,7 @@ TEST(PaddingRequests, NameTheNumbersOfTheSender)
     stream.add(stream.sender.filler());
     const uint16_t lost = static_cast<uint16_t>(stream.next_seq + 1);
     stream.add(stream.sender.delta_frame(3));
-    for (const size_t index : {0, 1, 2, 4}) {
+    for (const size_t index : order{0, 1, 2, 4}) {
         stream.arrive(index);
     }
     const zeb_ts_t began = stream.client.now;

@@ -525,10 +525,8 @@ TEST(RtpPathRestart, IsNotUndoneByPacketsThatComeLate)
         std::vector<frame> sent = {sender.key_frame(), sender.delta_frame()};
         client.receive(sent[0]);
         client.receive(sent[1]);
-        std::vector<frame> late;
-        for (int i = 0; i < 4; i++) {
-            late.push_back(sender.delta_frame());
-        }
+        const std::vector<frame> late = {sender.delta_frame(), sender.delta_frame(), sender.delta_frame(),
+                                         sender.delta_frame()};
         client.receive(sender.delta_frame()); // the newest
         sender.seq = 100;
         sender.timestamp += 0x50000000;
