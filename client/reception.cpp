@@ -191,12 +191,13 @@ static bool __confirms_stray(const reception *self, const reception_packet *pack
     return to_stray > 0 && to_stray < kReceptionMaxGap && to_stray < to_newest;
 }
 
-// Whether a number is one that the numbering has, or is about to get to.
-static bool __is_near(const reception *self, seq_t seq)
+// Whether the packet is one that the numbering has, or is about to get to.
+static bool __is_near(const reception *self, const reception_entry *newest, const reception_packet *packet)
 {
-    const auto behind_first = static_cast<seq_t>(seq - static_cast<seq_t>(self->first));
+    const auto behind_first = static_cast<seq_t>(packet->seq - static_cast<seq_t>(self->first));
     const auto length = static_cast<seq_t>(self->newest - self->first);
-    return behind_first < length + kReceptionMaxGap;
+    return behind_first < length + kReceptionMaxGap && newest != nullptr &&
+           __timestamp_distance(packet->timestamp, newest->timestamp) <= kReceptionTimestampSlack;
 }
 
 // Packets of before come late where the sender numbers anew, and would be taken for the next jump. Numbers may be used
@@ -206,7 +207,7 @@ static bool __is_of_former(const reception *self, const reception_packet *packet
     const auto behind = static_cast<seq_t>(self->former_seq - packet->seq);
     const reception_entry *newest = reception_find(self, self->newest);
     const uint32_t distance = self->former_timestamp - packet->timestamp;
-    return self->has_former && !__is_near(self, packet->seq) && behind < kReceptionMaxMisorder &&
+    return self->has_former && !__is_near(self, newest, packet) && behind < kReceptionMaxMisorder &&
            distance <= kReceptionTimestampSlack &&
            (newest == nullptr || distance < __timestamp_distance(packet->timestamp, newest->timestamp));
 }
