@@ -172,6 +172,17 @@ static bool __goes_with_stray(const reception *self, const reception_packet *pac
                __timestamp_distance(packet->timestamp, newest->timestamp);
 }
 
+// Where numbers of the new numbering are lost, the first that was not taken before comes some way behind the stray one. By
+// its timestamp it cannot go on with what was before.
+static bool __is_beside_stray(const reception *self, const reception_packet *packet)
+{
+    const reception_entry *newest = reception_find(self, self->newest);
+    const uint16_t distance = zeb_uint16_dist(packet->seq, self->stray.seq);
+    return newest != nullptr && !__contradicts(self, packet) && distance < kReceptionMaxGap &&
+           __timestamp_distance(packet->timestamp, self->stray.timestamp) <= kReceptionTimestampSlack &&
+           __timestamp_distance(packet->timestamp, newest->timestamp) > kReceptionTimestampSlack;
+}
+
 // A number close by, and closer than to the newest one, confirms a long loss; paths reorder. A new numbering takes
 // two numbers in sequence. A retransmission is old by nature and proves nothing.
 static bool __confirms_stray(const reception *self, const reception_packet *packet)
@@ -181,7 +192,7 @@ static bool __confirms_stray(const reception *self, const reception_packet *pack
     }
     const bool is_next = packet->seq == zeb_uint16_next(self->stray.seq);
     if (self->stray_contradicts) {
-        return is_next && __goes_with_stray(self, packet);
+        return (is_next && __goes_with_stray(self, packet)) || __is_beside_stray(self, packet);
     }
     if (!__is_long_loss(self)) {
         return is_next;

@@ -142,6 +142,9 @@ INSTANTIATE_TEST_SUITE_P(
         contradiction{"an older copy, damaged",
                       {{0, 0}, {1, 3000}, {0, kFar}, {1, 3000}, {2, 6000}},
                       {New, New, Stray, Twice, New}},
+        contradiction{"and behind all of them",
+                      {{0, 0}, {1, 0}, {2, 0}, {0, kFar}, {4, kFar}, {5, kFar}},
+                      {New, New, New, Stray, Restarted, New}},
         contradiction{"two that are not neighbours",
                       {{0, 0}, {1, 0}, {2, 0}, {0, kFar}, {2, kFar}, {3, 0}},
                       {New, New, New, Stray, Stray, New}}));
