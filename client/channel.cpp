@@ -4,6 +4,7 @@
 
 #include "client_log.h"
 #include "feedback.h"
+#include "loss_watch.h"
 #include "native_intake.h"
 #include "rtcp.h"
 #include "rtp_intake.h"
@@ -318,18 +319,35 @@ static void __stream_tick(stream_state *state, const zeb_ts_t *now_p)
     stream_seconds_tick(state, *now_p);
 }
 
+static zeb_ts_t __sooner(zeb_ts_t one, zeb_ts_t other)
+{
+    return one < other ? one : other;
+}
+
+zeb_ts_t channel_next_at(const channel_state *channel)
+{
+    zeb_ts_t next_at = kServiceNever;
+    const list_head *head = &channel->users.head;
+    for (const list_head *node = head->next; node != head; node = node->next) {
+        for (const stream_state *state : reinterpret_cast<const user_state *>(node)->streams) {
+            if (state != nullptr) {
+                next_at = __sooner(next_at, __sooner(feedback_next_at(state), loss_watch_next_at(state)));
+            }
+        }
+    }
+    return next_at;
+}
+
 zeb_ts_t channel_tick(channel_state *channel, const zeb_ts_t *now_p)
 {
-    zeb_ts_t next_at = *now_p + kServiceTickInterval;
     list_head *head = &channel->users.head;
     for (list_head *node = head->next; node != head; node = node->next) {
         for (stream_state *state : reinterpret_cast<user_state *>(node)->streams) {
             if (state != nullptr) {
                 __stream_tick(state, now_p);
-                const zeb_ts_t feedback_at = feedback_next_at(state);
-                next_at = feedback_at < next_at ? feedback_at : next_at;
             }
         }
     }
+    const zeb_ts_t next_at = __sooner(*now_p + kServiceTickInterval, channel_next_at(channel));
     return next_at > *now_p ? next_at : *now_p + 1;
 }

@@ -54,5 +54,8 @@ inline bool service_is_in_callback(const rtc_service *service)
 // Runs what is due at `*now_p` on the channel's streams. Returns the time of the next call.
 zeb_ts_t channel_tick(channel_state *channel, const zeb_ts_t *now_p);
 
+// When one of its streams wants it to be called sooner; may be past.
+zeb_ts_t channel_next_at(const channel_state *channel);
+
 // Releases the channel with its users and streams; it is in no list any more.
 void channel_free(channel_state *channel);

@@ -124,11 +124,12 @@ static void __plan_key_frame(stream_state *state, zeb_ts_t at)
     state->stream->next_idr_should_at = at;
 }
 
-// Where no retransmission tells the round trip, the latest key frame does: it took one, and the wait for a picture.
+// Where no retransmission tells the round trip, the soonest key frame does: it took one, and the wait for a picture.
+// Senders are known to ignore what comes within two round trips of a request that they heard.
 static zeb_ts_t __key_frame_interval(const stream_feedback *self)
 {
     const bool is_rtt_known = self->nacks.rtt_8 != 0 || self->key_frame_answer == 0;
-    const zeb_ts_t interval = is_rtt_known ? 2 * nack_list_rtt(&self->nacks) : self->key_frame_answer;
+    const zeb_ts_t interval = 2 * (is_rtt_known ? nack_list_rtt(&self->nacks) : self->key_frame_answer);
     if (interval < kKeyFrameIntervalMin) {
         return kKeyFrameIntervalMin;
     }
@@ -161,14 +162,35 @@ void feedback_note_missing_beginning(stream_state *state, uint32_t number)
     __plan_retransmissions(state);
 }
 
+// Falls at once and hardly rises: the wait for a picture differs, the round trip does not.
+static void __note_answer(stream_feedback *self, uint16_t answer)
+{
+    const uint16_t known = self->key_frame_answer;
+    self->key_frame_answer =
+        known == 0 || answer < known ? answer : static_cast<uint16_t>(known + (answer - known) / 32);
+}
+
+// A key frame was asked for, and none came since.
+static bool __is_key_frame_due(const stream_feedback *self)
+{
+    return self->key_frame_asked_at != 0 && self->key_packet_at <= self->key_frame_asked_at;
+}
+
 void feedback_note_key_packet(stream_state *state, zeb_ts_t now)
 {
     stream_feedback *self = &state->feedback;
     const zeb_ts_t answer = now - self->key_frame_asked_at;
-    if (self->key_frame_asked_at != 0 && self->key_packet_at <= self->key_frame_asked_at && answer < kFeedbackSilence) {
-        self->key_frame_answer = static_cast<uint16_t>(answer);
+    if (__is_key_frame_due(self) && !self->is_key_frame_asked_again && answer < kFeedbackSilence) {
+        __note_answer(self, static_cast<uint16_t>(answer));
     }
     self->key_packet_at = now;
+    self->is_key_frame_coming = true;
+}
+
+void feedback_note_cleared(stream_state *state)
+{
+    nack_list_clear(&state->feedback.nacks);
+    state->feedback.is_key_frame_coming = false;
 }
 
 // What the reorder cache has gone past is not needed any more, and nothing is while it waits for a key frame that has
@@ -236,28 +258,29 @@ static void __write_key_frame_request(stream_state *state, rtcp_output *out)
     }
 }
 
-// A request that was answered does not stand in the way of the next one for long: the answer may have been damaged.
-static zeb_ts_t __key_frame_due_at(const stream_state *state)
+// Which of two requests was answered cannot be told, so that answers that take longer than the time between them are
+// never measured: each time it grows a little, until one is.
+static void __note_request(stream_feedback *self, zeb_ts_t now)
 {
-    const stream_feedback *self = &state->feedback;
-    const zeb_ts_t paced = state->stream->video_cache_q.next_intra_req_should_at;
-    const bool is_answered = self->key_packet_at > self->key_frame_asked_at;
-    const zeb_ts_t soonest = self->key_frame_asked_at + kKeyFrameIntervalMin;
-    return is_answered && soonest < paced ? soonest : paced;
+    self->is_key_frame_asked_again = __is_key_frame_due(self);
+    if (self->is_key_frame_asked_again && self->key_frame_answer < kKeyFrameIntervalMax) {
+        self->key_frame_answer = static_cast<uint16_t>(9 * self->key_frame_answer / 8);
+    }
+    self->key_frame_asked_at = now;
 }
 
 void feedback_ask_key_frame(stream_state *state, zeb_ts_t now)
 {
     webrtc_video_cache_t *cache = &state->stream->video_cache_q;
     const channel_feedback *agreed = &__channel_of(state)->feedback;
-    if ((!agreed->pli && !agreed->fir) || !__may_ask(state, now) || now < __key_frame_due_at(state)) {
+    if ((!agreed->pli && !agreed->fir) || !__may_ask(state, now) || now < cache->next_intra_req_should_at) {
         return;
     }
     feedback_datagram datagram;
     __begin(state, &datagram);
     __write_key_frame_request(state, &datagram.out);
     __send(state, &datagram);
-    state->feedback.key_frame_asked_at = now;
+    __note_request(&state->feedback, now);
     __plan_key_frame(state, now + __key_frame_interval(&state->feedback));
     __saturating_add(&cache->n_intra_req_sent_recent);
     __saturating_add(&state->stream->n_key_req_sent_recent);
@@ -267,7 +290,7 @@ void feedback_ask_key_frame(stream_state *state, zeb_ts_t now)
 static bool __waits_for_key_frame(const stream_state *state, zeb_ts_t now)
 {
     const stream_feedback *self = &state->feedback;
-    const bool is_coming = self->key_packet_at != 0 && now - self->key_packet_at < __key_frame_interval(self);
+    const bool is_coming = self->is_key_frame_coming && now - self->key_packet_at < __key_frame_interval(self);
     return state->rtp.needs_key_frame && !is_coming;
 }
 

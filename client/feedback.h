@@ -23,9 +23,11 @@ struct stream_feedback {
     zeb_ts_t sender_report_at;
     zeb_ts_t next_report_at;
     zeb_ts_t key_frame_asked_at;
-    zeb_ts_t key_packet_at;    // when a packet of a key frame came last
-    uint8_t fir_command_seq;   // of the request that is under way
-    uint16_t key_frame_answer; // ms from a request to the key frame that came next; 0: none did
+    zeb_ts_t key_packet_at;        // when a packet of a key frame came last
+    bool is_key_frame_coming;      // and what came of it was not cleared away
+    bool is_key_frame_asked_again; // what comes may answer either request
+    uint8_t fir_command_seq;       // of the request that is under way
+    uint16_t key_frame_answer;     // ms from a request to the key frame that came next, at the least; 0: none did
 };
 
 // The pacing that the stream's reorder cache keeps for its requests; a reset of the cache would forget it.
@@ -49,6 +51,9 @@ void feedback_note_missing_beginning(stream_state *state, uint32_t number);
 
 // Takes note that it belongs to a key frame.
 void feedback_note_key_packet(stream_state *state, zeb_ts_t now);
+
+// What the reorder cache held was cleared away: nothing before what comes next is missing.
+void feedback_note_cleared(stream_state *state);
 
 // A key frame is wanted: asks for one unless that was just done.
 void feedback_ask_key_frame(stream_state *state, zeb_ts_t now);

@@ -5,7 +5,7 @@
 #include "zeb_platform.h"
 
 // Late packets are waited for even where nobody retransmits: for twice as long as they were seen to take, or this.
-constexpr zeb_ts_t kLossPatienceMin = 10; // ms
+constexpr zeb_ts_t kLossPatienceMin = 5; // ms
 
 enum loss_verdict : uint8_t {
     LOSS_WAIT,             // it may still come, or nothing is held up

@@ -83,3 +83,14 @@ loss_situation loss_watch_look(const stream_state *state)
     }
     return situation;
 }
+
+zeb_ts_t loss_watch_next_at(const stream_state *state)
+{
+    const channel_feedback *agreed = &state->stream->channel->state->feedback;
+    const missing_packet *missing = nack_list_oldest(&state->feedback.nacks);
+    if (!agreed->give_up_early || agreed->nack || missing == nullptr) {
+        return kNackNever;
+    }
+    const zeb_ts_t at = missing->missing_since + loss_policy_patience(nack_list_hold(&state->feedback.nacks));
+    return at > state->now ? at : kNackNever;
+}

@@ -2,11 +2,11 @@
 
 #include <cstring>
 
-// A retransmission crosses the path twice, with some play; asked for again too soon it would come twice.
+// A retransmission crosses the path twice, with some play; asked for again too soon it would come twice. The millisecond
+// is the clock's.
 static zeb_ts_t __repeat_interval(const nack_list *self)
 {
-    const zeb_ts_t rtt = nack_list_rtt(self);
-    return rtt + rtt / 16;
+    return nack_list_rtt(self) + 1 + (2 * self->rtt_play_8 + 7) / 8;
 }
 
 static zeb_ts_t __due_at(const nack_list *self, const missing_packet *packet)
@@ -84,7 +84,21 @@ void nack_list_insert(nack_list *self, uint32_t number, zeb_ts_t now)
 static void __lateness_note(nack_list *self, zeb_ts_t lateness)
 {
     const auto sample_8 = static_cast<uint32_t>((lateness < kNackHoldMax ? lateness : kNackHoldMax) * 8);
-    self->lateness_8 = sample_8 > self->lateness_8 ? sample_8 : self->lateness_8 - (self->lateness_8 - sample_8) / 16;
+    self->lateness_8 =
+        sample_8 > self->lateness_8 ? sample_8 : self->lateness_8 - (self->lateness_8 - sample_8 + 15) / 16;
+}
+
+// Smoothed as that of TCP is (RFC 6298, 2). After a single one a sixteenth of it is allowed for.
+static void __rtt_note(nack_list *self, uint32_t sample_8)
+{
+    if (self->rtt_8 == 0) {
+        self->rtt_8 = sample_8;
+        self->rtt_play_8 = sample_8 / 32;
+        return;
+    }
+    const uint32_t play_8 = sample_8 > self->rtt_8 ? sample_8 - self->rtt_8 : self->rtt_8 - sample_8;
+    self->rtt_play_8 = self->rtt_play_8 - self->rtt_play_8 / 4 + play_8 / 4;
+    self->rtt_8 = self->rtt_8 - self->rtt_8 / 8 + sample_8 / 8;
 }
 
 static void __measure(nack_list *self, const missing_packet *packet, zeb_ts_t now)
@@ -94,8 +108,7 @@ static void __measure(nack_list *self, const missing_packet *packet, zeb_ts_t no
     if (packet->tries == 0 || (packet->tries == 1 && sample < nack_list_rtt(self) / 2)) {
         __lateness_note(self, now - packet->missing_since);
     } else if (packet->tries == 1) {
-        const auto sample_8 = static_cast<uint32_t>(sample * 8);
-        self->rtt_8 = self->rtt_8 == 0 ? sample_8 : self->rtt_8 - self->rtt_8 / 8 + sample_8 / 8;
+        __rtt_note(self, static_cast<uint32_t>(sample * 8));
     }
 }
 

@@ -9,7 +9,7 @@
 
 constexpr size_t kNackListMax = 512;      // packets remembered; a longer burst is not worth repairing
 constexpr uint8_t kNackTriesMax = 10;     // requests for one packet
-constexpr zeb_ts_t kNackHoldMin = 5;      // ms before the first request: the packet may merely come late
+constexpr zeb_ts_t kNackHoldMin = 2;      // ms before the first request: the packet may merely come late
 constexpr zeb_ts_t kNackHoldMax = 40;     // ms; on a path that was seen to reorder by as much
 constexpr zeb_ts_t kNackPatience = 2000;  // ms after which the reorder cache has given up, too
 constexpr zeb_ts_t kNackRttUnknown = 100; // ms between two requests until a retransmission was measured
@@ -27,6 +27,7 @@ struct nack_list {
     missing_packet missing[kNackListMax]; // by ascending number
     size_t count;
     uint32_t rtt_8;      // smoothed round-trip time, eighths of a millisecond; 0: not measured
+    uint32_t rtt_play_8; // how far from it the round trips are in the mean, eighths of a millisecond
     uint32_t lateness_8; // how late packets come that nobody asked for, eighths of a millisecond
 };
 

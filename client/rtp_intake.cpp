@@ -362,7 +362,7 @@ static void __cache_clear(stream_state *state, frame_drop_e reason)
     const request_pacing pacing = feedback_pacing_save(state);
     webrtc_video_cache_reset(cache);
     feedback_pacing_restore(state, &pacing);
-    nack_list_clear(&state->feedback.nacks);
+    feedback_note_cleared(state);
     state->report.packets_dropped[PACKET_DROP_LATE] += state->hold.packets.count;
     packet_hold_clear(&state->hold);
     stream_native_path_empty(state->stream);

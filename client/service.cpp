@@ -46,6 +46,20 @@ void rtc_service_destroy(rtc_service *service)
     zeb_free_impl(state);
 }
 
+zeb_ts_t rtc_service_next_at(const rtc_service *service)
+{
+    zeb_ts_t next_at = kServiceNever;
+    if (service == nullptr || service->state == nullptr) {
+        return next_at;
+    }
+    const list_head *head = &service->state->channels.head;
+    for (const list_head *node = head->next; node != head; node = node->next) {
+        const zeb_ts_t channel_at = channel_next_at(reinterpret_cast<const channel_state *>(node));
+        next_at = channel_at < next_at ? channel_at : next_at;
+    }
+    return next_at;
+}
+
 zeb_ts_t rtc_service_tick(rtc_service *service, const zeb_ts_t *now_p)
 {
     zeb_ts_t next_at = *now_p + kServiceTickInterval;

@@ -61,6 +61,7 @@ void replay_player::advance(uint64_t elapsed_us)
 void replay_player::receive_rtp(const uint8_t *packet, size_t size)
 {
     rtc_channel_receive_rtp(channel_, packet, size, false, &now_);
+    next_tick_ = std::min(next_tick_, std::max(rtc_service_next_at(service_), now_));
 }
 
 void replay_player::receive_rtcp(const uint8_t *datagram, size_t size)

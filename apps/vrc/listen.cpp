@@ -151,9 +151,8 @@ class listener
             media_outputs{[this, index](const channel_frame &frame) { frame_take(index, frame); },
                           [this](const udp_datagram &datagram) { record(datagram); },
                           [this, index](const feedback_peer &to, byte_view bytes) { return send(index, to, bytes); }});
-        added.sockets = std::make_unique<udp_sockets>(&loop_, [this, index](const udp_arrival &arrival) {
-            guard([&] { medias_[index].media->take(arrival, now()); });
-        });
+        added.sockets = std::make_unique<udp_sockets>(
+            &loop_, [this, index](const udp_arrival &arrival) { guard([&] { take(index, arrival); }); });
         addresses_bind(section, added.sockets.get());
         medias_.push_back(std::move(added));
     }
@@ -227,19 +226,36 @@ class listener
         return kStart + (uv_hrtime() - start_ns_) / ns_per_ms;
     }
 
+    void take(size_t section, const udp_arrival &arrival)
+    {
+        listen_media &media = *medias_[section].media;
+        const zeb_ts_t time = now();
+        media.take(arrival, time);
+        const zeb_ts_t wanted = std::max(media.next_at(), time);
+        if (wanted < tick_at_) {
+            tick_plan(time, wanted);
+        }
+    }
+
+    void tick_plan(zeb_ts_t time, zeb_ts_t at)
+    {
+        tick_at_ = at;
+        uv_timer_start(
+            tick_timer_.get(), [](uv_timer_t *timer) { of(timer)->guard([timer] { of(timer)->tick(); }); }, at - time,
+            0);
+    }
+
     void tick()
     {
         const zeb_ts_t time = now();
-        zeb_ts_t next = UINT64_MAX;
+        zeb_ts_t next = kServiceNever;
         for (const listened_media &one : medias_) {
             next = std::min(next, one.media->tick(time));
         }
         if (!options_.is_all) {
             succession_.tick(time);
         }
-        uv_timer_start(
-            tick_timer_.get(), [](uv_timer_t *timer) { of(timer)->guard([timer] { of(timer)->tick(); }); }, next - time,
-            0);
+        tick_plan(time, next);
     }
 
     // This and what follows is called from within a receiver: what goes wrong is told at the end.
@@ -346,6 +362,7 @@ class listener
     sender_succession succession_;       // unless all are written
     std::vector<listened_media> medias_; // as session_.sections
     handle_ptr<uv_timer_t> tick_timer_;
+    zeb_ts_t tick_at_ = 0;
     handle_ptr<uv_timer_t> stats_timer_;
     handle_ptr<uv_timer_t> end_timer_; // null without an end
     std::array<handle_ptr<uv_signal_t>, kSignals.size()> signals_;

@@ -54,6 +54,12 @@ class listen_media
         return receiver_.tick(now);
     }
 
+    // When what came since wants it to be called, if sooner than it said; may be past.
+    zeb_ts_t next_at() const
+    {
+        return receiver_.next_at();
+    }
+
     const live_receiver &receiver() const
     {
         return receiver_;

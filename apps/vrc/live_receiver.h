@@ -53,6 +53,12 @@ class live_receiver
     // Runs what is due and returns when to call again, later than `now`.
     zeb_ts_t tick(zeb_ts_t now);
 
+    // When what came since wants it to be called, if sooner than it said; may be past.
+    zeb_ts_t next_at() const
+    {
+        return rtc_service_next_at(service_.get());
+    }
+
     // The senders of video, in the order in which they came.
     const std::vector<uint32_t> &senders() const
     {

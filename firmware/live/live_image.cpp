@@ -5,6 +5,7 @@
 // writes the frames to the host's file OUTPUT, sends its RTCP back, and ends when the sender has said BYE and nothing is
 // waited for any more, with the counts on the console. CODEC is h264 or h265. Ends with 0; 1 when no frame came out; 2
 // wrong usage; 3 cannot write, or no network.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -123,7 +124,7 @@ void live(const receiver &self)
     while (left_at == 0 || now() - left_at < kSettled) {
         network_poll();
         const zeb_ts_t at = now();
-        if (at >= next_tick) {
+        if (at >= std::min(next_tick, rtc_service_next_at(self.service))) {
             next_tick = rtc_service_tick(self.service, &at);
             const stream_report *report = report_of(self);
             left_at = left_at == 0 && report != nullptr && report->byes > 0 ? at : left_at;

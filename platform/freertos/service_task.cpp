@@ -58,6 +58,13 @@ static void __take(service_task *self, const posted_datagram *datagram)
     }
 }
 
+// A time that is past is now: no tick goes back behind what has been taken in.
+static void __tick_sooner(service_task *self, zeb_ts_t time)
+{
+    const zeb_ts_t soonest = time > self->now ? time : self->now;
+    self->next_at = soonest < self->next_at ? soonest : self->next_at;
+}
+
 // Waits for a datagram or the next tick. Returns false when the task is to end.
 static bool __step(service_task *self)
 {
@@ -71,6 +78,7 @@ static bool __step(service_task *self)
         return false;
     }
     __take(self, &datagram);
+    __tick_sooner(self, rtc_service_next_at(self->config.service));
     zeb_free_impl(datagram.bytes);
     return true;
 }

@@ -6,7 +6,7 @@ import subprocess
 import time
 
 import comparison
-from lossy_path import LOOPBACK, LossyPath, free_port, free_port_pair
+from lossy_path import LOOPBACK, LossyPath, free_port_pair
 from receiver import Receiver
 
 SENDER = pathlib.Path(__file__).resolve().parent / "gst_sender"
@@ -33,7 +33,7 @@ class GstCall:
 
     def __init__(self, vrc, codec, damage, directory, retransmits=True, vrc_arguments=()):
         self.codec, self.directory, self.retransmits = codec, directory, retransmits
-        self.feedback_port, self.logs = free_port(), []
+        self.feedback_port, self.logs = free_port_pair(), []
         port = free_port_pair()
         self.path = LossyPath(damage, port, self.feedback_port)
         (directory / "call.sdp").write_text(description(codec, port, retransmits))

@@ -79,6 +79,7 @@ void World::run_call(zeb_ts_t length)
         const zeb_ts_t next = events_.empty() ? tick_at_ : std::min(events_.top().at, tick_at_);
         now_ = std::max(now_, next);
         run_events();
+        tick_at_ = std::min(tick_at_, std::max(rtc_service_next_at(service_), now_));
         if (now_ >= tick_at_) {
             tick();
         }

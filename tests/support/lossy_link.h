@@ -24,6 +24,7 @@ struct settings {
     zeb_ts_t reorder_by = 0;  // ms that one packet in twenty comes later
     bool answers_nack = true; // resends what is asked for
     size_t key_packets = 24;  // of a key frame
+    zeb_ts_t deaf_for = 0;    // ms behind a request for a key frame in which it hears no other
     int probe_every = 0;      // frames; three packets without payload stand behind one of so many
     int n_frames = 600;       // at 30 a second
     unsigned seed = 1;
@@ -60,7 +61,7 @@ class Link
         zeb_ts_t tick_at = began;
         while (client_.now < end) {
             run_events();
-            if (client_.now >= tick_at) {
+            if (client_.now >= std::min(tick_at, rtc_service_next_at(client_.service))) {
                 tick_at = rtc_service_tick(client_.service, &client_.now);
             }
             take_requests();
@@ -168,10 +169,18 @@ class Link
         rtcp_item item;
         while (rtcp_next(&cursor, &item)) {
             if (item.kind == RTCP_ITEM_PLI) {
-                wants_key_frame_ = true;
+                take_key_frame_request();
             } else if (item.kind == RTCP_ITEM_NACK && given_.answers_nack) {
                 resend(item.nack);
             }
+        }
+    }
+
+    void take_key_frame_request()
+    {
+        if (client_.now >= hears_from_) {
+            wants_key_frame_ = true;
+            hears_from_ = client_.now + given_.deaf_for;
         }
     }
 
@@ -223,6 +232,7 @@ class Link
     std::map<uint16_t, bytes> buffer_;
     bool is_losing_ = false;
     bool wants_key_frame_ = false;
+    zeb_ts_t hears_from_ = 0; // a request for a key frame
     size_t n_requests_ = 0;
     size_t n_frames_ = 0;
     size_t next_ = 0; // frame that is to come out next

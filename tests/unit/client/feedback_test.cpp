@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "loss_policy.h"
 #include "sent_feedback.h"
 
 namespace
@@ -171,20 +172,79 @@ class KeyFrameFeedback : public Feedback
         client.receive_without(sender.delta_frame(3), {1});
         client.pass(20);
     }
+
+    // A loss, and a key frame so long after it was asked for.
+    void lose_and_get(zeb_ts_t answer)
+    {
+        lose();
+        client.pass(answer - 10);
+        client.receive(sender.key_frame());
+        client.pass(1000);
+        client.sent.clear();
+    }
 };
 
-TEST_F(KeyFrameFeedback, RepeatsARequestWhenAnAnswerLikeTheLastOneWouldBeHere)
+// What is sooner than two round trips after a request is ignored by some.
+TEST_F(KeyFrameFeedback, RepeatsARequestAfterTwiceTheTimeOfTheSoonestAnswer)
+{
+    struct {
+        std::vector<zeb_ts_t> answers;
+        Texts asked_next;
+    } const rows[] = {
+        {{140}, {"10: pli", "290: pli"}},
+        {{70}, {"10: pli", "150: pli"}},
+        {{70, 130}, {"10: pli", "160: pli"}},                // the slow one says little
+        {{70, 190}, {"10: pli", "170: pli"}},                // the slow one may answer either of two requests: 9 / 8
+        {{70, 190, 190, 190, 190}, {"10: pli", "210: pli"}}, // until there is but one again
+        {{20}, {"10: pli", "110: pli"}},                     // never more often than this
+    };
+    start();
+    for (const auto &row : rows) {
+        for (const zeb_ts_t answer : row.answers) {
+            lose_and_get(answer);
+        }
+        lose();
+        client.pass(400);
+        const Texts asked = texts();
+        EXPECT_EQ(Texts(asked.begin(), asked.begin() + 2), row.asked_next);
+        client.receive(sender.key_frame());
+        client.pass(1000);
+        client.sent.clear();
+    }
+}
+
+TEST_F(KeyFrameFeedback, AsksAgainForAKeyFrameThatCameDamagedAsSoonAsItIsHeard)
 {
     start();
+    lose_and_get(70);
     lose();
-    client.pass(130);
-    EXPECT_EQ(texts(), (Texts{"10: pli"}));
-    client.receive(sender.key_frame());
-    client.pass(300);
-    client.sent.clear();
-    lose();
-    client.pass(300);
-    EXPECT_EQ(texts(), (Texts{"10: pli", "150: pli", "290: pli"}));
+    client.pass(60);
+    client.receive_without(sender.key_frame(5), {2});
+    client.pass(100);
+    EXPECT_EQ(texts(), (Texts{"10: pli", "150: pli"}));
+}
+
+TEST_F(KeyFrameFeedback, SaysWhenALossIsToBeGivenUp)
+{
+    start();
+    const zeb_ts_t lost_at = client.now;
+    EXPECT_EQ(rtc_service_next_at(client.service), kServiceNever);
+    client.receive_without(sender.delta_frame(3), {1});
+    EXPECT_EQ(rtc_service_next_at(client.service), lost_at + kLossPatienceMin);
+    client.now += kLossPatienceMin;
+    EXPECT_EQ(rtc_service_tick(client.service, &client.now), client.now + kServiceTickInterval);
+    began = lost_at;
+    EXPECT_EQ(texts(), (Texts{"5: pli"}));
+    EXPECT_EQ(rtc_service_next_at(client.service), kServiceNever);
+}
+
+TEST_F(Feedback, SaysWhenALostPacketIsToBeAskedFor)
+{
+    start();
+    const zeb_ts_t lost_at = client.now;
+    client.receive_without(sender.delta_frame(3), {1});
+    EXPECT_EQ(rtc_service_next_at(client.service), lost_at + kNackHoldMin);
+    EXPECT_EQ(rtc_service_next_at(nullptr), kServiceNever);
 }
 
 TEST_F(Feedback, AsksNobodyWhoHasBeenSilentForFiveSeconds)

@@ -21,6 +21,8 @@ const Row kRows[] = {
     {"all requests in vain", {true, true, true, true, false, false, 0, 5}, LOSS_CLEAR_AND_ASK},
     {"all requests in vain, key frame held", {true, true, true, true, false, true, 0, 5}, LOSS_DROP_TO_HELD_KEY},
     {"nobody retransmits, may be late", {true, false, true, false, false, false, 9, 5}, LOSS_WAIT},
+    {"nobody retransmits, nothing ever came late", {true, false, true, false, false, false, 4, 1}, LOSS_WAIT},
+    {"nobody retransmits, later than ever", {true, false, true, false, false, false, 5, 1}, LOSS_CLEAR_AND_ASK},
     {"nobody retransmits, too late", {true, false, true, false, false, false, 10, 5}, LOSS_CLEAR_AND_ASK},
     {"nobody retransmits, key frame held", {true, false, true, false, false, true, 10, 5}, LOSS_DROP_TO_HELD_KEY},
     {"nobody retransmits, the path reorders", {true, false, true, false, false, false, 79, 40}, LOSS_WAIT},

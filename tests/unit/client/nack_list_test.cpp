@@ -65,7 +65,7 @@ TEST_F(NackList, NeverAsksForWhatHasArrived)
 TEST_F(NackList, AsksAgainAfterTheAssumedRoundTripWhileNoneIsMeasured)
 {
     lose(70, 70, 0);
-    const zeb_ts_t repeat = kNackRttUnknown + kNackRttUnknown / 16;
+    const zeb_ts_t repeat = kNackRttUnknown + 1;
     EXPECT_EQ(due(10), Numbers{70});
     EXPECT_EQ(due(10 + repeat - 1), Numbers());
     EXPECT_EQ(due(10 + repeat), Numbers{70});
@@ -79,9 +79,30 @@ TEST_F(NackList, AsksAgainNoSoonerThanTheMeasuredRoundTrip)
     EXPECT_EQ(nack_list_rtt(&list), 60u);
     lose(80, 80, 100);
     EXPECT_EQ(due(110), Numbers{80});
-    EXPECT_EQ(nack_list_next_at(&list), kStart + 110 + 63);
-    EXPECT_EQ(due(110 + 62), Numbers());
-    EXPECT_EQ(due(110 + 63), Numbers{80});
+    EXPECT_EQ(nack_list_next_at(&list), kStart + 110 + 65); // one is no measure of the play
+    EXPECT_EQ(due(110 + 64), Numbers());
+    EXPECT_EQ(due(110 + 65), Numbers{80});
+}
+
+TEST_F(NackList, AsksAgainSoonerTheMoreTheRoundTripsAreAlike)
+{
+    struct {
+        zeb_ts_t play; // round trips are longer and shorter by so much, ms
+        zeb_ts_t repeat;
+    } const rows[] = {{0, 60 + 1}, {1, 60 + 1 + 2}, {4, 60 + 1 + 8}, {16, 60 + 1 + 32}};
+    for (const auto &row : rows) {
+        list = {};
+        for (uint32_t i = 0; i < 40; i++) {
+            const zeb_ts_t begin = i * 1000;
+            lose(i, i, begin);
+            due(begin + 10);
+            arrive(i, begin + 10 + (i % 2 == 0 ? 60 + row.play : 60 - row.play));
+        }
+        lose(100, 100, 50000);
+        due(50010);
+        const zeb_ts_t repeat = nack_list_next_at(&list) - kStart - 50010;
+        EXPECT_NEAR(static_cast<double>(repeat), static_cast<double>(row.repeat), 3) << row.play;
+    }
 }
 
 TEST_F(NackList, DoesNotMeasureWhatMayAnswerEitherOfTwoRequests)
@@ -105,8 +126,8 @@ TEST_F(NackList, TakesAnAnswerRightBehindARepeatForNoLatePacket)
 {
     lose(70, 70, 0);
     due(5);
-    due(5 + kNackRttUnknown + kNackRttUnknown / 16);
-    arrive(70, 5 + kNackRttUnknown + kNackRttUnknown / 16 + 2);
+    due(5 + kNackRttUnknown + 1);
+    arrive(70, 5 + kNackRttUnknown + 1 + 2);
     EXPECT_EQ(nack_list_hold(&list), kNackHoldMin);
     EXPECT_EQ(nack_list_rtt(&list), kNackRttUnknown);
 }
@@ -143,7 +164,7 @@ TEST_F(NackList, StopsAfterTenRequestsAndSaysWhenTheyAreUsedUp)
 {
     lose(70, 70, 0);
     due(10);
-    arrive(70, 74); // 64 ms there and back: asked again every 68 ms
+    arrive(70, 74); // 64 ms there and back: asked again every 69 ms
     lose(80, 80, 100);
     size_t requests = 0;
     zeb_ts_t last = 0;
@@ -154,8 +175,8 @@ TEST_F(NackList, StopsAfterTenRequestsAndSaysWhenTheyAreUsedUp)
         }
     }
     EXPECT_EQ(requests, kNackTriesMax);
-    EXPECT_FALSE(nack_list_is_used_up(&list, nack_list_oldest(&list), kStart + last + 67));
-    EXPECT_TRUE(nack_list_is_used_up(&list, nack_list_oldest(&list), kStart + last + 68));
+    EXPECT_FALSE(nack_list_is_used_up(&list, nack_list_oldest(&list), kStart + last + 68));
+    EXPECT_TRUE(nack_list_is_used_up(&list, nack_list_oldest(&list), kStart + last + 69));
     EXPECT_EQ(nack_list_next_at(&list), kNackNever);
 }
 
