@@ -138,19 +138,44 @@ static zeb_ts_t __key_frame_interval(const stream_feedback *self)
 
 // ---- Packets ----
 
-void feedback_note_packet(stream_state *state, reception_verdict verdict, uint32_t number, uint32_t newest_before,
-                          zeb_ts_t now)
+// The highest number so far: those that it passed over are missing, and the one behind it may come to be.
+static void __note_newest(stream_feedback *self, const reception_packet *packet, uint32_t number,
+                          uint32_t newest_before, bool is_first, zeb_ts_t now)
+{
+    bool is_answer = packet->is_retrans;
+    if (is_first || number == newest_before + 1) {
+        const bool is_of_frame = packet->timestamp == self->frame_end.timestamp;
+        is_answer = nack_list_settle_suspect(&self->nacks, number, is_of_frame, now) || is_answer;
+    } else {
+        nack_list_add(&self->nacks, newest_before + 1, number - 1, now);
+    }
+    frame_end_watch_note(&self->frame_end, number, packet, is_answer, now);
+    const zeb_ts_t due_at = frame_end_watch_due_at(&self->frame_end);
+    if (due_at != 0) {
+        nack_list_suspect(&self->nacks, number + 1, due_at);
+    }
+}
+
+void feedback_note_packet(stream_state *state, reception_verdict verdict, const reception_packet *packet,
+                          uint32_t newest_before, zeb_ts_t now)
 {
     stream_feedback *self = &state->feedback;
-    const bool is_first = state->report.packets == 1;
+    const uint32_t number = reception_number(&state->arrivals, packet->seq);
     self->has_left = false;
-    if (verdict == RECEPTION_EARLIER) {
+    switch (verdict) {
+    case RECEPTION_NEWEST:
+        __note_newest(self, packet, number, newest_before, state->report.packets == 1, now);
+        break;
+    case RECEPTION_EARLIER:
         nack_list_remove(&self->nacks, number, now);
-    } else if (verdict == RECEPTION_NEWEST && !is_first && number - newest_before > 1) {
-        nack_list_add(&self->nacks, newest_before + 1, number - 1, now);
-    } else if (verdict == RECEPTION_RESUMED || verdict == RECEPTION_RESTARTED) {
+        break;
+    case RECEPTION_RESUMED:
+    case RECEPTION_RESTARTED:
         nack_list_clear(&self->nacks); // what was lost before is too much, or numbered otherwise
-    } else {
+        self->frame_end = {};
+        break;
+    case RECEPTION_DUPLICATE:
+    case RECEPTION_STRAY:
         return;
     }
     __plan_retransmissions(state);

@@ -2,6 +2,7 @@
 // the rate to keep to. Decides when, writes the datagrams and hands them to the channel's callback.
 #pragma once
 
+#include "frame_end_watch.h"
 #include "nack_list.h"
 #include "reception.h"
 #include "rtcp.h"
@@ -17,6 +18,7 @@ constexpr zeb_ts_t kFeedbackSilence = 5000;    // ms without a packet after whic
 // All zero: nothing was sent, nothing is missing.
 struct stream_feedback {
     nack_list nacks;
+    frame_end_watch frame_end;
     bool has_left; // the sender said BYE, and nothing came since
     bool has_sender_report;
     uint32_t sender_report_ntp; // middle 32 bits of its NTP time
@@ -42,8 +44,8 @@ request_pacing feedback_pacing_save(const stream_state *state);
 void feedback_pacing_restore(stream_state *state, const request_pacing *pacing);
 
 // Takes note of a packet that came: `newest_before` is the newest number before it.
-void feedback_note_packet(stream_state *state, reception_verdict verdict, uint32_t number, uint32_t newest_before,
-                          zeb_ts_t now);
+void feedback_note_packet(stream_state *state, reception_verdict verdict, const reception_packet *packet,
+                          uint32_t newest_before, zeb_ts_t now);
 
 // The key frame that is held has something in front of its first packet so far, which nobody has seen missing: the
 // stream began with a loss. Asks for it.

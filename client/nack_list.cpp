@@ -17,6 +17,12 @@ static zeb_ts_t __due_at(const nack_list *self, const missing_packet *packet)
     return packet->tries < kNackTriesMax ? packet->asked_at + __repeat_interval(self) : kNackNever;
 }
 
+static zeb_ts_t __suspect_due_at(const nack_list *self)
+{
+    const bool may_ask = self->has_suspect && self->suspect.tries < kNackSuspectTriesMax;
+    return may_ask ? __due_at(self, &self->suspect) : kNackNever;
+}
+
 static void __drop_first(nack_list *self, size_t count)
 {
     self->count -= count;
@@ -50,6 +56,16 @@ zeb_ts_t nack_list_rtt(const nack_list *self)
     return self->rtt_8 == 0 ? kNackRttUnknown : (self->rtt_8 + 4) / 8;
 }
 
+static missing_packet __newly_missing(const nack_list *self, uint32_t number, zeb_ts_t now)
+{
+    missing_packet packet = {number, 0, now, 0};
+    if (self->has_suspect && self->suspect.number == number) {
+        packet.tries = self->suspect.tries;
+        packet.asked_at = self->suspect.asked_at;
+    }
+    return packet;
+}
+
 void nack_list_add(nack_list *self, uint32_t first, uint32_t last, zeb_ts_t now)
 {
     size_t count = last - first + 1;
@@ -61,9 +77,16 @@ void nack_list_add(nack_list *self, uint32_t first, uint32_t last, zeb_ts_t now)
         __drop_first(self, self->count + count - kNackListMax);
     }
     for (uint32_t i = 0; i < count; i++) {
-        self->missing[self->count] = {first + i, 0, now, 0};
+        self->missing[self->count] = __newly_missing(self, first + i, now);
         self->count += 1;
     }
+    self->has_suspect = false;
+}
+
+void nack_list_suspect(nack_list *self, uint32_t number, zeb_ts_t since)
+{
+    self->has_suspect = true;
+    self->suspect = {number, 0, since, 0};
 }
 
 void nack_list_insert(nack_list *self, uint32_t number, zeb_ts_t now)
@@ -112,6 +135,18 @@ static void __measure(nack_list *self, const missing_packet *packet, zeb_ts_t no
     }
 }
 
+bool nack_list_settle_suspect(nack_list *self, uint32_t number, bool may_answer, zeb_ts_t now)
+{
+    const missing_packet *suspect = &self->suspect;
+    const bool was_asked_for = self->has_suspect && suspect->number == number && suspect->tries > 0;
+    self->has_suspect = false;
+    if (!was_asked_for || !may_answer || now - suspect->asked_at < nack_list_rtt(self) / 2) {
+        return false;
+    }
+    __measure(self, suspect, now);
+    return true;
+}
+
 bool nack_list_remove(nack_list *self, uint32_t number, zeb_ts_t now)
 {
     const size_t place = __lower_bound(self, number);
@@ -126,6 +161,9 @@ bool nack_list_remove(nack_list *self, uint32_t number, zeb_ts_t now)
 
 const missing_packet *nack_list_find(const nack_list *self, uint32_t number)
 {
+    if (self->has_suspect && self->suspect.number == number) {
+        return &self->suspect;
+    }
     const size_t place = __lower_bound(self, number);
     return place < self->count && self->missing[place].number == number ? &self->missing[place] : nullptr;
 }
@@ -141,6 +179,7 @@ void nack_list_forget_below(nack_list *self, uint32_t number)
 void nack_list_clear(nack_list *self)
 {
     self->count = 0;
+    self->has_suspect = false;
 }
 
 static void __forget_expired(nack_list *self, zeb_ts_t now)
@@ -155,25 +194,33 @@ static void __forget_expired(nack_list *self, zeb_ts_t now)
     self->count = kept;
 }
 
+static uint32_t __ask(missing_packet *packet, zeb_ts_t now)
+{
+    packet->tries = static_cast<uint8_t>(packet->tries + 1);
+    packet->asked_at = now;
+    return packet->number;
+}
+
 size_t nack_list_take_due(nack_list *self, zeb_ts_t now, uint32_t *numbers, size_t capacity)
 {
     size_t taken = 0;
     __forget_expired(self, now);
     for (size_t i = 0; i < self->count && taken < capacity; i++) {
-        missing_packet *packet = &self->missing[i];
-        if (now >= __due_at(self, packet)) {
-            packet->tries = static_cast<uint8_t>(packet->tries + 1);
-            packet->asked_at = now;
-            numbers[taken] = packet->number;
+        if (now >= __due_at(self, &self->missing[i])) {
+            numbers[taken] = __ask(&self->missing[i], now);
             taken += 1;
         }
+    }
+    if (taken < capacity && now >= __suspect_due_at(self)) {
+        numbers[taken] = __ask(&self->suspect, now);
+        taken += 1;
     }
     return taken;
 }
 
 zeb_ts_t nack_list_next_at(const nack_list *self)
 {
-    zeb_ts_t next_at = kNackNever;
+    zeb_ts_t next_at = __suspect_due_at(self);
     for (size_t i = 0; i < self->count; i++) {
         const zeb_ts_t due_at = __due_at(self, &self->missing[i]);
         next_at = due_at < next_at ? due_at : next_at;

@@ -482,7 +482,7 @@ static reception_verdict __note(stream_state *state, const rtp_view *view, packe
     const reception_packet arrival = {view->seq, view->timestamp, size, is_retrans, view->marker, role};
     const uint32_t newest_before = state->arrivals.newest;
     const reception_verdict verdict = reception_note(&state->arrivals, &state->report, &arrival, now);
-    feedback_note_packet(state, verdict, reception_number(&state->arrivals, view->seq), newest_before, now);
+    feedback_note_packet(state, verdict, &arrival, newest_before, now);
     const counted_packet counted = {arrival, reception_highest(&state->arrivals), __sent_ts(view), false, verdict};
     stream_counters_note(state, &counted, now);
     return verdict;

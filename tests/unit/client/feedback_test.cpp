@@ -397,4 +397,50 @@ TEST_F(Reports, StandInFrontOfFeedbackThatMayNotStandAlone)
     EXPECT_TRUE(rtcp_validate(datagram.data(), datagram.size()));
 }
 
+// A frame that lost its end would wait for the next one to show it.
+TEST_F(Feedback, AsksForTheEndOfAFrameBeforeTheNextFrameShowsTheLoss)
+{
+    start();
+    for (int i = 0; i < 20; i++) {
+        client.receive(sender.delta_frame(3));
+        client.pass(30);
+    }
+    client.sent.clear();
+    began = client.now;
+    const frame torn = sender.delta_frame(4);
+    client.receive_without(torn, {2, 3});
+    const std::string first = std::to_string(static_cast<uint16_t>(torn.first_seq + 2));
+    const std::string second = std::to_string(static_cast<uint16_t>(torn.first_seq + 3));
+    EXPECT_EQ(rtc_service_next_at(client.service), began + kNackHoldMin);
+    client.pass(20);
+    EXPECT_EQ(texts(), Texts{"10: nack " + first});
+    client.receive(sender.delta_frame(3));
+    client.pass(10);
+    EXPECT_EQ(texts(), (Texts{"10: nack " + first, "30: nack " + second}));
+    const size_t whole = client.frames.size();
+    client.pass(40);
+    client.receive(torn.packets[2]);
+    client.receive(torn.packets[3]);
+    EXPECT_EQ(client.frames.size(), whole + 2);
+    client.sent.clear();
+    client.pass(2000);
+    EXPECT_EQ(texts(), Texts());
+}
+
+TEST_F(Feedback, AsksForTheEndOfAStreamsLastFrame)
+{
+    start();
+    for (int i = 0; i < 20; i++) {
+        client.receive(sender.delta_frame(3));
+        client.pass(30);
+    }
+    const frame last = sender.delta_frame(3);
+    client.receive_without(last, {2});
+    client.pass(70);
+    const size_t whole = client.frames.size();
+    client.receive(last.packets[2], true);
+    client.pass(10);
+    EXPECT_EQ(client.frames.size(), whole + 1);
+}
+
 } // namespace

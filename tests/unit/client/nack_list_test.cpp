@@ -253,4 +253,83 @@ TEST_F(NackList, KeepsTheRoundTripWhenItIsCleared)
     EXPECT_EQ(nack_list_rtt(&list), 50u);
 }
 
+// ---- The packet behind the newest one ----
+
+TEST_F(NackList, AsksForASuspectOnceItsHoldIsOver)
+{
+    nack_list_suspect(&list, 70, kStart + 5);
+    EXPECT_EQ(nack_list_next_at(&list), kStart + 5 + kNackHoldMin);
+    EXPECT_EQ(due(5 + kNackHoldMin - 1), Numbers());
+    EXPECT_EQ(due(5 + kNackHoldMin), Numbers{70});
+    EXPECT_EQ(nack_list_oldest(&list), nullptr); // nothing is known to be missing
+    ASSERT_NE(nack_list_find(&list, 70), nullptr);
+    EXPECT_EQ(nack_list_find(&list, 70)->tries, 1);
+}
+
+TEST_F(NackList, AsksForASuspectBehindWhatIsMissing)
+{
+    lose(70, 71, 0);
+    nack_list_suspect(&list, 73, kStart);
+    EXPECT_EQ(due(10, 2), (Numbers{70, 71}));
+    EXPECT_EQ(due(10), Numbers{73});
+}
+
+TEST_F(NackList, AsksForASuspectThreeTimesAtMost)
+{
+    nack_list_suspect(&list, 70, kStart);
+    size_t requests = 0;
+    for (zeb_ts_t at = 0; at < 1500; at++) {
+        requests += due(at).size();
+    }
+    EXPECT_EQ(requests, kNackSuspectTriesMax);
+    EXPECT_EQ(nack_list_next_at(&list), kNackNever);
+}
+
+TEST_F(NackList, AsksForNoSuspectThatHasComeOrGivenWay)
+{
+    nack_list_suspect(&list, 70, kStart);
+    EXPECT_FALSE(nack_list_settle_suspect(&list, 70, true, kStart + 1));
+    EXPECT_EQ(due(100), Numbers());
+    nack_list_suspect(&list, 71, kStart + 100);
+    nack_list_suspect(&list, 72, kStart + 100);
+    EXPECT_EQ(due(200), Numbers{72});
+    nack_list_clear(&list);
+    EXPECT_EQ(due(1000), Numbers());
+}
+
+TEST_F(NackList, MeasuresTheRoundTripByASuspectThatWasLost)
+{
+    nack_list_suspect(&list, 70, kStart);
+    due(10);
+    EXPECT_TRUE(nack_list_settle_suspect(&list, 70, true, kStart + 70));
+    EXPECT_EQ(nack_list_rtt(&list), 60u);
+}
+
+TEST_F(NackList, DoesNotTakeASuspectThatWasOnlyLateForAnAnswer)
+{
+    nack_list_suspect(&list, 70, kStart);
+    due(10);
+    EXPECT_FALSE(nack_list_settle_suspect(&list, 70, true, kStart + 15));
+    EXPECT_EQ(nack_list_rtt(&list), kNackRttUnknown);
+    EXPECT_EQ(nack_list_hold(&list), kNackHoldMin);
+}
+
+TEST_F(NackList, DoesNotTakeWhatTheSenderSendsNextForAnAnswer)
+{
+    nack_list_suspect(&list, 70, kStart);
+    due(10);
+    EXPECT_FALSE(nack_list_settle_suspect(&list, 70, false, kStart + 70));
+    EXPECT_EQ(nack_list_rtt(&list), kNackRttUnknown);
+}
+
+TEST_F(NackList, CountsTheRequestForASuspectThatTurnsOutToBeMissing)
+{
+    nack_list_suspect(&list, 70, kStart);
+    EXPECT_EQ(due(10), Numbers{70});
+    lose(70, 71, 33);
+    EXPECT_EQ(due(33 + kNackHoldMin), Numbers{71});
+    EXPECT_EQ(due(10 + kNackRttUnknown), Numbers());
+    EXPECT_EQ(due(10 + kNackRttUnknown + 1), Numbers{70});
+}
+
 } // namespace
