@@ -5,22 +5,18 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <csignal>
 #include <exception>
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <vector>
 
-#include "frame_files.h"
 #include "listen_media.h"
+#include "listen_outputs.h"
 #include "listen_session.h"
 #include "listen_summary.h"
 #include "output_file.h"
-#include "packet_recorder.h"
 #include "sender_succession.h"
-#include "stats_record.h"
 #include "tool_log.h"
 #include "udp_sockets.h"
 
@@ -35,32 +31,6 @@ constexpr zeb_ts_t kStart = 10'000;
 constexpr uint64_t kStatsIntervalMs = 1000;
 constexpr const char *kWipeLine = "\r\x1B[K";
 
-uint64_t wall_clock_us()
-{
-    const auto since_1970 = std::chrono::system_clock::now().time_since_epoch();
-    return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(since_1970).count());
-}
-
-// Each file has one use. Standard output is one as well, and it cannot be split.
-void outputs_check(const listen_options &options)
-{
-    const std::array<const std::string *, 4> paths = {&options.output, &options.stats, &options.record, &options.sdp};
-    if (options.is_all && options.output == "-") {
-        throw failure(exit_code::wrong_usage,
-                      "--all writes a file for each sender, and -o - is one: name a file, as in "
-                      "-o call.h264");
-    }
-    for (size_t i = 0; i < paths.size(); ++i) {
-        for (size_t k = 0; k < i; ++k) {
-            std::error_code error;
-            if (!paths[i]->empty() &&
-                (*paths[i] == *paths[k] || std::filesystem::equivalent(*paths[i], *paths[k], error))) {
-                throw failure(exit_code::wrong_usage, fmt::format("'{}' is named twice: name another file", *paths[i]));
-            }
-        }
-    }
-}
-
 // The video that comes to one pair of ports, and those ports.
 struct listened_media {
     std::unique_ptr<udp_sockets> sockets;
@@ -72,7 +42,7 @@ class listener
 {
   public:
     explicit listener(const listen_options &options)
-        : options_(options), session_(listen_session_make(options)), files_(options.output, options.is_all),
+        : options_(options), session_(listen_session_make(options)),
           succession_([this](uint32_t ssrc) { return medias_.front().media->receiver().report(ssrc); },
                       [this](const channel_frame &frame) { write(0, frame); })
     {
@@ -83,7 +53,7 @@ class listener
         for (size_t i = 0; i < session_.sections.size(); ++i) {
             media_add(i, named_peer);
         }
-        outputs_open();
+        outputs_.emplace(options); // no file is emptied for a port that is taken
         events_prepare();
     }
 
@@ -92,7 +62,7 @@ class listener
     {
         tick();
         loop_.run();
-        records_write();
+        outputs_->write_records(result().streams);
         if (is_status_shown_) {
             fmt::print(stderr, "{}", kWipeLine);
         }
@@ -104,13 +74,7 @@ class listener
         if (error_) {
             std::rethrow_exception(error_);
         }
-        files_.close();
-        if (stats_) {
-            stats_->close();
-        }
-        if (recorder_) {
-            recorder_->close();
-        }
+        outputs_->close();
     }
 
     listen_result result() const
@@ -149,7 +113,7 @@ class listener
         added.media = std::make_unique<listen_media>(
             section, options_.sending_key, named_peer,
             media_outputs{[this, index](const channel_frame &frame) { frame_take(index, frame); },
-                          [this](const udp_datagram &datagram) { record(datagram); },
+                          [this](const udp_datagram &datagram) { go_on_if(outputs_->write_datagram(datagram)); },
                           [this, index](const feedback_peer &to, byte_view bytes) { return send(index, to, bytes); }});
         added.sockets = std::make_unique<udp_sockets>(
             &loop_, [this, index](const udp_arrival &arrival) { guard([&] { take(index, arrival); }); });
@@ -171,16 +135,6 @@ class listener
                 throw failure(exit_code::no_access,
                               fmt::format("cannot listen on {} (UDP): {}", place, uv_strerror(error)));
             }
-        }
-    }
-
-    void outputs_open()
-    {
-        if (!options_.stats.empty()) {
-            stats_.emplace(options_.stats);
-        }
-        if (!options_.record.empty()) {
-            recorder_.emplace(options_.record);
         }
     }
 
@@ -270,18 +224,12 @@ class listener
 
     void write(size_t section, const channel_frame &frame) noexcept
     {
-        if (options_.frames != 0 && frames_ == options_.frames) {
-            return;
-        }
-        ++frames_;
-        if (!files_.write(section, frame) || frames_ == options_.frames) {
-            loop_.stop();
-        }
+        go_on_if(outputs_->write_frame(section, frame));
     }
 
-    void record(const udp_datagram &datagram)
+    void go_on_if(bool is_wanted) noexcept
     {
-        if (recorder_ && !recorder_->write(wall_clock_us(), datagram)) {
+        if (!is_wanted) {
             loop_.stop();
         }
     }
@@ -299,7 +247,7 @@ class listener
         for (const uint32_t ssrc : receiver.senders()) {
             const live_stream stream = receiver.describe(ssrc);
             result->streams.push_back(
-                {stream.received, stream.header_bytes, one.media->decryption(), files_.name_of({index, ssrc})});
+                {stream.received, stream.header_bytes, one.media->decryption(), outputs_->frames_name({index, ssrc})});
         }
         const std::array<uint64_t, PACKET_DROP_REASONS> refused = receiver.refused();
         for (size_t reason = 0; reason < refused.size(); ++reason) {
@@ -311,28 +259,11 @@ class listener
         result->where += (result->where.empty() ? "" : ", ") + one.sockets->name();
     }
 
-    void records_write()
-    {
-        if (!stats_) {
-            return;
-        }
-        const listen_result seen = result();
-        for (const listened_stream &stream : seen.streams) {
-            const stats_moment moment{wall_clock_us() / 1000, stream.received.stream.identity.ssrc, stream.header_bytes,
-                                      stream.decryption};
-            const std::string text = stats_record(stream.received.report, moment).dump() + "\n";
-            if (!stats_->write(text.data(), text.size())) {
-                loop_.stop();
-            }
-        }
-        if (!stats_->flush()) {
-            loop_.stop();
-        }
-    }
-
     void second_pass()
     {
-        records_write();
+        if (outputs_->has_records()) {
+            go_on_if(outputs_->write_records(result().streams));
+        }
         key_warn();
         if (options_.verbosity == 0 && isatty(STDERR_FILENO) != 0) {
             is_status_shown_ = true;
@@ -357,8 +288,7 @@ class listener
 
     const listen_options &options_;
     listen_session session_;
-    event_loop loop_; // outlives what lives in it
-    frame_files files_;
+    event_loop loop_;                    // outlives what lives in it
     sender_succession succession_;       // unless all are written
     std::vector<listened_media> medias_; // as session_.sections
     handle_ptr<uv_timer_t> tick_timer_;
@@ -366,9 +296,7 @@ class listener
     handle_ptr<uv_timer_t> stats_timer_;
     handle_ptr<uv_timer_t> end_timer_; // null without an end
     std::array<handle_ptr<uv_signal_t>, kSignals.size()> signals_;
-    std::optional<output_file> stats_;
-    std::optional<packet_recorder> recorder_;
-    uint64_t frames_ = 0; // written
+    std::optional<listen_outputs> outputs_; // from when the ports are taken
     uint64_t start_ns_ = uv_hrtime();
     bool is_status_shown_ = false;
     bool is_key_warned_ = false;
@@ -385,7 +313,7 @@ bool has_frames(const listen_result &result)
 
 exit_code listen_run(const listen_options &options)
 {
-    outputs_check(options);
+    listen_outputs::check(options);
     log_prepare(options.verbosity);
     std::signal(SIGPIPE, SIG_IGN); // a player that is closed ends the run, with all that belongs to its end
     listener session(options);

@@ -754,6 +754,17 @@ TEST(VrcListen, SaysWhenNothingComes)
     EXPECT_EQ(tool.summary()["packets"]["received"], 0);
 }
 
+TEST(VrcListen, EmptiesNoFileForAPortThatIsTaken)
+{
+    const udp_socket taken;
+    const std::string text = "the recording of another day";
+    const temporary_file kept(bytes(text.begin(), text.end()));
+    const std::string command = std::string("\"") + VRC_PROGRAM + "\" listen --codec h264 --port " +
+                                std::to_string(taken.port()) + " -o " + kept.path() + " 2>/dev/null";
+    EXPECT_NE(std::system(command.c_str()), 0);
+    EXPECT_EQ(content(kept.path()), text);
+}
+
 TEST(VrcListen, SaysWhatIsWrongBeforeItListens)
 {
     const udp_socket taken;

@@ -7,6 +7,7 @@
 
 #include "freertos_clock.h"
 #include "freertos_double.h"
+#include "nack_list.h"
 #include "rtp_builder.h"
 
 namespace
@@ -35,6 +36,7 @@ class ServiceTask : public testing::Test
 {
   protected:
     std::vector<got_frame> frames;
+    std::vector<TickType_t> requests; // when they were made
     rtp_builder::Sender sender;
     rtc_service *service = nullptr;
     rtc_channel *channel = nullptr; // the service's
@@ -53,6 +55,10 @@ class ServiceTask : public testing::Test
         channel_config client = {};
         client.on_frame = take_frame;
         client.on_frame_context = this;
+        client.feedback.nack = true;
+        client.feedback.reduced_size = true;
+        client.on_rtcp = note_request;
+        client.on_rtcp_context = this;
         service = rtc_service_create();
         channel = rtc_channel_create(service, &client);
         rtc_channel_set_payload_type(channel, 96, VIDEO_TYPE_H264);
@@ -97,6 +103,11 @@ class ServiceTask : public testing::Test
         freertos_double::spend(self->frame_cost);
     }
 
+    static void note_request(void *context, const uint8_t * /*datagram*/, size_t /*size*/)
+    {
+        static_cast<ServiceTask *>(context)->requests.push_back(freertos_double::now());
+    }
+
     static void note_stop(void *context)
     {
         static_cast<ServiceTask *>(context)->n_stopped++;
@@ -125,6 +136,16 @@ TEST_F(ServiceTask, HandsOutTheFramesOfPostedDatagrams)
     EXPECT_EQ(frames[0].data, first.annexb);
     EXPECT_EQ(frames[1].data, second.annexb);
     EXPECT_EQ(frames[1].tick, 38u);
+}
+
+TEST_F(ServiceTask, AsksForALostPacketWhenItsHoldIsOverAndNotAtTheNextTick)
+{
+    begin();
+    rtp_builder::frame torn = sender.key_frame(4);
+    torn.packets.erase(torn.packets.begin() + 2);
+    post_after(33, torn);
+    run(45);
+    EXPECT_EQ(requests, std::vector<TickType_t>{static_cast<TickType_t>(33 + kNackHoldMin)});
 }
 
 TEST_F(ServiceTask, TakesWhatWasPostedBeforeItIsStopped)
