@@ -234,7 +234,7 @@ static void __forget_what_is_past(stream_state *state)
 
 // ---- Requests for packets ----
 
-static bool __send_nack(stream_state *state, const uint32_t *numbers, size_t count)
+static bool __send_nack(stream_state *state, const uint32_t *numbers, size_t count, zeb_ts_t now)
 {
     feedback_datagram datagram;
     seq_t seqs[kNackBatchMax];
@@ -247,6 +247,7 @@ static bool __send_nack(stream_state *state, const uint32_t *numbers, size_t cou
         return false;
     }
     __send(state, &datagram);
+    state->feedback.nack_sent_at = now;
     state->report.nacks_sent += 1;
     state->report.packets_asked_for += fitted;
     return true;
@@ -256,12 +257,13 @@ void feedback_ask_retransmissions(stream_state *state, zeb_ts_t now)
 {
     webrtc_video_cache_t *cache = &state->stream->video_cache_q;
     nack_list *nacks = &state->feedback.nacks;
-    if (!__channel_of(state)->feedback.nack || !__may_ask(state, now)) {
+    // What does not fit one datagram is for the next millisecond.
+    if (!__channel_of(state)->feedback.nack || !__may_ask(state, now) || state->feedback.nack_sent_at == now) {
         return;
     }
     uint32_t numbers[kNackBatchMax];
     const size_t count = nack_list_take_due(nacks, now, numbers, kNackBatchMax);
-    if (count > 0 && __send_nack(state, numbers, count)) {
+    if (count > 0 && __send_nack(state, numbers, count, now)) {
         __saturating_add(&cache->n_retrans_req_recent);
         __saturating_add(&state->stream->n_retrans_req_recent);
     }

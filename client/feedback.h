@@ -24,6 +24,7 @@ struct stream_feedback {
     uint32_t sender_report_ntp; // middle 32 bits of its NTP time
     zeb_ts_t sender_report_at;
     zeb_ts_t next_report_at;
+    zeb_ts_t nack_sent_at;
     zeb_ts_t key_frame_asked_at;
     zeb_ts_t key_packet_at;        // when a packet of a key frame came last
     bool is_key_frame_coming;      // and what came of it was not cleared away

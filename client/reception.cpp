@@ -116,6 +116,30 @@ static const reception_entry *__oldest(const reception *self)
     return entry;
 }
 
+// A hole is filled by what was sent between the oldest packet that is known and the newest. Where the timestamps between
+// those two jump, nothing is known.
+static bool __fits_a_hole(const reception *self, uint32_t timestamp)
+{
+    const reception_entry *oldest = __oldest(self);
+    const reception_entry *newest = reception_find(self, self->newest);
+    if (oldest == nullptr || newest == nullptr || zeb_uint32_after(oldest->timestamp, newest->timestamp) != 0) {
+        return true;
+    }
+    const uint32_t span = newest->timestamp - oldest->timestamp;
+    return timestamp - oldest->timestamp + kReceptionTimestampSlack <= span + 2 * kReceptionTimestampSlack;
+}
+
+// The former numbering's next packet may come late, too, and be taken for one of the new numbering's, unless its timestamp
+// is too far from theirs.
+static bool __goes_on_with_former(const reception *self, const reception_packet *packet)
+{
+    const auto ahead = static_cast<seq_t>(packet->seq - self->former_seq);
+    const reception_entry *newest = reception_find(self, self->newest);
+    return self->has_former && ahead < kReceptionMaxGap && newest != nullptr &&
+           __timestamp_distance(packet->timestamp, self->former_timestamp) <= kReceptionTimestampSlack &&
+           __timestamp_distance(packet->timestamp, newest->timestamp) > kReceptionTimestampSlack;
+}
+
 // A copy has the timestamp of what it copies, and a latecomer from before the first packet has about that one's. What
 // has not was numbered anew, close to the numbers of before; when all of those are forgotten, whatever is before them may
 // be. Padding may only be supposed to have had its number.
@@ -126,8 +150,11 @@ static bool __contradicts(const reception *self, const reception_packet *packet)
     if (entry != nullptr) {
         return entry->role != PACKET_ROLE_PADDING && entry->timestamp != packet->timestamp;
     }
+    if (zeb_uint32_after(number, self->newest) != 0) {
+        return __goes_on_with_former(self, packet);
+    }
     if (zeb_uint32_after(self->first, number) == 0) {
-        return false;
+        return !__fits_a_hole(self, packet->timestamp);
     }
     const reception_entry *oldest = __oldest(self);
     return oldest == nullptr || __timestamp_distance(packet->timestamp, oldest->timestamp) > kReceptionTimestampSlack;

@@ -443,4 +443,25 @@ TEST_F(Feedback, AsksForTheEndOfAStreamsLastFrame)
     EXPECT_EQ(client.frames.size(), whole + 1);
 }
 
+// 300 numbers in four gaps, each too short to be a jump.
+TEST_F(Feedback, SendsOneRequestAtATimeForMoreThanFitsADatagram)
+{
+    start();
+    for (int gap = 0; gap < 4; gap++) {
+        sender.seq = static_cast<uint16_t>(sender.seq + 75);
+        client.receive(sender.delta_frame());
+    }
+    client.now += kNackHoldMin;
+    began = client.now;
+    client.receive(sender.delta_frame());
+    client.receive(sender.delta_frame());
+    EXPECT_EQ(client.report().nacks_sent, 1u);
+    EXPECT_EQ(client.report().packets_asked_for, 250u);
+    EXPECT_LE(rtc_service_next_at(client.service), client.now);
+    client.now++;
+    rtc_service_tick(client.service, &client.now);
+    EXPECT_EQ(client.report().nacks_sent, 2u);
+    EXPECT_EQ(client.report().packets_asked_for, 300u);
+}
+
 } // namespace

@@ -135,7 +135,19 @@ INSTANTIATE_TEST_SUITE_P(
         contradiction{"from before the first", {{0, 0}, {-50, kFar}, {-49, kFar}}, {New, Stray, Restarted}},
         contradiction{"late from before the first", {{0, 9000}, {-50, 6000}}, {New, Old}},
         contradiction{
-            "onto a hole first", {{0, 0}, {2, 0}, {1, kFar}, {2, kFar}, {3, kFar}}, {New, New, Old, Stray, Restarted}},
+            "onto a hole first", {{0, 0}, {2, 0}, {1, kFar}, {2, kFar}, {3, kFar}}, {New, New, Stray, Restarted, New}},
+        contradiction{"into a long hole",
+                      {{0, 0}, {90, 3000}, {40, kFar}, {41, kFar}, {42, kFar}},
+                      {New, New, Stray, Restarted, New}},
+        contradiction{"late into a hole behind a pause", {{0, 0}, {90, kFar}, {40, 3000}}, {New, New, Old}},
+        contradiction{
+            "late into a hole behind timestamps that went back", {{0, kFar}, {90, 0}, {40, kFar}}, {New, New, Old}},
+        contradiction{"and the former one's next packet comes late",
+                      {{20, 0}, {21, 0}, {0, kFar}, {1, kFar}, {22, 3000}, {2, kFar}, {22, kFar}},
+                      {New, New, Stray, Restarted, Stray, New, New}},
+        contradiction{"and back to the former one",
+                      {{20, 0}, {21, 0}, {0, kFar}, {1, kFar}, {22, 3000}, {23, 3000}, {24, 6000}},
+                      {New, New, Stray, Restarted, Stray, Restarted, New}},
         contradiction{"a copy", {{0, 0}, {1, 3000}, {1, 3000}, {0, 0}, {2, 6000}}, {New, New, Twice, Twice, New}},
         contradiction{
             "a copy of the newest, damaged", {{0, 0}, {1, 3000}, {1, kFar}, {2, 6000}}, {New, New, Stray, New}},
