@@ -48,7 +48,7 @@ class FrameEndWatch : public testing::Test
 
 TEST_F(FrameEndWatch, AwaitsTheNextPacketOfAFrameAsSoonAsThoseBeforeItCame)
 {
-    for (const zeb_ts_t spacing : {0, 1, 5, 20}) {
+    for (const zeb_ts_t spacing : {0u, 1u, 5u, 20u}) {
         frames(200, spacing);
         frame(spacing, 2);
         EXPECT_EQ(due_in(), static_cast<int64_t>(spacing));
