@@ -14,8 +14,9 @@ static void __end_frame(frame_end_watch *self)
 static void __note_spacing(frame_end_watch *self, zeb_ts_t now)
 {
     const zeb_ts_t since = now - self->newest_at;
-    const auto spacing = static_cast<uint32_t>(since < kSpacingMax ? since : kSpacingMax);
-    self->spacing = spacing > self->spacing ? spacing : self->spacing;
+    if (since > self->spacing) {
+        self->spacing = static_cast<uint32_t>(since < kSpacingMax ? since : kSpacingMax);
+    }
 }
 
 static void __note_media(frame_end_watch *self, const reception_packet *packet, bool follows, bool is_answer,
