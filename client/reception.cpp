@@ -140,6 +140,15 @@ static bool __goes_on_with_former(const reception *self, const reception_packet 
            __timestamp_distance(packet->timestamp, newest->timestamp) > kReceptionTimestampSlack;
 }
 
+// A damaged number is believed, and the packet that has it comes later. It goes on from the one before it, which what is
+// noted in its place does not.
+static bool __was_damaged(const reception *self, const reception_entry *entry, const reception_packet *packet)
+{
+    const reception_entry *before = reception_find(self, entry->number - 1);
+    return before != nullptr && zeb_uint32_after(before->timestamp, entry->timestamp) != 0 &&
+           packet->timestamp - before->timestamp <= kReceptionTimestampSlack;
+}
+
 // A copy has the timestamp of what it copies, and a latecomer from before the first packet has about that one's. What
 // has not was numbered anew, close to the numbers of before; when all of those are forgotten, whatever is before them may
 // be. Padding may only be supposed to have had its number.
@@ -148,7 +157,8 @@ static bool __contradicts(const reception *self, const reception_packet *packet)
     const uint32_t number = reception_number(self, packet->seq);
     const reception_entry *entry = reception_find(self, number);
     if (entry != nullptr) {
-        return entry->role != PACKET_ROLE_PADDING && entry->timestamp != packet->timestamp;
+        return entry->role != PACKET_ROLE_PADDING && entry->timestamp != packet->timestamp &&
+               !__was_damaged(self, entry, packet);
     }
     if (zeb_uint32_after(number, self->newest) != 0) {
         return __goes_on_with_former(self, packet);

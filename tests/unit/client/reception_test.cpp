@@ -287,6 +287,20 @@ TEST(ReceptionRestart, MayUseTheSameNumbersAndNearlyTheSameTimestampsAgain)
     }
 }
 
+TEST(ReceptionRestart, IsNotTakenFromAPacketWhoseNumberADamagedOneHad)
+{
+    for (const uint16_t base : {uint16_t{100}, uint16_t{65530}}) {
+        const auto seq = [base](int i) { return static_cast<uint16_t>(base + i); };
+        arrivals in;
+        in.take(seq(0), 60000);
+        in.take(seq(1), 63000);
+        EXPECT_EQ(in.take(seq(7), 66000), RECEPTION_NEWEST) << "2 is damaged so";
+        EXPECT_EQ(in.take(seq(6), 78000), RECEPTION_EARLIER);
+        EXPECT_EQ(in.take(seq(7), 81000), RECEPTION_DUPLICATE);
+        EXPECT_EQ(in.take(seq(8), 84000), RECEPTION_NEWEST);
+    }
+}
+
 // What there was no memory for is forgotten, and with it the timestamp that the first packet had.
 TEST(ReceptionForgets, ThatItsFirstPacketCameAndStillKnowsANewNumbering)
 {
