@@ -139,9 +139,11 @@ static zeb_ts_t __key_frame_interval(const stream_feedback *self)
 // ---- Packets ----
 
 // The highest number so far: those that it passed over are missing, and the one behind it may come to be.
-static void __note_newest(stream_feedback *self, const reception_packet *packet, uint32_t number,
-                          uint32_t newest_before, bool is_first, zeb_ts_t now)
+static void __note_newest(stream_state *state, const reception_packet *packet, uint32_t number, uint32_t newest_before,
+                          zeb_ts_t now)
 {
+    stream_feedback *self = &state->feedback;
+    const bool is_first = state->report.packets == 1;
     bool is_answer = packet->is_retrans;
     if (is_first || number == newest_before + 1) {
         const bool is_of_frame = packet->timestamp == self->frame_end.timestamp;
@@ -164,7 +166,7 @@ void feedback_note_packet(stream_state *state, reception_verdict verdict, const 
     self->has_left = false;
     switch (verdict) {
     case RECEPTION_NEWEST:
-        __note_newest(self, packet, number, newest_before, state->report.packets == 1, now);
+        __note_newest(state, packet, number, newest_before, now);
         break;
     case RECEPTION_EARLIER:
         nack_list_remove(&self->nacks, number, now);
@@ -187,12 +189,14 @@ void feedback_note_missing_beginning(stream_state *state, uint32_t number)
     __plan_retransmissions(state);
 }
 
-// Falls at once and hardly rises: the wait for a picture differs, the round trip does not.
-static void __note_answer(stream_feedback *self, uint16_t answer)
+// Falls at once and hardly rises: the wait for a picture differs, the round trip does not. What is sooner than requests
+// may follow each other was on its way before.
+static void __note_answer(stream_feedback *self, zeb_ts_t answer)
 {
     const uint16_t known = self->key_frame_answer;
+    const auto sample = static_cast<uint16_t>(answer < kKeyFrameIntervalMin / 2 ? kKeyFrameIntervalMin / 2 : answer);
     self->key_frame_answer =
-        known == 0 || answer < known ? answer : static_cast<uint16_t>(known + (answer - known) / 32);
+        known == 0 || sample < known ? sample : static_cast<uint16_t>(known + (sample - known) / 32);
 }
 
 // A key frame was asked for, and none came since.
@@ -206,7 +210,7 @@ void feedback_note_key_packet(stream_state *state, zeb_ts_t now)
     stream_feedback *self = &state->feedback;
     const zeb_ts_t answer = now - self->key_frame_asked_at;
     if (__is_key_frame_due(self) && !self->is_key_frame_asked_again && answer < kFeedbackSilence) {
-        __note_answer(self, static_cast<uint16_t>(answer));
+        __note_answer(self, answer);
     }
     self->key_packet_at = now;
     self->is_key_frame_coming = true;

@@ -44,6 +44,8 @@ struct outcome {
     }
 };
 
+constexpr size_t kBuffered = 1000; // packets that the sender can send again
+
 class Link
 {
   public:
@@ -138,6 +140,7 @@ class Link
         const rtp_builder::frame &frame = sent_.back().frame;
         for (size_t i = 0; i < frame.packets.size(); i++) {
             buffer_[static_cast<uint16_t>(frame.first_seq + i)] = frame.packets[i];
+            buffer_.erase(static_cast<uint16_t>(frame.first_seq + i - kBuffered));
             send_packet(frame.packets[i], false);
         }
         if (given_.probe_every != 0 && sent_.size() % static_cast<size_t>(given_.probe_every) == 0) {

@@ -197,6 +197,7 @@ TEST_F(KeyFrameFeedback, RepeatsARequestAfterTwiceTheTimeOfTheSoonestAnswer)
         {{70, 190}, {"10: pli", "170: pli"}},                // the slow one may answer either of two requests: 9 / 8
         {{70, 190, 190, 190, 190}, {"10: pli", "210: pli"}}, // until there is but one again
         {{20}, {"10: pli", "110: pli"}},                     // never more often than this
+        {{20, 130}, {"10: pli", "130: pli"}}, // a key frame that came by itself is no answer, as the next shows
     };
     start();
     for (const auto &row : rows) {
