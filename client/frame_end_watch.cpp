@@ -2,12 +2,12 @@
 
 constexpr zeb_ts_t kSpacingMax = 1000; // ms
 
-// Rises at once and falls slowly: how close packets come depends on what the sender's host does beside.
+// Rises at once and falls slowly: how close packets come depends on what the sender's host does beside, now and then.
 static void __end_frame(frame_end_watch *self)
 {
     const uint32_t spacing_8 = self->spacing * 8;
     const bool is_more = spacing_8 > self->spacing_8;
-    self->spacing_8 = is_more ? spacing_8 : self->spacing_8 - (self->spacing_8 - spacing_8 + 15) / 16;
+    self->spacing_8 = is_more ? spacing_8 : self->spacing_8 - (self->spacing_8 - spacing_8 + 127) / 128;
     self->spacing = 0;
 }
 
@@ -54,5 +54,6 @@ zeb_ts_t frame_end_watch_due_at(const frame_end_watch *self)
         return 0;
     }
     const zeb_ts_t earlier = (self->spacing_8 + 7) / 8;
-    return self->newest_at + (self->spacing > earlier ? self->spacing : earlier);
+    const zeb_ts_t longest = self->spacing > earlier ? self->spacing : earlier;
+    return self->newest_at + 2 * longest + kFrameEndPlay;
 }

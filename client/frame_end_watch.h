@@ -6,6 +6,7 @@
 #include "reception.h"
 
 constexpr uint8_t kFrameEndConfidence = 10; // frames in a row that ended with a marker
+constexpr zeb_ts_t kFrameEndPlay = 4;       // ms on top of twice the time that packets were seen to come apart
 
 // All zero: nothing has come.
 struct frame_end_watch {

@@ -326,6 +326,18 @@ TEST(VrcReplay, GivesReferenceFramesOfWholeCaptures)
     }
 }
 
+// Packets of one frame come up to six milliseconds apart in them, which is no lost end of a frame.
+TEST(VrcReplay, WouldAskForNothingOfWholeCaptures)
+{
+    for (const char *name : {"h264_stap_fu", "h264_slices", "h265_ap_fu"}) {
+        const outcome result = vrc("replay --json " + std::string(VRC_TEST_DATA) + "/" + name + ".pcap");
+        ASSERT_EQ(result.status, 0) << result.err;
+        const auto requests = nlohmann::json::parse(result.out)["requests"];
+        EXPECT_EQ(requests["packets_asked_for"], 0) << name;
+        EXPECT_EQ(requests["plis"], 0) << name;
+    }
+}
+
 TEST(VrcReplay, PrintsReceiversLogOnlyWhenAsked)
 {
     const temporary_file capture(video().file());

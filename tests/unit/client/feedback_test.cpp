@@ -412,7 +412,7 @@ TEST_F(Feedback, AsksForTheEndOfAFrameBeforeTheNextFrameShowsTheLoss)
     client.receive_without(torn, {2, 3});
     const std::string first = std::to_string(static_cast<uint16_t>(torn.first_seq + 2));
     const std::string second = std::to_string(static_cast<uint16_t>(torn.first_seq + 3));
-    EXPECT_EQ(rtc_service_next_at(client.service), began + kNackHoldMin);
+    EXPECT_EQ(rtc_service_next_at(client.service), began + kFrameEndPlay + kNackHoldMin);
     client.pass(20);
     EXPECT_EQ(texts(), Texts{"10: nack " + first});
     client.receive(sender.delta_frame(3));
