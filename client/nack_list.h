@@ -34,8 +34,8 @@ struct nack_list {
     uint32_t lateness_8;    // how late packets come that nobody asked for, eighths of a millisecond
 };
 
-// The numbers from `first` to `last` were passed over. What was asked for as a suspect counts as asked for. Of a burst that does not fit the newest are kept. Numbers
-// go up from call to call.
+// The numbers from `first` to `last` were passed over. What was asked for as a suspect counts as asked for. Of a burst that
+// does not fit the newest are kept. Numbers go up from call to call.
 void nack_list_add(nack_list *self, uint32_t first, uint32_t last, zeb_ts_t now);
 
 // One number was passed over, anywhere among the others. Nothing happens when it is on the list already.
