@@ -1,0 +1,205 @@
+// An honest sender streams to `vrc listen` over a path that loses packets, while a neighbour does harm: from another
+// host, and from the sender's own. Whatever he does, all pictures of the sender come out, so that requests for lost
+// packets reach the sender too, and what the neighbour is sent stays below three times what he spent.
+//
+// To add an attack, add a row to kAttacks. `act` is called before each picture of the sender, every 10 ms; it sends
+// what it likes with neighbour::send_rtp and neighbour::send_rtcp, which count it. `arguments` are given to the tool. With
+// `is_encrypted` the sender uses SRTP and the tool has the key; the neighbour does not. What one attack has to show besides is a
+// test of its own, which plays the scene with `play` and looks at what it leaves.
+#include <gtest/gtest.h>
+#include <srtp2/srtp.h>
+
+#include <memory>
+#include <ostream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "capture_builder.h"
+#include "listen_bench.h"
+#include "srtp_context.h"
+#include "srtp_key.h"
+#include "srtp_session.h"
+
+using namespace vrc_test;
+
+namespace
+{
+
+constexpr uint32_t kHonest = 7; // SSRC
+constexpr unsigned kPictures = 150;
+constexpr const char *kKey = "AES_CM_128_HMAC_SHA1_80:YWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFhYWFh";
+
+// Somebody else who can reach the ports.
+class neighbour
+{
+  public:
+    // `host` is the last number of his address; 1 is the sender's.
+    neighbour(uint16_t port, uint8_t host) : port_(port), rtp_(0, AF_INET, host), rtcp_(0, AF_INET, host)
+    {
+    }
+
+    void send_rtp(const bytes &datagram)
+    {
+        rtp_.send(port_, datagram);
+        sent_ += datagram.size();
+    }
+
+    void send_rtcp(const bytes &datagram)
+    {
+        rtcp_.send(static_cast<uint16_t>(port_ + 1), datagram);
+        sent_ += datagram.size();
+    }
+
+    // UDP payload, bytes.
+    uint64_t sent() const
+    {
+        return sent_;
+    }
+
+    // Of what came to his sockets so far.
+    uint64_t received()
+    {
+        for (const udp_socket *one : {&rtp_, &rtcp_}) {
+            for (bytes datagram = one->receive(milliseconds(0)); !datagram.empty();
+                 datagram = one->receive(milliseconds(0))) {
+                received_ += datagram.size();
+            }
+        }
+        return received_;
+    }
+
+    // From the same seed each time.
+    uint32_t random()
+    {
+        return static_cast<uint32_t>(random_());
+    }
+
+    bytes random_bytes(size_t size)
+    {
+        bytes made(size);
+        for (uint8_t &byte : made) {
+            byte = static_cast<uint8_t>(random());
+        }
+        return made;
+    }
+
+  private:
+    uint16_t port_;
+    udp_socket rtp_;
+    udp_socket rtcp_;
+    uint64_t sent_ = 0;
+    uint64_t received_ = 0;
+    std::mt19937 random_{1};
+};
+
+struct attack {
+    const char *name;
+    bool is_encrypted;
+    const char *arguments;
+    void (*act)(neighbour &attacker, unsigned turn);
+};
+
+std::ostream &operator<<(std::ostream &out, const attack &one)
+{
+    return out << one.name;
+}
+
+const attack kAttacks[] = {
+    {"Nothing", false, "", [](neighbour &, unsigned) {}},
+    {"NothingUnderSrtp", true, "", [](neighbour &, unsigned) {}},
+};
+
+// What the sender does to his packets, whose numbers went around `rollovers` times before.
+class encryption
+{
+  public:
+    explicit encryption(uint32_t rollovers)
+        : key_(vrc::srtp_key_parse(kKey)), context_(vrc::srtp_context_outgoing(key_)), feedback_({key_})
+    {
+        EXPECT_TRUE(vrc::srtp_context_add_sender(context_, key_, kHonest, rollovers));
+    }
+
+    bytes protect(const bytes &packet)
+    {
+        bytes made = packet;
+        int size = static_cast<int>(made.size());
+        made.resize(made.size() + SRTP_MAX_TRAILER_LEN);
+        EXPECT_EQ(srtp_protect(context_.srtp.get(), made.data(), &size), srtp_err_status_ok);
+        made.resize(static_cast<size_t>(size));
+        return made;
+    }
+
+    // Empty when it is not authentic.
+    bytes unprotect(const bytes &datagram)
+    {
+        vrc::byte_view view(datagram.data(), datagram.size());
+        return feedback_.unprotect(&view) ? bytes(view.data(), view.data() + view.size()) : bytes();
+    }
+
+  private:
+    sdp_crypto key_;
+    vrc::srtp_context context_;
+    vrc::srtp_session feedback_;
+};
+
+// What a scene leaves.
+struct outcome {
+    int status;
+    std::string error;
+    json summary;
+    bool is_whole; // what was written is what the sender sent
+    uint64_t sent; // by the neighbour, and to him
+    uint64_t received;
+};
+
+outcome play(const attack &what, uint8_t host, uint32_t rollovers = 0)
+{
+    const uint16_t port = free_port_pair();
+    const temporary_file out;
+    const std::string keys = what.is_encrypted ? std::string(" --srtp ") + kKey : "";
+    listening_tool tool(port, "--codec h264 --pt 96 -o " + out.path() + keys + " " + what.arguments);
+    lossy_sender sender(port, kHonest);
+    encryption cipher(rollovers);
+    if (what.is_encrypted) {
+        sender.convert([&cipher](const bytes &packet) { return cipher.protect(packet); },
+                       [&cipher](const bytes &datagram) { return cipher.unprotect(datagram); });
+    }
+    neighbour attacker(port, host);
+    for (unsigned turn = 0; turn < kPictures; ++turn) {
+        what.act(attacker, turn);
+        sender.send_pictures(1);
+    }
+    sender.answer(milliseconds(300));
+    tool.stop();
+    const int status = tool.status();
+    const bool is_whole = content(out.path()) == sender.bitstream();
+    return {status, tool.error(), tool.summary(), is_whole, attacker.sent(), attacker.received()};
+}
+
+using neighbour_case = std::tuple<attack, uint8_t>;
+
+class HostileNeighbour : public testing::TestWithParam<neighbour_case>
+{
+};
+
+std::string case_name(const testing::TestParamInfo<neighbour_case> &info)
+{
+    const bool is_same_host = std::get<1>(info.param) == 1;
+    return std::string(std::get<0>(info.param).name) + (is_same_host ? "FromTheSendersHost" : "FromAnotherHost");
+}
+
+} // namespace
+
+TEST_P(HostileNeighbour, LeavesTheSenderHisPictureAndGainsNothing)
+{
+    const auto &[what, host] = GetParam();
+    const outcome left = play(what, host);
+    EXPECT_EQ(left.status, 0) << left.error;
+    EXPECT_TRUE(left.is_whole) << left.summary.dump(1);
+    EXPECT_LE(left.received, 3 * left.sent);
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryAttack, HostileNeighbour,
+                         testing::Combine(testing::ValuesIn(kAttacks), testing::Values(uint8_t{1}, uint8_t{66})),
+                         case_name);
