@@ -4,7 +4,7 @@ import ast
 import pathlib
 import re
 
-EXAMPLES = pathlib.Path(__file__).resolve().parent.parent / "tests" / "unit" / "client" / "sdp_examples.h"
+EXAMPLES = pathlib.Path(__file__).resolve().parent.parent / "tests" / "unit" / "sdp" / "sdp_examples.h"
 
 
 def examples():

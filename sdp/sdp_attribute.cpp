@@ -5,8 +5,11 @@
 
 #include "base64.h"
 
+namespace
+{
+
 // The format of a payload type, to be changed; null when the section does not list it.
-static sdp_format *__format_of(sdp_video *video, uint8_t payload_type)
+sdp_format *format_of(sdp_video *video, uint8_t payload_type)
 {
     const sdp_format *format = sdp_format_find(video, payload_type);
     return format != nullptr ? &video->formats[format - video->formats] : nullptr;
@@ -14,7 +17,7 @@ static sdp_format *__format_of(sdp_video *video, uint8_t payload_type)
 
 // ---- Formats -----------------------------------------------------------------------------------------------------
 
-static sdp_codec __codec_of(sdp_text encoding)
+sdp_codec codec_of(sdp_text encoding)
 {
     static const struct {
         const char *name;
@@ -29,7 +32,7 @@ static sdp_codec __codec_of(sdp_text encoding)
 }
 
 // "96 H264/90000". A payload type that the m= line does not list says nothing, here and below.
-static const char *__rtpmap_read(sdp_session *, sdp_video *video, sdp_text value)
+const char *rtpmap_read(sdp_session *, sdp_video *video, sdp_text value)
 {
     uint8_t payload_type = 0;
     if (!sdp_text_payload_type(sdp_text_word(&value), &payload_type)) {
@@ -41,19 +44,19 @@ static const char *__rtpmap_read(sdp_session *, sdp_video *video, sdp_text value
     if (encoding.size == 0 || !sdp_text_number32(sdp_text_cut(&description, '/'), &clock_rate) || clock_rate == 0) {
         return "a=rtpmap has no encoding name and clock rate";
     }
-    sdp_format *format = __format_of(video, payload_type);
+    sdp_format *format = format_of(video, payload_type);
     if (format == nullptr) {
         return nullptr;
     }
     if (format->clock_rate != 0) {
         return "a second a=rtpmap for this payload type";
     }
-    format->codec = __codec_of(encoding);
+    format->codec = codec_of(encoding);
     format->clock_rate = clock_rate;
     return nullptr;
 }
 
-static const char *__parameter_set_add(sdp_session *session, sdp_format *format, sdp_text base64)
+const char *parameter_set_add(sdp_session *session, sdp_format *format, sdp_text base64)
 {
     if (format->n_parameter_sets == kSdpParameterSetsMax) {
         return "more parameter sets than a payload type may have here";
@@ -76,11 +79,11 @@ static const char *__parameter_set_add(sdp_session *session, sdp_format *format,
 }
 
 // Sets separated by commas. Cameras are known to leave one empty.
-static const char *__parameter_sets_read(sdp_session *session, sdp_format *format, sdp_text value)
+const char *parameter_sets_read(sdp_session *session, sdp_format *format, sdp_text value)
 {
     while (value.size > 0) {
         const sdp_text base64 = sdp_text_trim(sdp_text_cut(&value, ','));
-        const char *wrong = base64.size > 0 ? __parameter_set_add(session, format, base64) : nullptr;
+        const char *wrong = base64.size > 0 ? parameter_set_add(session, format, base64) : nullptr;
         if (wrong != nullptr) {
             return wrong;
         }
@@ -88,7 +91,7 @@ static const char *__parameter_sets_read(sdp_session *session, sdp_format *forma
     return nullptr;
 }
 
-static const char *__packetization_mode_read(sdp_session *, sdp_format *format, sdp_text value)
+const char *packetization_mode_read(sdp_session *, sdp_format *format, sdp_text value)
 {
     uint64_t mode = 0;
     if (!sdp_text_number(value, 2, &mode)) {
@@ -98,18 +101,18 @@ static const char *__packetization_mode_read(sdp_session *, sdp_format *format, 
     return nullptr;
 }
 
-static const char *__apt_read(sdp_session *, sdp_format *format, sdp_text value)
+const char *apt_read(sdp_session *, sdp_format *format, sdp_text value)
 {
     return sdp_text_payload_type(value, &format->apt) ? nullptr : "apt is not a payload type";
 }
 
-static const char *__rtx_time_read(sdp_session *, sdp_format *format, sdp_text value)
+const char *rtx_time_read(sdp_session *, sdp_format *format, sdp_text value)
 {
     return sdp_text_number32(value, &format->rtx_time) ? nullptr : "rtx-time is not a number of milliseconds";
 }
 
 // Finds "NAME=VALUE" among the parameters between semicolons.
-static bool __parameter_find(sdp_text parameters, const char *name, sdp_text *value)
+bool parameter_find(sdp_text parameters, const char *name, sdp_text *value)
 {
     while (parameters.size > 0) {
         sdp_text parameter = sdp_text_cut(&parameters, ';');
@@ -122,32 +125,32 @@ static bool __parameter_find(sdp_text parameters, const char *name, sdp_text *va
 }
 
 // "96 NAME=VALUE;NAME=VALUE".
-static const char *__fmtp_read(sdp_session *session, sdp_video *video, sdp_text value)
+const char *fmtp_read(sdp_session *session, sdp_video *video, sdp_text value)
 {
     // A decoder wants VPS, SPS and PPS in this order, whatever the writer's is.
     static const struct {
         const char *name;
         const char *(*read)(sdp_session *session, sdp_format *format, sdp_text value);
     } parameters[] = {
-        {"packetization-mode", __packetization_mode_read},
-        {"sprop-parameter-sets", __parameter_sets_read},
-        {"sprop-vps", __parameter_sets_read},
-        {"sprop-sps", __parameter_sets_read},
-        {"sprop-pps", __parameter_sets_read},
-        {"apt", __apt_read},
-        {"rtx-time", __rtx_time_read},
+        {"packetization-mode", packetization_mode_read},
+        {"sprop-parameter-sets", parameter_sets_read},
+        {"sprop-vps", parameter_sets_read},
+        {"sprop-sps", parameter_sets_read},
+        {"sprop-pps", parameter_sets_read},
+        {"apt", apt_read},
+        {"rtx-time", rtx_time_read},
     };
     uint8_t payload_type = 0;
     if (!sdp_text_payload_type(sdp_text_word(&value), &payload_type)) {
         return "a=fmtp does not begin with a payload type";
     }
-    sdp_format *format = __format_of(video, payload_type);
+    sdp_format *format = format_of(video, payload_type);
     if (format == nullptr) {
         return nullptr;
     }
     for (const auto &each : parameters) {
         sdp_text text = {};
-        const char *wrong = __parameter_find(value, each.name, &text) ? each.read(session, format, text) : nullptr;
+        const char *wrong = parameter_find(value, each.name, &text) ? each.read(session, format, text) : nullptr;
         if (wrong != nullptr) {
             return wrong;
         }
@@ -157,7 +160,7 @@ static const char *__fmtp_read(sdp_session *session, sdp_video *video, sdp_text 
 
 // ---- Feedback ----------------------------------------------------------------------------------------------------
 
-static uint8_t __feedback_of(sdp_text value)
+uint8_t feedback_of(sdp_text value)
 {
     static const struct {
         const char *type;
@@ -179,7 +182,7 @@ static uint8_t __feedback_of(sdp_text value)
 }
 
 // "96 nack pli" or "* nack pli".
-static const char *__rtcp_fb_read(sdp_session *, sdp_video *video, sdp_text value)
+const char *rtcp_fb_read(sdp_session *, sdp_video *video, sdp_text value)
 {
     const sdp_text whom = sdp_text_word(&value);
     const bool is_for_all = sdp_text_is(whom, "*");
@@ -190,7 +193,7 @@ static const char *__rtcp_fb_read(sdp_session *, sdp_video *video, sdp_text valu
     for (size_t i = 0; i < video->n_formats; i++) {
         sdp_format *format = &video->formats[i];
         if (is_for_all || format->payload_type == payload_type) {
-            format->feedback = static_cast<uint8_t>(format->feedback | __feedback_of(value));
+            format->feedback = static_cast<uint8_t>(format->feedback | feedback_of(value));
         }
     }
     return nullptr;
@@ -199,7 +202,7 @@ static const char *__rtcp_fb_read(sdp_session *, sdp_video *video, sdp_text valu
 // ---- RTCP transport ----------------------------------------------------------------------------------------------
 
 // "5005" or "5005 IN IP4 ADDRESS".
-static const char *__rtcp_read(sdp_session *, sdp_video *video, sdp_text value)
+const char *rtcp_read(sdp_session *, sdp_video *video, sdp_text value)
 {
     if (!sdp_text_number16(sdp_text_word(&value), &video->rtcp_port)) {
         return "a=rtcp does not begin with a port";
@@ -211,13 +214,13 @@ static const char *__rtcp_read(sdp_session *, sdp_video *video, sdp_text value)
     return nullptr;
 }
 
-static const char *__rtcp_mux_read(sdp_session *, sdp_video *video, sdp_text)
+const char *rtcp_mux_read(sdp_session *, sdp_video *video, sdp_text)
 {
     video->rtcp_mux = true;
     return nullptr;
 }
 
-static const char *__rtcp_rsize_read(sdp_session *, sdp_video *video, sdp_text)
+const char *rtcp_rsize_read(sdp_session *, sdp_video *video, sdp_text)
 {
     video->rtcp_rsize = true;
     return nullptr;
@@ -225,7 +228,7 @@ static const char *__rtcp_rsize_read(sdp_session *, sdp_video *video, sdp_text)
 
 // ---- Sources -----------------------------------------------------------------------------------------------------
 
-static bool __has_source(const sdp_video *video, uint32_t ssrc)
+bool has_source(const sdp_video *video, uint32_t ssrc)
 {
     for (size_t i = 0; i < video->n_sources; i++) {
         if (video->sources[i] == ssrc) {
@@ -236,13 +239,13 @@ static bool __has_source(const sdp_video *video, uint32_t ssrc)
 }
 
 // "1234 cname:someone": a line for each thing that is said about a source.
-static const char *__ssrc_read(sdp_session *, sdp_video *video, sdp_text value)
+const char *ssrc_read(sdp_session *, sdp_video *video, sdp_text value)
 {
     uint32_t ssrc = 0;
     if (!sdp_text_number32(sdp_text_word(&value), &ssrc)) {
         return "a=ssrc does not begin with a number of 32 bits";
     }
-    if (__has_source(video, ssrc)) {
+    if (has_source(video, ssrc)) {
         return nullptr;
     }
     if (video->n_sources == kSdpSourcesMax) {
@@ -253,7 +256,7 @@ static const char *__ssrc_read(sdp_session *, sdp_video *video, sdp_text value)
 }
 
 // "FID 1234 5678". Other groups are passed over.
-static const char *__ssrc_group_read(sdp_session *, sdp_video *video, sdp_text value)
+const char *ssrc_group_read(sdp_session *, sdp_video *video, sdp_text value)
 {
     if (!sdp_text_is(sdp_text_word(&value), "FID")) {
         return nullptr;
@@ -273,10 +276,12 @@ static const char *__ssrc_group_read(sdp_session *, sdp_video *video, sdp_text v
 
 // ---- All of them -------------------------------------------------------------------------------------------------
 
-static const char *__crypto_read(sdp_session *, sdp_video *video, sdp_text value)
+const char *crypto_read(sdp_session *, sdp_video *video, sdp_text value)
 {
     return sdp_crypto_read(video, value);
 }
+
+} // namespace
 
 bool sdp_direction_read(sdp_text attribute, sdp_direction *direction)
 {
@@ -327,11 +332,11 @@ const char *sdp_attribute_read(sdp_session *session, sdp_video *video, sdp_text 
         const char *name;
         const char *(*read)(sdp_session *session, sdp_video *video, sdp_text value);
     } attributes[] = {
-        {"rtpmap", __rtpmap_read},     {"fmtp", __fmtp_read},
-        {"rtcp-fb", __rtcp_fb_read},   {"rtcp", __rtcp_read},
-        {"rtcp-mux", __rtcp_mux_read}, {"rtcp-rsize", __rtcp_rsize_read},
-        {"ssrc", __ssrc_read},         {"ssrc-group", __ssrc_group_read},
-        {"crypto", __crypto_read},
+        {"rtpmap", rtpmap_read},     {"fmtp", fmtp_read},
+        {"rtcp-fb", rtcp_fb_read},   {"rtcp", rtcp_read},
+        {"rtcp-mux", rtcp_mux_read}, {"rtcp-rsize", rtcp_rsize_read},
+        {"ssrc", ssrc_read},         {"ssrc-group", ssrc_group_read},
+        {"crypto", crypto_read},
     };
     if (sdp_direction_read(attribute, &video->direction)) {
         return nullptr;

@@ -2,6 +2,9 @@
 #include "base64.h"
 #include "sdp_attribute.h"
 
+namespace
+{
+
 struct suite_description {
     const char *name;
     sdp_crypto_suite suite;
@@ -9,7 +12,7 @@ struct suite_description {
     uint8_t salt_size;
 };
 
-static const suite_description g_suites[] = {
+const suite_description g_suites[] = {
     {"AES_CM_128_HMAC_SHA1_80", SDP_AES_CM_128_HMAC_SHA1_80, 16, 14},
     {"AES_CM_128_HMAC_SHA1_32", SDP_AES_CM_128_HMAC_SHA1_32, 16, 14},
     {"AEAD_AES_128_GCM", SDP_AEAD_AES_128_GCM, 16, 12},
@@ -20,7 +23,7 @@ constexpr uint64_t kLifetimeExponentMax = 48; // packets of an SRTP stream under
 constexpr uint64_t kMkiSizeMax = 128;         // bytes (RFC 4568, 6.1)
 constexpr uint64_t kTagMax = 999999999;       // nine digits (RFC 4568, 9.1)
 
-static const suite_description *__suite_find(sdp_text name)
+const suite_description *suite_find(sdp_text name)
 {
     for (const suite_description &suite : g_suites) {
         if (sdp_text_is(name, suite.name)) {
@@ -31,7 +34,7 @@ static const suite_description *__suite_find(sdp_text name)
 }
 
 // "NUMBER" or "2^NUMBER".
-static bool __lifetime_read(sdp_text text, uint64_t *lifetime)
+bool lifetime_read(sdp_text text, uint64_t *lifetime)
 {
     if (!sdp_text_has(text, '^')) {
         return sdp_text_number(text, uint64_t{1} << kLifetimeExponentMax, lifetime) && *lifetime > 0;
@@ -45,7 +48,7 @@ static bool __lifetime_read(sdp_text text, uint64_t *lifetime)
 }
 
 // "VALUE:SIZE".
-static bool __mki_read(sdp_text text, sdp_crypto *crypto)
+bool mki_read(sdp_text text, sdp_crypto *crypto)
 {
     const sdp_text value = sdp_text_cut(&text, ':');
     uint64_t size = 0;
@@ -57,7 +60,7 @@ static bool __mki_read(sdp_text text, sdp_crypto *crypto)
 }
 
 // "KEY", "KEY|LIFETIME", "KEY|MKI" or "KEY|LIFETIME|MKI".
-static const char *__key_read(sdp_text text, sdp_crypto *crypto)
+const char *key_read(sdp_text text, sdp_crypto *crypto)
 {
     const sdp_text key = sdp_text_cut(&text, '|');
     size_t size = 0;
@@ -70,19 +73,19 @@ static const char *__key_read(sdp_text text, sdp_crypto *crypto)
     }
     sdp_text next = sdp_text_cut(&text, '|');
     if (next.size > 0 && !sdp_text_has(next, ':')) {
-        if (!__lifetime_read(next, &crypto->lifetime)) {
+        if (!lifetime_read(next, &crypto->lifetime)) {
             return "the lifetime in a=crypto is not a number of packets up to 2^48";
         }
         next = sdp_text_cut(&text, '|');
     }
-    if (next.size > 0 && !__mki_read(next, crypto)) {
+    if (next.size > 0 && !mki_read(next, crypto)) {
         return "the master key identifier in a=crypto is not a number and its size in bytes";
     }
     return text.size == 0 ? nullptr : "a=crypto has more behind its key than lifetime and identifier";
 }
 
 // A hint or one that is marked as not to be minded may be passed over; any other changes what is on the wire.
-static bool __session_parameters_can_be_ignored(sdp_text rest)
+bool session_parameters_can_be_ignored(sdp_text rest)
 {
     for (sdp_text word = sdp_text_word(&rest); word.size > 0; word = sdp_text_word(&rest)) {
         if (word.data[0] != '-' && !sdp_text_is(sdp_text_cut(&word, '='), "WSH")) {
@@ -92,7 +95,7 @@ static bool __session_parameters_can_be_ignored(sdp_text rest)
     return true;
 }
 
-static bool __has_tag(const sdp_video *video, uint32_t tag)
+bool has_tag(const sdp_video *video, uint32_t tag)
 {
     for (size_t i = 0; i < video->n_cryptos; i++) {
         if (video->cryptos[i].tag == tag) {
@@ -102,13 +105,15 @@ static bool __has_tag(const sdp_video *video, uint32_t tag)
     return false;
 }
 
+} // namespace
+
 const char *sdp_crypto_read(sdp_video *video, sdp_text value)
 {
     uint64_t tag = 0;
     if (!sdp_text_number(sdp_text_word(&value), kTagMax, &tag)) {
         return "a=crypto does not begin with a tag";
     }
-    const suite_description *suite = __suite_find(sdp_text_word(&value));
+    const suite_description *suite = suite_find(sdp_text_word(&value));
     if (suite == nullptr) {
         return nullptr;
     }
@@ -124,14 +129,14 @@ const char *sdp_crypto_read(sdp_video *video, sdp_text value)
     crypto.suite = suite->suite;
     crypto.key_size = suite->key_size;
     crypto.salt_size = suite->salt_size;
-    const char *wrong = __key_read(keys, &crypto);
+    const char *wrong = key_read(keys, &crypto);
     if (wrong != nullptr) {
         return wrong;
     }
-    if (!__session_parameters_can_be_ignored(value)) {
+    if (!session_parameters_can_be_ignored(value)) {
         return "a=crypto has a session parameter that is not supported";
     }
-    if (__has_tag(video, crypto.tag)) {
+    if (has_tag(video, crypto.tag)) {
         return "a second a=crypto with this tag";
     }
     if (video->n_cryptos == kSdpCryptosMax) {

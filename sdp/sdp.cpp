@@ -6,6 +6,9 @@
 #include "sdp_attribute.h"
 #include "sdp_text.h"
 
+namespace
+{
+
 // What is known where the next line begins.
 struct sdp_reader {
     sdp_session *session;
@@ -18,14 +21,14 @@ struct sdp_reader {
     sdp_direction direction;
 };
 
-static bool __address_is_empty(const sdp_address *address)
+bool address_is_empty(const sdp_address *address)
 {
     return address->text[0] == '\0';
 }
 
 // ---- m= ----------------------------------------------------------------------------------------------------------
 
-static bool __profile_read(sdp_text text, sdp_profile *profile)
+bool profile_read(sdp_text text, sdp_profile *profile)
 {
     static const struct {
         const char *name;
@@ -46,7 +49,7 @@ static bool __profile_read(sdp_text text, sdp_profile *profile)
 }
 
 // "5004" or "5004/2".
-static bool __ports_read(sdp_text text, sdp_video *video)
+bool ports_read(sdp_text text, sdp_video *video)
 {
     const sdp_text port = sdp_text_cut(&text, '/');
     video->n_ports = 1;
@@ -54,7 +57,7 @@ static bool __ports_read(sdp_text text, sdp_video *video)
            (text.size == 0 || (sdp_text_number16(text, &video->n_ports) && video->n_ports > 0));
 }
 
-static const char *__formats_read(sdp_text list, sdp_video *video)
+const char *formats_read(sdp_text list, sdp_video *video)
 {
     for (sdp_text word = sdp_text_word(&list); word.size > 0; word = sdp_text_word(&list)) {
         sdp_format format = {};
@@ -74,7 +77,7 @@ static const char *__formats_read(sdp_text list, sdp_video *video)
 }
 
 // "5004 RTP/AVP 96 97", behind "video".
-static const char *__video_begin(sdp_reader *reader, sdp_text value)
+const char *video_begin(sdp_reader *reader, sdp_text value)
 {
     sdp_session *session = reader->session;
     if (session->n_videos == kSdpVideosMax) {
@@ -85,46 +88,46 @@ static const char *__video_begin(sdp_reader *reader, sdp_text value)
     video->direction = reader->direction;
     video->address = reader->address;
     reader->video = video;
-    if (!__ports_read(sdp_text_word(&value), video)) {
+    if (!ports_read(sdp_text_word(&value), video)) {
         return "m= has no port";
     }
-    if (!__profile_read(sdp_text_word(&value), &video->profile)) {
+    if (!profile_read(sdp_text_word(&value), &video->profile)) {
         return "m= has a transport that is not RTP over UDP";
     }
-    return __formats_read(value, video);
+    return formats_read(value, video);
 }
 
 // The section whose lines are all read must have an address, its own or the session's.
-static const char *__section_end(sdp_reader *reader)
+const char *section_end(sdp_reader *reader)
 {
     const sdp_video *video = reader->video;
-    if (video != nullptr && __address_is_empty(&video->address)) {
+    if (video != nullptr && address_is_empty(&video->address)) {
         reader->line = video->line;
         return "no c= line for this m=";
     }
     return nullptr;
 }
 
-static const char *__media_read(sdp_reader *reader, sdp_text value)
+const char *media_read(sdp_reader *reader, sdp_text value)
 {
-    const char *wrong = __section_end(reader);
+    const char *wrong = section_end(reader);
     if (wrong != nullptr) {
         return wrong;
     }
     reader->video = nullptr;
     reader->has_media = true;
     reader->has_own_address = false;
-    return sdp_text_is(sdp_text_word(&value), "video") ? __video_begin(reader, value) : nullptr;
+    return sdp_text_is(sdp_text_word(&value), "video") ? video_begin(reader, value) : nullptr;
 }
 
 // ---- Other lines -------------------------------------------------------------------------------------------------
 
-static bool __is_in_other_media(const sdp_reader *reader)
+bool is_in_other_media(const sdp_reader *reader)
 {
     return reader->has_media && reader->video == nullptr;
 }
 
-static const char *__connection_read(sdp_reader *reader, sdp_text value)
+const char *connection_read(sdp_reader *reader, sdp_text value)
 {
     // Several of them would be the layers of one stream on addresses of their own.
     if (reader->has_own_address) {
@@ -135,7 +138,7 @@ static const char *__connection_read(sdp_reader *reader, sdp_text value)
     return sdp_address_read(value, address) ? nullptr : "c= is not IN, IP4 or IP6, and an address";
 }
 
-static const char *__attribute_read(sdp_reader *reader, sdp_text value)
+const char *attribute_read(sdp_reader *reader, sdp_text value)
 {
     if (reader->video != nullptr) {
         return sdp_attribute_read(reader->session, reader->video, value);
@@ -144,7 +147,7 @@ static const char *__attribute_read(sdp_reader *reader, sdp_text value)
     return nullptr;
 }
 
-static const char *__version_read(sdp_reader *reader, sdp_text value)
+const char *version_read(sdp_reader *reader, sdp_text value)
 {
     if (reader->has_version) {
         return "a second v= line";
@@ -154,7 +157,7 @@ static const char *__version_read(sdp_reader *reader, sdp_text value)
 }
 
 // "x=..."; order and presence of the lines that say nothing to a receiver are not checked.
-static const char *__line_read(sdp_reader *reader, sdp_text line)
+const char *line_read(sdp_reader *reader, sdp_text line)
 {
     if (line.size < 2 || line.data[1] != '=' || line.data[0] < 'a' || line.data[0] > 'z') {
         return "not a line of the form x=...";
@@ -164,30 +167,30 @@ static const char *__line_read(sdp_reader *reader, sdp_text line)
     if (!reader->has_version && type != 'v') {
         return "the description does not begin with v=0";
     }
-    if (__is_in_other_media(reader) && type != 'm' && type != 'v') {
+    if (is_in_other_media(reader) && type != 'm' && type != 'v') {
         return nullptr;
     }
     switch (type) {
     case 'v':
-        return __version_read(reader, value);
+        return version_read(reader, value);
     case 'm':
-        return __media_read(reader, value);
+        return media_read(reader, value);
     case 'c':
-        return __connection_read(reader, value);
+        return connection_read(reader, value);
     case 'a':
-        return __attribute_read(reader, value);
+        return attribute_read(reader, value);
     default:
         return nullptr;
     }
 }
 
 // A program that prints a description may announce it first.
-static bool __is_announcement(const sdp_reader *reader, sdp_text line)
+bool is_announcement(const sdp_reader *reader, sdp_text line)
 {
     return reader->line == 1 && sdp_text_is(line, "SDP:");
 }
 
-static sdp_text __line_cut(sdp_text *rest)
+sdp_text line_cut(sdp_text *rest)
 {
     sdp_text line = sdp_text_cut(rest, '\n');
     if (line.size > 0 && line.data[line.size - 1] == '\r') {
@@ -196,25 +199,27 @@ static sdp_text __line_cut(sdp_text *rest)
     return line;
 }
 
-static const char *__lines_read(sdp_reader *reader, sdp_text rest)
+const char *lines_read(sdp_reader *reader, sdp_text rest)
 {
     while (rest.size > 0) {
-        const sdp_text line = __line_cut(&rest);
+        const sdp_text line = line_cut(&rest);
         reader->line++;
         if (sdp_text_has(line, '\0') || sdp_text_has(line, '\r')) {
             return "a zero or a carriage return within the line";
         }
         const sdp_text trimmed = sdp_text_trim(line);
-        if (trimmed.size == 0 || __is_announcement(reader, trimmed)) {
+        if (trimmed.size == 0 || is_announcement(reader, trimmed)) {
             continue;
         }
-        const char *wrong = __line_read(reader, trimmed);
+        const char *wrong = line_read(reader, trimmed);
         if (wrong != nullptr) {
             return wrong;
         }
     }
-    return reader->has_version ? __section_end(reader) : "the description does not begin with v=0";
+    return reader->has_version ? section_end(reader) : "the description does not begin with v=0";
 }
+
+} // namespace
 
 bool sdp_parse(const char *text, size_t size, sdp_session *session, sdp_error *error)
 {
@@ -222,7 +227,7 @@ bool sdp_parse(const char *text, size_t size, sdp_session *session, sdp_error *e
     *error = {};
     sdp_reader reader = {};
     reader.session = session;
-    const char *wrong = __lines_read(&reader, {text, size});
+    const char *wrong = lines_read(&reader, {text, size});
     if (wrong == nullptr) {
         return true;
     }
