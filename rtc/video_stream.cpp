@@ -1095,13 +1095,15 @@ void empty_slot(webrtc_video_cache_t *video_cache, uint32_t seq, void (*release)
 {
     webrtc_video_packet_t *pkt = ring_slot(video_cache, seq);
 
-    video_cache->pkt_cur_cnt -= is_set(pkt);
+    if (is_set(pkt) && video_cache->pkt_cur_cnt != 0) {
+        video_cache->pkt_cur_cnt--;
+    }
     release(pkt);
 }
 
 // Releases every slot between the oldest and the newest packet held. That is all of them unless sequence
 // numbers more than half a circle apart have met; what is then left over is found in the whole ring. With
-// both ends unknown the range is the one slot 0x1FFF.
+// both ends unknown the range is the one slot 0x1FFF, and a slot that nobody counted is not looked for.
 void empty_ring(webrtc_video_cache_t *video_cache, void (*release)(webrtc_video_packet_t *pkt))
 {
     const uint16_t max_seq = low16(video_cache->pkt_max_seq);
@@ -1250,27 +1252,24 @@ int webrtc_video_check_expect_seq(webrtc_video_cache_t *video_cache, uint16_t ne
 
 // -- Removal --
 
-// Empties the slots of the frame's range, whatever frame their packets belong to. Returns how many of them
-// were the frame's own. A range longer than the ring comes to the same slots again.
-uint32_t empty_frame_range(webrtc_video_cache_t *video_cache, const webrtc_video_frame_t *frm)
+// Empties the slots of the frame's range, whatever frame their packets belong to. A range longer than the
+// ring comes to the same slots again.
+void empty_frame_range(webrtc_video_cache_t *video_cache, const webrtc_video_frame_t *frm)
 {
     const uint16_t min_seq = low16(frm->cur_min_seq);
     const uint16_t max_seq = low16(frm->cur_max_seq);
     const uint32_t range = zeb_uint16_after_eq(max_seq, min_seq) ? zeb_uint16_dist(max_seq, min_seq) + 1u : 0;
-    uint32_t n_own = 0;
 
     for (uint32_t i = 0; i < range && i < WEBRTC_VIDEO_RING_SLOTS; i++) {
         webrtc_video_packet_t *pkt = ring_slot(video_cache, min_seq + i);
         if (is_set(pkt)) {
-            n_own += pkt->frm_ptr == frm;
             webrtc_video_packet_reset(pkt);
             video_cache->pkt_cur_cnt--;
         }
     }
-    return n_own;
 }
 
-// Frames that left the map while slots that their ranges do not cover still point at them.
+// Frames that left the map while slots that their ranges do not cover may still point at them.
 struct departed_frames {
     webrtc_video_frame_t *first; // linked by their nodes' `parent`
 };
@@ -1288,19 +1287,31 @@ void depart(departed_frames *departed, webrtc_video_frame_t *frm)
     departed->first = frm;
 }
 
-// Packets outside of their frame's range stay, but not their link to a frame that is about to go. However many
-// frames there are, the ring is looked through once.
+// Packets outside of their frame's range stay, but not their link to a frame that is about to go. No count
+// tells whether there are any: a frame's has 16 bits, and packets were evicted. However many frames there are,
+// the packets held are looked through once, which are a few behind the oldest unless the path loses much.
+void unlink_departed(webrtc_video_cache_t *video_cache)
+{
+    uint32_t n_left = video_cache->pkt_cur_cnt;
+
+    for (uint32_t i = 0; n_left != 0 && i < WEBRTC_VIDEO_RING_SLOTS; i++) {
+        webrtc_video_packet_t *pkt = ring_slot(video_cache, video_cache->pkt_min_seq + i);
+        if (!is_set(pkt)) {
+            continue;
+        }
+        n_left--;
+        if (pkt->frm_ptr != nullptr && has_departed(pkt->frm_ptr)) {
+            pkt->frm_ptr = nullptr;
+        }
+    }
+}
+
 void free_departed(webrtc_video_cache_t *video_cache, departed_frames *departed)
 {
     if (departed->first == nullptr) {
         return;
     }
-    for (uint32_t i = 0; i < WEBRTC_VIDEO_RING_SLOTS; i++) {
-        webrtc_video_packet_t *pkt = ring_slot(video_cache, i);
-        if (pkt->frm_ptr != nullptr && has_departed(pkt->frm_ptr)) {
-            pkt->frm_ptr = nullptr;
-        }
-    }
+    unlink_departed(video_cache);
     while (departed->first != nullptr) {
         webrtc_video_frame_t *frm = departed->first;
         departed->first = reinterpret_cast<webrtc_video_frame_t *>(frm->node.parent);
@@ -1333,7 +1344,8 @@ void move_cache_bounds_off(webrtc_video_cache_t *video_cache, uint16_t max_seq)
     }
 }
 
-// Takes a frame out of the map with its packets, and frees it, or files it with those that are freed later.
+// Takes a frame out of the map with its packets, and frees it when no packet is left that could point at it;
+// else it is freed later.
 void webrtc_video_remove_frame(webrtc_video_cache_t *video_cache, webrtc_video_frame_t *frm, departed_frames *departed)
 {
     const uint16_t max_seq = low16(frm->cur_max_seq);
@@ -1342,12 +1354,12 @@ void webrtc_video_remove_frame(webrtc_video_cache_t *video_cache, webrtc_video_f
         frm->is_key, frm->timestamp, frm->cur_min_seq, frm->cur_max_seq, frm->min_seq, frm->max_seq,
         frm->n_pkts_received, frm->n_pkts_total);
     zeb_rb_erase(&video_cache->frm_map, &frm->node);
-    const bool has_packets_left = empty_frame_range(video_cache, frm) != frm->n_pkts_received;
+    empty_frame_range(video_cache, frm);
     move_cache_bounds_off(video_cache, max_seq);
     if (zeb_uint16_after(max_seq, low16(video_cache->pkt_exp_seq))) {
         webrtc_video_move_expect_seq(video_cache, max_seq, frm->timestamp);
     }
-    if (has_packets_left) {
+    if (video_cache->pkt_cur_cnt != 0) {
         depart(departed, frm);
     } else {
         webrtc_video_frame_fini(frm);
@@ -1652,7 +1664,7 @@ webrtc_video_frame_t *find_or_create_frame(webrtc_video_cache_t *video_cache, ui
 
 void widen_timestamp_bounds(webrtc_video_cache_t *video_cache, uint32_t timestamp)
 {
-    if (!timestamp_is_known(video_cache->frm_min_timestamp) || !timestamp_is_known(video_cache->frm_max_timestamp)) {
+    if (video_cache->frm_min_timestamp == kTimestampUnknown || video_cache->frm_max_timestamp == kTimestampUnknown) {
         video_cache->frm_min_timestamp = timestamp;
         video_cache->frm_max_timestamp = timestamp;
         return;
@@ -1823,9 +1835,7 @@ int webrtc_video_frame_add_pkt(webrtc_video_cache_t *video_cache, webrtc_video_f
     bool needs_fix_max = false;
 
     pkt->frm_ptr = frm;
-    if (frm->n_pkts_received != UINT16_MAX) { // a count that came round would pass for a smaller one
-        frm->n_pkts_received++;
-    }
+    frm->n_pkts_received++;
     frm->is_key |= pkt->is_key;
     if (frm->state == WEBRTC_VIDEO_FRM_NONE) {
         frm->state = WEBRTC_VIDEO_FRM_INCOMPLETE;

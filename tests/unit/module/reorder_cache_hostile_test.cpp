@@ -227,6 +227,40 @@ TEST(ReorderCacheHostile, FilesAPacketWithoutARingAndProvesNothing)
     EXPECT_EQ(frame.max_seq, 0xFFFFFFFFu);
 }
 
+TEST(ReorderCacheHostile, CountsAFramesPacketsInSixteenBits)
+{
+    ReorderScene scene;
+    webrtc_video_frame_t frame;
+    webrtc_video_packet_t packet = {};
+
+    webrtc_video_frame_init(&frame);
+    for (uint32_t n = 1; n <= 65538; n++) {
+        webrtc_video_frame_add_pkt(scene.cache, &frame, &packet);
+        ASSERT_EQ(frame.n_pkts_received, n % 65536);
+    }
+}
+
+// The count comes round to the frame's total, and a frame is complete when the two are equal.
+TEST(ReorderCacheHostile, CompletesAFrameWhosePacketCountCameRoundToItsTotal)
+{
+    ReorderScene scene;
+    webrtc_video_frame_t frame;
+    webrtc_video_packet_t packet = {};
+
+    webrtc_video_frame_init(&frame);
+    frame.n_pkts_received = 65535;
+    frame.min_seq = 0;
+    frame.max_seq = 1;
+    webrtc_video_frame_add_pkt(scene.cache, &frame, &packet);
+    EXPECT_EQ(frame.state, WEBRTC_VIDEO_FRM_INCOMPLETE);
+    packet.pkt_seq = 1;
+    webrtc_video_frame_add_pkt(scene.cache, &frame, &packet);
+    EXPECT_EQ(frame.state, WEBRTC_VIDEO_FRM_INCOMPLETE);
+    webrtc_video_frame_add_pkt(scene.cache, &frame, &packet);
+    EXPECT_EQ(frame.n_pkts_received, 2);
+    EXPECT_EQ(frame.state, WEBRTC_VIDEO_FRM_COMPLETE);
+}
+
 TEST(ReorderCacheHostile, ReadsBytesThatAPacketDoesNotHaveAsZero)
 {
     const std::vector<uint8_t> bytes = {0x80, 0xE0, 0x00, 0x07, 0x12, 0x34, 0x56, 0x78};

@@ -349,6 +349,27 @@ TEST(ReorderCacheReset, VisitsTheLastSlotWhenTheRangeIsUnknown)
     expect_all_zero(scene.cache->pkt_arr[0x1FFF]);
 }
 
+// Slots that were filled by hand are in no count, so nothing looks for them.
+TEST(ReorderCacheReset, VisitsNoOtherSlotWhenTheRangeIsUnknownAndNothingIsCounted)
+{
+    ReorderScene scene;
+    webrtc_video_packet_t by_hand = {};
+
+    ASSERT_EQ(webrtc_video_cache_alloc(scene.cache), 0);
+    by_hand.state = WEBRTC_VIDEO_PKT_SET;
+    by_hand.sub_seq = 1234;
+    for (const size_t slot : {size_t{0}, size_t{7}, size_t{0x1FFE}, size_t{0x1FFF}}) {
+        scene.cache->pkt_arr[slot] = by_hand;
+    }
+    webrtc_video_cache_reset(scene.cache);
+    expect_all_zero(scene.cache->pkt_arr[0x1FFF]);
+    EXPECT_EQ(scene.cache->pkt_cur_cnt, 0u);
+    for (const size_t slot : {size_t{0}, size_t{7}, size_t{0x1FFE}}) {
+        EXPECT_EQ(scene.cache->pkt_arr[slot].sub_seq, 1234) << slot;
+        scene.cache->pkt_arr[slot] = {};
+    }
+}
+
 TEST(ReorderCacheReset, SkipsFreeSlots)
 {
     ReorderScene scene;
@@ -420,6 +441,24 @@ TEST(ReorderCacheFini, ReleasesPayloadsInTheRangeWhateverTheSlotsState)
     scene.cache->pkt_arr[5].video.payload = some_values(); // of a slot that is free
     webrtc_video_cache_fini(scene.cache);
     EXPECT_EQ(scene.world.live.size(), without_cache);
+}
+
+TEST(ReorderCacheFini, ReleasesNoOtherPayloadWhenTheRangeIsUnknownAndNothingIsCounted)
+{
+    ReorderScene scene;
+    const size_t without_cache = scene.world.live.size();
+    webrtc_video_packet_t by_hand = {};
+
+    ASSERT_EQ(webrtc_video_cache_alloc(scene.cache), 0);
+    by_hand.state = WEBRTC_VIDEO_PKT_SET;
+    by_hand.video.payload = some_values();
+    rtn_vector_t not_visited = by_hand.video.payload;
+    scene.cache->pkt_arr[7] = by_hand;
+    by_hand.video.payload = some_values();
+    scene.cache->pkt_arr[0x1FFF] = by_hand;
+    webrtc_video_cache_fini(scene.cache);
+    EXPECT_EQ(scene.world.live.size(), without_cache + 1);
+    zeb_fini_typed_obj(&zeb_dynamic_bytes_type, &not_visited);
 }
 
 TEST(ReorderCacheFini, LetsTheCacheBeMadeAgain)

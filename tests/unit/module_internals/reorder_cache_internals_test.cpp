@@ -127,6 +127,39 @@ TEST_F(ReorderCacheFrameMap, OrdersFramesAndKeysByPlainTimestamps)
     }
 }
 
+// "Not known" is all ones in 64 bits and nothing else: whatever else stands there is compared by its low 32 bits.
+TEST_F(ReorderCacheFrameMap, WidensTimestampBoundsUnlessOneIsNotKnown)
+{
+    constexpr uint64_t unknown = ~uint64_t{0};
+    constexpr uint64_t two_to_32 = uint64_t{1} << 32;
+    const struct {
+        uint64_t min, max;
+        uint32_t timestamp;
+        uint64_t new_min, new_max;
+    } rows[] = {
+        {unknown, unknown, 7, 7, 7},
+        {5, unknown, 7, 7, 7},
+        {unknown, 5, 7, 7, 7},
+        {5, 5, 7, 5, 7},
+        {5, 9, 7, 5, 9},
+        {5, 9, 3, 3, 9},
+        {0xFFFFFFFF, 0xFFFFFFFF, 2, 0xFFFFFFFF, 2},
+        {two_to_32, two_to_32, 7, two_to_32, 7},
+        {two_to_32 + 9, 20, 7, 7, 20},
+        {5, two_to_32 + 9, 7, 5, two_to_32 + 9},
+        {unknown - 1, unknown - 1, 7, unknown - 1, 7},
+        {unknown - 1, unknown, 7, 7, 7},
+    };
+
+    for (const auto &row : rows) {
+        cache->frm_min_timestamp = row.min;
+        cache->frm_max_timestamp = row.max;
+        widen_timestamp_bounds(cache, row.timestamp);
+        EXPECT_EQ(cache->frm_min_timestamp, row.new_min) << row.min << '-' << row.max << ' ' << row.timestamp;
+        EXPECT_EQ(cache->frm_max_timestamp, row.new_max) << row.min << '-' << row.max << ' ' << row.timestamp;
+    }
+}
+
 // -- Order --
 
 TEST_F(ReorderCacheOrder, ClassifiesSequenceNumbers)
