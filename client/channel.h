@@ -30,7 +30,9 @@ using channel_frame_callback = void (*)(void *context, const channel_frame *fram
 // rtc_service_tick. The bytes are only valid during the callback, which is under the rule above.
 using channel_rtcp_callback = void (*)(void *context, const uint8_t *datagram, size_t size);
 
-// What the other side understands and is to be told. All false: nothing is ever sent.
+// What the other side understands and is to be told. All false: nothing is ever sent. Nor is anything to a sender that
+// was silent for five seconds, and what a sender is sent stays below three times the bytes that came from it, as its
+// packets may have been sent by somebody else in its name; what that holds back is sent when more came.
 struct channel_feedback {
     bool reports;      // receiver reports with SDES (RFC 3550)
     bool nack;         // generic NACK (RFC 4585): the sender retransmits

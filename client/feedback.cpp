@@ -9,6 +9,10 @@
 constexpr size_t kDatagramMax = 1200;    // bytes; fits any path
 constexpr size_t kNackBatchMax = 250;    // numbers a message: never more than the datagram holds
 constexpr uint32_t kNtpFraction = 65536; // a delay is told in 1/65536 s
+constexpr size_t kNackHeaderSize = 12;   // bytes, RFC 4585, 6.1
+constexpr size_t kNackPairSize = 4;      // bytes; each number needs one at most
+constexpr size_t kReportSizeMax = 8 + 24 + 8 + 2 + kChannelCnameMax + 4; // bytes, with one block and the longest CNAME
+constexpr size_t kRembSizeMax = 24;                                      // bytes, for one source
 
 // A datagram under way to the sender of one stream.
 struct feedback_datagram {
@@ -31,10 +35,15 @@ static bool __may_send(const stream_state *state)
     return __channel_of(state)->on_rtcp != nullptr && !state->is_native && state->report.packets > 0;
 }
 
-static bool __may_ask(const stream_state *state, zeb_ts_t now)
+namespace
+{
+
+bool may_tell(const stream_state *state, zeb_ts_t now)
 {
     return __may_send(state) && !state->feedback.has_left && now - state->report.last_packet_at < kFeedbackSilence;
 }
+
+} // namespace
 
 // ---- Datagrams ----
 
@@ -68,17 +77,37 @@ static void __write_report(const stream_state *state, rtcp_output *out, const rt
     rtcp_report_write(out, &report);
 }
 
-// Feedback stands behind a report, an empty one unless a report is due anyway, where it may not stand alone.
-static void __begin(const stream_state *state, feedback_datagram *datagram)
+namespace
 {
-    datagram->out = {datagram->bytes, sizeof datagram->bytes, 0};
-    if (!__channel_of(state)->feedback.reduced_size) {
-        __write_report(state, &datagram->out, nullptr);
+
+// The largest datagram that may be sent for what came so far, bytes.
+size_t size_allowed(const stream_state *state)
+{
+    const uint64_t limit = kFeedbackRatio * state->report.bytes;
+    const uint64_t used = state->feedback.bytes_sent + kFeedbackHeaders + 1; // below the limit, not up to it
+    if (limit <= used) {
+        return 0;
     }
+    return limit - used < kDatagramMax ? static_cast<size_t>(limit - used) : kDatagramMax;
 }
 
-static void __send(const stream_state *state, const feedback_datagram *datagram)
+} // namespace
+
+// Feedback stands behind a report, an empty one unless a report is due anyway, where it may not stand alone. What does
+// not fit the allowance is not written.
+static bool __begin(const stream_state *state, feedback_datagram *datagram)
 {
+    datagram->out = {datagram->bytes, size_allowed(state), 0};
+    if (!__channel_of(state)->feedback.reduced_size) {
+        __write_report(state, &datagram->out, nullptr);
+        return datagram->out.size > 0;
+    }
+    return true;
+}
+
+static void __send(stream_state *state, const feedback_datagram *datagram)
+{
+    state->feedback.bytes_sent += datagram->out.size + kFeedbackHeaders;
     channel_state *channel = __channel_of(state);
     service_state *service = channel->channel.service->state;
     const bool was_in_callback = service->is_in_callback;
@@ -238,19 +267,31 @@ static void __forget_what_is_past(stream_state *state)
 
 // ---- Requests for packets ----
 
-static bool __send_nack(stream_state *state, const uint32_t *numbers, size_t count, zeb_ts_t now)
+namespace
 {
-    feedback_datagram datagram;
+
+// The numbers that a request has room for behind what it begins with.
+size_t nack_room(const feedback_datagram *datagram)
+{
+    const size_t used = datagram->out.size + kNackHeaderSize;
+    const size_t room = datagram->out.capacity > used ? (datagram->out.capacity - used) / kNackPairSize : 0;
+    return room < kNackBatchMax ? room : kNackBatchMax;
+}
+
+} // namespace
+
+static bool __send_nack(stream_state *state, feedback_datagram *datagram, const uint32_t *numbers, size_t count,
+                        zeb_ts_t now)
+{
     seq_t seqs[kNackBatchMax];
     size_t fitted = 0;
     for (size_t i = 0; i < count; i++) {
         seqs[i] = static_cast<seq_t>(numbers[i]);
     }
-    __begin(state, &datagram);
-    if (rtcp_nack_write(&datagram.out, __channel_of(state)->local_ssrc, __ssrc_of(state), seqs, count, &fitted) == 0) {
+    if (rtcp_nack_write(&datagram->out, __channel_of(state)->local_ssrc, __ssrc_of(state), seqs, count, &fitted) == 0) {
         return false;
     }
-    __send(state, &datagram);
+    __send(state, datagram);
     state->feedback.nack_sent_at = now;
     state->report.nacks_sent += 1;
     state->report.packets_asked_for += fitted;
@@ -262,12 +303,16 @@ void feedback_ask_retransmissions(stream_state *state, zeb_ts_t now)
     webrtc_video_cache_t *cache = &state->stream->video_cache_q;
     nack_list *nacks = &state->feedback.nacks;
     // What does not fit one datagram is for the next millisecond.
-    if (!__channel_of(state)->feedback.nack || !__may_ask(state, now) || state->feedback.nack_sent_at == now) {
+    if (!__channel_of(state)->feedback.nack || !may_tell(state, now) || state->feedback.nack_sent_at == now) {
+        return;
+    }
+    feedback_datagram datagram;
+    if (!__begin(state, &datagram) || nack_room(&datagram) == 0) {
         return;
     }
     uint32_t numbers[kNackBatchMax];
-    const size_t count = nack_list_take_due(nacks, now, numbers, kNackBatchMax);
-    if (count > 0 && __send_nack(state, numbers, count, now)) {
+    const size_t count = nack_list_take_due(nacks, now, numbers, nack_room(&datagram));
+    if (count > 0 && __send_nack(state, &datagram, numbers, count, now)) {
         __saturating_add(&cache->n_retrans_req_recent);
         __saturating_add(&state->stream->n_retrans_req_recent);
     }
@@ -276,17 +321,21 @@ void feedback_ask_retransmissions(stream_state *state, zeb_ts_t now)
 
 // ---- Requests for key frames ----
 
-static void __write_key_frame_request(stream_state *state, rtcp_output *out)
+static bool __write_key_frame_request(stream_state *state, rtcp_output *out)
 {
     const channel_state *channel = __channel_of(state);
-    if (channel->feedback.fir) {
-        state->feedback.fir_command_seq = static_cast<uint8_t>(state->feedback.fir_command_seq + 1);
-        rtcp_fir_write(out, channel->local_ssrc, {__ssrc_of(state), state->feedback.fir_command_seq});
-        state->report.firs_sent += 1;
-    } else {
-        rtcp_pli_write(out, channel->local_ssrc, __ssrc_of(state));
-        state->report.plis_sent += 1;
+    if (!channel->feedback.fir) {
+        const bool is_written = rtcp_pli_write(out, channel->local_ssrc, __ssrc_of(state)) > 0;
+        state->report.plis_sent += is_written ? 1 : 0;
+        return is_written;
     }
+    const auto command_seq = static_cast<uint8_t>(state->feedback.fir_command_seq + 1);
+    if (rtcp_fir_write(out, channel->local_ssrc, {__ssrc_of(state), command_seq}) == 0) {
+        return false;
+    }
+    state->feedback.fir_command_seq = command_seq;
+    state->report.firs_sent += 1;
+    return true;
 }
 
 // Which of two requests was answered cannot be told, so that answers that take longer than the time between them are
@@ -304,12 +353,13 @@ void feedback_ask_key_frame(stream_state *state, zeb_ts_t now)
 {
     webrtc_video_cache_t *cache = &state->stream->video_cache_q;
     const channel_feedback *agreed = &__channel_of(state)->feedback;
-    if ((!agreed->pli && !agreed->fir) || !__may_ask(state, now) || now < cache->next_intra_req_should_at) {
+    if ((!agreed->pli && !agreed->fir) || !may_tell(state, now) || now < cache->next_intra_req_should_at) {
         return;
     }
     feedback_datagram datagram;
-    __begin(state, &datagram);
-    __write_key_frame_request(state, &datagram.out);
+    if (!__begin(state, &datagram) || !__write_key_frame_request(state, &datagram.out)) {
+        return;
+    }
     __send(state, &datagram);
     __note_request(&state->feedback, now);
     __plan_key_frame(state, now + __key_frame_interval(&state->feedback));
@@ -330,7 +380,8 @@ static bool __waits_for_key_frame(const stream_state *state, zeb_ts_t now)
 static void __send_report(stream_state *state, zeb_ts_t now)
 {
     stream_feedback *self = &state->feedback;
-    if (!__channel_of(state)->feedback.reports || self->has_left || now < self->next_report_at) {
+    if (!__channel_of(state)->feedback.reports || !may_tell(state, now) || now < self->next_report_at ||
+        size_allowed(state) < kReportSizeMax) {
         return;
     }
     const rtcp_report_block block = __report_block(state, now);
@@ -345,7 +396,8 @@ static void __send_report(stream_state *state, zeb_ts_t now)
 static void __send_rate(stream_state *state, zeb_ts_t now)
 {
     uint64_t bps = 0;
-    if (!__channel_of(state)->feedback.remb || !__may_ask(state, now) ||
+    if (!__channel_of(state)->feedback.remb || !may_tell(state, now) ||
+        size_allowed(state) < kReportSizeMax + kRembSizeMax ||
         !bcm_stat_take_remb(state->stream->bcm_stat, now, &bps)) {
         return;
     }
@@ -378,7 +430,12 @@ void feedback_tick(stream_state *state, zeb_ts_t now)
 zeb_ts_t feedback_next_at(const stream_state *state)
 {
     const bool asks = __channel_of(state)->feedback.nack && __may_send(state);
-    return asks ? nack_list_next_at(&state->feedback.nacks) : kNackNever;
+    const zeb_ts_t next_at = asks ? nack_list_next_at(&state->feedback.nacks) : kNackNever;
+    if (next_at == kNackNever) {
+        return kNackNever;
+    }
+    feedback_datagram datagram;
+    return __begin(state, &datagram) && nack_room(&datagram) > 0 ? next_at : kNackNever;
 }
 
 // ---- RTCP from the sender ----

@@ -13,7 +13,14 @@ struct stream_state;
 constexpr zeb_ts_t kReportInterval = 1000;     // ms between receiver reports
 constexpr zeb_ts_t kKeyFrameIntervalMin = 100; // ms between key-frame requests; else two round trips, or an answer
 constexpr zeb_ts_t kKeyFrameIntervalMax = 500; // ms
-constexpr zeb_ts_t kFeedbackSilence = 5000;    // ms without a packet after which a sender is asked for nothing
+constexpr zeb_ts_t kFeedbackSilence = 5000;    // ms without a packet after which a sender is told nothing more
+
+// A packet's source address may be forged, so a stream's sender is sent less than this many times the bytes that came
+// from it (the bound of RFC 9000, 8.1). It holds for the whole stream: a sender of RTP says nothing that proves that
+// it reads what it is sent. RTP packets count without the headers below them, RTCP datagrams with kFeedbackHeaders
+// more. What the bound forbids waits for further packets.
+constexpr uint64_t kFeedbackRatio = 3;
+constexpr uint64_t kFeedbackHeaders = 48; // bytes of IPv6 and UDP, the longest
 
 // All zero: nothing was sent, nothing is missing.
 struct stream_feedback {
@@ -24,6 +31,7 @@ struct stream_feedback {
     uint32_t sender_report_ntp; // middle 32 bits of its NTP time
     zeb_ts_t sender_report_at;
     zeb_ts_t next_report_at;
+    uint64_t bytes_sent; // with kFeedbackHeaders for each datagram
     zeb_ts_t nack_sent_at;
     zeb_ts_t key_frame_asked_at;
     zeb_ts_t key_packet_at;        // when a packet of a key frame came last

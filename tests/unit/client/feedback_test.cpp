@@ -465,4 +465,139 @@ TEST_F(Feedback, SendsOneRequestAtATimeForMoreThanFitsADatagram)
     EXPECT_EQ(client.report().packets_asked_for, 300u);
 }
 
+// ---- What somebody is sent who may not be where the packets say ----
+
+bytes small_packet(uint16_t seq, size_t size, bool has_marker)
+{
+    rtp_builder::rtp_fields fields;
+    fields.seq = seq;
+    fields.timestamp = seq * 3000u;
+    fields.marker = has_marker;
+    fields.payload = size > 12 ? rtp_builder::nal_unit(1, size - 13, seq) : bytes();
+    return rtp_builder::rtp_packet(fields);
+}
+
+struct stranger {
+    size_t packet_size; // bytes
+    int n_packets;
+    bool has_markers;
+    uint16_t step; // from one number to the next; above 1 some are missing
+    channel_feedback feedback;
+};
+
+std::vector<channel_feedback> feedback_kinds()
+{
+    channel_feedback all = {};
+    all.nack = all.pli = all.remb = all.reports = true;
+    channel_feedback reduced = all;
+    reduced.reduced_size = true;
+    channel_feedback fir = reduced;
+    fir.fir = true;
+    return {all, reduced, fir};
+}
+
+std::vector<stranger> strangers()
+{
+    std::vector<stranger> rows;
+    for (const channel_feedback &kind : feedback_kinds()) {
+        for (const size_t size : {12, 13, 14, 20, 21, 34, 36, 40, 60, 100, 400, 1400}) {
+            for (const int n_packets : {1, 2, 3, 5, 10, 20}) {
+                for (const uint16_t step : {uint16_t{1}, uint16_t{2}, uint16_t{60}}) {
+                    rows.push_back({size, n_packets, step % 2 == 0, step, kind});
+                }
+            }
+        }
+    }
+    return rows;
+}
+
+constexpr size_t kHeadersMin = 28; // IPv4 and UDP, bytes
+
+// What went out, and what is allowed for what came in, UDP payload alone and with the headers around it.
+testing::AssertionResult is_below_three_times(const Client &client, size_t n_received, size_t bytes_received)
+{
+    size_t sent = 0;
+    for (const client_bench::sent_datagram &datagram : client.sent) {
+        sent += datagram.data.size();
+    }
+    const size_t sent_on_path = sent + client.sent.size() * kHeadersMin;
+    if (client.sent.empty() ||
+        (sent < 3 * bytes_received && sent_on_path < 3 * (bytes_received + n_received * kHeadersMin))) {
+        return testing::AssertionSuccess();
+    }
+    return testing::AssertionFailure() << client.sent.size() << " datagrams of " << sent << " bytes for " << n_received
+                                       << " of " << bytes_received;
+}
+
+TEST(FeedbackToAStranger, StaysBelowThreeTimesWhatHeSent)
+{
+    for (const stranger &row : strangers()) {
+        Client client(true, row.feedback);
+        uint16_t seq = 100;
+        for (int i = 1; i <= row.n_packets; i++, seq = static_cast<uint16_t>(seq + row.step)) {
+            client.receive(small_packet(seq, row.packet_size, row.has_markers));
+            client.pass(20);
+            const auto n = static_cast<size_t>(i);
+            ASSERT_TRUE(is_below_three_times(client, n, n * row.packet_size));
+        }
+        client.pass(20000);
+        const auto n = static_cast<size_t>(row.n_packets);
+        ASSERT_TRUE(is_below_three_times(client, n, n * row.packet_size))
+            << "packets of " << row.packet_size << " bytes, numbers " << row.step << " apart";
+    }
+}
+
+// A sender's first packets are large, and what he is to be told is small beside them.
+TEST(FeedbackToAStranger, IsNotHeldBackFromASenderOfPictures)
+{
+    for (const channel_feedback &kind : feedback_kinds()) {
+        Client client(true, kind);
+        client.receive(small_packet(100, 400, false));
+        const zeb_ts_t began = client.now;
+        ASSERT_EQ(client.sent.size(), 1u);
+        EXPECT_EQ(client.sent[0].at, began) << "a key frame is asked for at once";
+        client.receive(small_packet(102, 400, false));
+        client.pass(10);
+        EXPECT_EQ(client.report().nacks_sent, 1u);
+        EXPECT_EQ(client.report().reports_sent, 1u);
+    }
+}
+
+TEST(FeedbackToAStranger, WaitsUntilEnoughCame)
+{
+    Client client(false, agreed());
+    client.receive(small_packet(100, 20, false));
+    client.pass(200);
+    EXPECT_TRUE(client.sent.empty());
+    const zeb_ts_t began = client.now;
+    client.receive(small_packet(102, 20, false));
+    client.pass(10);
+    EXPECT_EQ(sent_texts(client, began), (Texts{"0: pli"})) << "60 bytes with their headers, of 120 at most";
+    client.receive(small_packet(103, 40, false));
+    client.pass(10);
+    EXPECT_EQ(sent_texts(client, began), (Texts{"0: pli", "20: nack 101"}));
+}
+
+TEST(FeedbackToAStranger, DoesNotKeepTheServiceAwakeWhileItWaits)
+{
+    Client client(false, agreed());
+    client.receive(small_packet(100, 12, false));
+    client.receive(small_packet(102, 12, false));
+    client.pass(100);
+    EXPECT_EQ(client.report().nacks_sent, 0u);
+    EXPECT_EQ(rtc_service_tick(client.service, &client.now), client.now + kServiceTickInterval);
+}
+
+TEST_F(Reports, StopFiveSecondsAfterTheLastPacket)
+{
+    start();
+    client.pass(60000);
+    ASSERT_FALSE(client.sent.empty());
+    EXPECT_LT(client.sent.back().at, began + kFeedbackSilence);
+    const size_t n_before = client.sent.size();
+    client.receive(sender.delta_frame());
+    client.pass(10);
+    EXPECT_EQ(client.sent.size(), n_before + 1) << "and begin again with the next one";
+}
+
 } // namespace
