@@ -24,21 +24,21 @@
 #define configSUPPORT_DYNAMIC_ALLOCATION 1
 #define configTOTAL_HEAP_SIZE 0 /* heap_5 is told its region */
 
-#define configUSE_IDLE_HOOK 0
+#define configUSE_IDLE_HOOK 1 /* sleeps until the next interrupt */
 #define configUSE_TICK_HOOK 0
 #define configUSE_MALLOC_FAILED_HOOK 0
 #define configCHECK_FOR_STACK_OVERFLOW 0 /* the core checks the stack's limit */
 #define configUSE_TIMERS 0
-#define configUSE_MUTEXES 0
+#define configUSE_MUTEXES 1
 #define configUSE_TRACE_FACILITY 0
 #define configUSE_CO_ROUTINES 0
 #define configUSE_PORT_OPTIMISED_TASK_SELECTION 0
 
 #define INCLUDE_vTaskDelete 1
 #define INCLUDE_vTaskDelay 1
-#define INCLUDE_vTaskDelayUntil 1
-#define INCLUDE_xTaskDelayUntil 1
-#define INCLUDE_vTaskSuspend 1
+#define INCLUDE_vTaskSuspend 1 /* a wait without end is one */
+#define INCLUDE_uxTaskGetStackHighWaterMark 1
+#define INCLUDE_xSemaphoreGetMutexHolder 1
 
 /* The core has 8 priority bits here; 0 is the highest and must not call the kernel. */
 #define configMAX_SYSCALL_INTERRUPT_PRIORITY 0x40

@@ -7,8 +7,8 @@
 #include "kernel_assertion.h"
 #include "kernel_heap.h"
 
-// Of the board's heap; the C library keeps the rest.
-constexpr size_t kKernelHeapSize = size_t{14} << 20; // bytes
+// Of the board's heap; the C library keeps the rest. Enough for one stream of up to 4 Mbit/s, and the tasks.
+constexpr size_t kKernelHeapSize = size_t{1280} << 10; // bytes
 
 void kernel_heap_start()
 {
@@ -18,6 +18,13 @@ void kernel_heap_start()
     }
     const HeapRegion_t regions[] = {{heap, kKernelHeapSize}, {nullptr, 0}};
     vPortDefineHeapRegions(regions);
+}
+
+extern "C" void vApplicationIdleHook()
+{
+#ifdef __arm__
+    __asm__ volatile("wfi");
+#endif
 }
 
 void kernel_assertion_failed(const char *file, int line)

@@ -1,10 +1,12 @@
-// Replays one stream of a capture under the kernel: one task has the network, which is the capture, and posts each
-// packet when its time comes; the other owns the service and writes the frames.
+// Replays one stream of a capture under the kernel. The network's task has the capture and posts each packet when its
+// time comes; the service's task owns the service and writes the frames; the application's task starts both and sees
+// them off.
 //
 //     freertos_replay_image CAPTURE OUTPUT SSRC PAYLOAD_TYPE CODEC
 //
-// The frames are those of `vrc replay CAPTURE -o OUTPUT`. Ends with 0; 1 when no frame came out or a packet was dropped
-// on its way to the task; 2 wrong usage; 3 cannot read or write, or no memory.
+// The frames are those of `vrc replay CAPTURE -o OUTPUT`. Says how many there were and what they took of stacks and heap
+// (footprint.h). Ends with 0; 1 when no frame came out or a packet was dropped on its way to the task; 2 wrong usage; 3
+// cannot read or write, or no memory.
 #include <cstdio>
 #include <cstdlib>
 
@@ -12,6 +14,7 @@
 #include <task.h>
 
 #include "capture_clock.h"
+#include "footprint.h"
 #include "freertos_log.h"
 #include "kernel_heap.h"
 #include "log.h"
@@ -25,8 +28,10 @@ namespace
 constexpr size_t kFileBufferSize = 65536; // bytes
 constexpr TickType_t kSettled = 10000;    // after the last packet, milliseconds: longer than any patience
 constexpr UBaseType_t kQueueLength = 64;  // datagrams
-constexpr uint32_t kNetworkStackWords = 1024;
-constexpr uint32_t kServiceStackWords = 2048; // 1600, and the C library's files
+constexpr uint32_t kApplicationStackWords = 512;
+constexpr uint32_t kNetworkStackWords = 512;
+constexpr uint32_t kServiceStackWords = 1600;
+constexpr UBaseType_t kApplicationPriority = 1;
 constexpr UBaseType_t kNetworkPriority = 2;
 constexpr UBaseType_t kServicePriority = 3; // takes a datagram as soon as it is posted
 
@@ -34,9 +39,10 @@ struct replay {
     replay_options options;
     pcap_reader capture;
     std::FILE *output;
+    TaskHandle_t application;
     rtc_service *service;
     service_task *task;
-    uint64_t n_frames;
+    uint32_t n_frames;
     bool cannot_write;
     bool has_dropped;
 };
@@ -61,15 +67,10 @@ void write_log(const char *text, size_t size)
 }
 
 // In the service task, as the last thing it does.
-void end(void *context)
+void service_stopped(void *context)
 {
-    auto *self = static_cast<replay *>(context);
-    rtc_service_destroy(self->service);
-    if (std::fclose(self->output) != 0 || self->cannot_write) {
-        std::exit(3);
-    }
-    (void)std::printf("frames %llu\n", static_cast<unsigned long long>(self->n_frames));
-    std::exit(self->n_frames > 0 && !self->has_dropped ? 0 : 1);
+    footprint_take_stack("service", kServiceStackWords);
+    xTaskNotifyGive(static_cast<replay *>(context)->application);
 }
 
 void wait_until(TickType_t due)
@@ -102,6 +103,7 @@ void run_network(void *parameter)
     vTaskDelay(kSettled * configTICK_RATE_HZ / 1000);
     self->has_dropped = service_task_dropped(self->task) != 0;
     service_task_stop(self->task);
+    footprint_take_stack("network", kNetworkStackWords);
     vTaskDelete(nullptr);
 }
 
@@ -129,11 +131,36 @@ bool start_tasks(replay *self)
     if (channel == nullptr) {
         return false;
     }
-    const service_task_config config = {self->service,    channel, kQueueLength, kServiceStackWords,
-                                        kServicePriority, end,     self};
+    const service_task_config config = {self->service,    channel,         kQueueLength, kServiceStackWords,
+                                        kServicePriority, service_stopped, self};
     self->task = service_task_create(&config);
     return self->task != nullptr &&
            xTaskCreate(run_network, "network", kNetworkStackWords, self, kNetworkPriority, nullptr) == pdPASS;
+}
+
+int finish(replay *self)
+{
+    rtc_service_destroy(self->service);
+    if (std::fclose(self->output) != 0 || self->cannot_write) {
+        std::fputs("freertos_replay_image: cannot write the frames\n", stderr);
+        return 3;
+    }
+    (void)std::printf("frames %lu\n", static_cast<unsigned long>(self->n_frames));
+    footprint_write("application", kApplicationStackWords);
+    return self->n_frames > 0 && !self->has_dropped ? 0 : 1;
+}
+
+void run_application(void *parameter)
+{
+    auto *self = static_cast<replay *>(parameter);
+    self->application = xTaskGetCurrentTaskHandle();
+    footprint_begin();
+    if (!start_tasks(self)) {
+        std::fputs("freertos_replay_image: no memory\n", stderr);
+        std::exit(3);
+    }
+    (void)ulTaskNotifyTake(pdTRUE, portMAX_DELAY); // until the service has stopped
+    std::exit(finish(self));
 }
 
 } // namespace
@@ -155,7 +182,8 @@ int main(int argc, char **argv)
     kernel_heap_start();
     freertos_log_start(write_log);
     rtc_log_set_level(RTC_LOG_DEFAULT);
-    if (start_tasks(&self)) {
+    if (xTaskCreate(run_application, "application", kApplicationStackWords, &self, kApplicationPriority, nullptr) ==
+        pdPASS) {
         vTaskStartScheduler();
     }
     std::fputs("freertos_replay_image: no memory\n", stderr);

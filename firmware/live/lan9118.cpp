@@ -12,13 +12,23 @@ constexpr uint32_t kRxData = 0x00;
 constexpr uint32_t kTxData = 0x20;
 constexpr uint32_t kRxStatus = 0x40;
 constexpr uint32_t kTxStatus = 0x48;
+constexpr uint32_t kInterruptConfig = 0x54;
+constexpr uint32_t kInterruptStatus = 0x58;
+constexpr uint32_t kInterruptEnable = 0x5C;
 constexpr uint32_t kByteTest = 0x64;
+constexpr uint32_t kFifoInterrupt = 0x68;
 constexpr uint32_t kTxConfig = 0x70;
 constexpr uint32_t kHardwareConfig = 0x74;
 constexpr uint32_t kRxFifo = 0x7C;
 constexpr uint32_t kTxFifo = 0x80;
 constexpr uint32_t kMacCommand = 0xA4;
 constexpr uint32_t kMacData = 0xA8;
+
+constexpr uint32_t kInterruptOn = 1u << 8;      // in kInterruptConfig
+constexpr uint32_t kInterruptHigh = 1u << 4;    // active high
+constexpr uint32_t kInterruptPushPull = 1u;     // and driven
+constexpr uint32_t kFrameReceived = 1u << 3;    // in kInterruptStatus and kInterruptEnable: more frames than
+constexpr uint32_t kFramesBeforeInterrupt = 0u; // in kFifoInterrupt
 
 constexpr uint32_t kByteTestValue = 0x87654321;
 constexpr uint32_t kSoftReset = 1;
@@ -93,10 +103,31 @@ bool lan9118_start(uint8_t address[6])
     return true;
 }
 
+void lan9118_receive_event_enable()
+{
+    reg(kFifoInterrupt) = kFramesBeforeInterrupt;
+    reg(kInterruptConfig) = kInterruptOn | kInterruptHigh | kInterruptPushPull;
+    reg(kInterruptEnable) = kFrameReceived;
+}
+
+void lan9118_receive_event_disable()
+{
+    reg(kInterruptEnable) = 0;
+}
+
+void lan9118_receive_event_clear()
+{
+    reg(kInterruptStatus) = kFrameReceived;
+}
+
+bool lan9118_has_frame()
+{
+    return ((reg(kRxFifo) >> 16) & 0xFF) != 0;
+}
+
 size_t lan9118_receive(uint8_t *frame)
 {
-    const uint32_t frames_waiting = (reg(kRxFifo) >> 16) & 0xFF;
-    if (frames_waiting == 0) {
+    if (!lan9118_has_frame()) {
         return 0;
     }
     const uint32_t status = reg(kRxStatus);

@@ -10,6 +10,11 @@
 static const uint32_t kTimersFirst = 0x50000000, kTimersLast = 0x50002FFF;
 static const uint32_t kEthernetFirst = 0x52000000, kEthernetLast = 0x520FFFFF;
 
+/* Numbers of device interrupts. */
+enum {
+    ETHERNET_INTERRUPT = 48,
+};
+
 /* Set by the linker script: the addresses count, nothing is stored there. */
 extern char __code_start[], __code_end[];
 extern char __ram_start[], __ram_end[];

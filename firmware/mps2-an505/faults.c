@@ -60,10 +60,11 @@ __attribute__((used, aligned(8))) char g_fault_stack[FAULT_STACK_SIZE];
 
 void fault_report(const struct exception_frame *frame, const void *stack_limit);
 
-/* For a kernel to replace. Without one they are faults. */
+/* For a kernel or a driver to replace. Without one they are faults. */
 __attribute__((weak, alias("fault_handler"))) void SVC_Handler(void);
 __attribute__((weak, alias("fault_handler"))) void PendSV_Handler(void);
 __attribute__((weak, alias("fault_handler"))) void SysTick_Handler(void);
+__attribute__((weak, alias("fault_handler"))) void Ethernet_Handler(void);
 
 void faults_enable(void)
 {

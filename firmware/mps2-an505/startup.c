@@ -22,11 +22,16 @@ void Reset_Handler(void);
 void SVC_Handler(void);
 void PendSV_Handler(void);
 void SysTick_Handler(void);
+void Ethernet_Handler(void);
 
 typedef void (*vector)(void);
 
-/* No device interrupts: everything is polled. */
-__attribute__((section(".vectors"), used, aligned(128))) static const vector kVectors[] = {
+#define EIGHT_FAULTS                                                                                                   \
+    fault_handler, fault_handler, fault_handler, fault_handler, fault_handler, fault_handler, fault_handler,           \
+        fault_handler
+
+/* The core's own exceptions, then the devices' interrupts. */
+__attribute__((section(".vectors"), used, aligned(512))) static const vector kVectors[] = {
     (vector)(uintptr_t)__stack_top,
     Reset_Handler,
     fault_handler, /* NMI */
@@ -43,7 +48,15 @@ __attribute__((section(".vectors"), used, aligned(128))) static const vector kVe
     0,
     PendSV_Handler,
     SysTick_Handler,
+    EIGHT_FAULTS,
+    EIGHT_FAULTS,
+    EIGHT_FAULTS,
+    EIGHT_FAULTS,
+    EIGHT_FAULTS,
+    EIGHT_FAULTS,
+    Ethernet_Handler,
 };
+_Static_assert(sizeof(kVectors) / sizeof(kVectors[0]) == 16 + ETHERNET_INTERRUPT + 1, "each interrupt has its place");
 
 static void __memory_prepare(void)
 {

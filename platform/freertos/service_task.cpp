@@ -10,18 +10,21 @@
 // A tick that is late by more than this is not made up for one by one, milliseconds.
 constexpr zeb_ts_t kLateTicksMax = 1000;
 constexpr size_t kDatagramMax = 65535; // bytes
+constexpr uint8_t kCall = 0xFE;
 constexpr uint8_t kStop = 0xFF;
 
-struct posted_datagram {
-    uint8_t *bytes; // owned by whoever holds the record
+struct posting {
+    uint8_t kind; // service_task_kind, kCall or kStop
+    TickType_t posted_at;
+    uint8_t *bytes; // of a datagram, owned by whoever holds the record
     size_t size;
-    TickType_t arrived_at;
-    uint8_t kind; // service_task_kind or kStop
+    service_task_work work; // of kCall
+    void *context;
 };
 
 struct service_task {
     service_task_config config;
-    QueueHandle_t queue; // of posted_datagram
+    QueueHandle_t queue; // of posting
     freertos_clock clock;
     zeb_ts_t now;     // never goes back
     zeb_ts_t next_at; // of the service tick
@@ -48,14 +51,21 @@ static void __advance(service_task *self, zeb_ts_t time)
     self->now = time > self->now ? time : self->now;
 }
 
-static void __take(service_task *self, const posted_datagram *datagram)
+static void __take(service_task *self, const posting *taken)
 {
     rtc_channel *channel = self->config.channel;
-    if (datagram->kind == SERVICE_TASK_RTCP) {
-        rtc_channel_receive_rtcp(channel, datagram->bytes, datagram->size, &self->now);
-    } else {
-        rtc_channel_receive_rtp(channel, datagram->bytes, datagram->size, false, &self->now);
+    switch (taken->kind) {
+    case SERVICE_TASK_RTP:
+        rtc_channel_receive_rtp(channel, taken->bytes, taken->size, false, &self->now);
+        break;
+    case SERVICE_TASK_RTCP:
+        rtc_channel_receive_rtcp(channel, taken->bytes, taken->size, &self->now);
+        break;
+    default:
+        taken->work(taken->context);
+        break;
     }
+    zeb_free_impl(taken->bytes);
 }
 
 // A time that is past is now: no tick goes back behind what has been taken in.
@@ -65,21 +75,20 @@ static void __tick_sooner(service_task *self, zeb_ts_t time)
     self->next_at = soonest < self->next_at ? soonest : self->next_at;
 }
 
-// Waits for a datagram or the next tick. Returns false when the task is to end.
+// Waits for what is posted or the next tick. Returns false when the task is to end.
 static bool __step(service_task *self)
 {
-    posted_datagram datagram = {};
-    if (xQueueReceive(self->queue, &datagram, freertos_clock_until(&self->clock, self->next_at)) != pdTRUE) {
+    posting taken = {};
+    if (xQueueReceive(self->queue, &taken, freertos_clock_until(&self->clock, self->next_at)) != pdTRUE) {
         __advance(self, freertos_clock_at(&self->clock, xTaskGetTickCount()));
         return true;
     }
-    __advance(self, freertos_clock_at(&self->clock, datagram.arrived_at));
-    if (datagram.kind == kStop) {
+    __advance(self, freertos_clock_at(&self->clock, taken.posted_at));
+    if (taken.kind == kStop) {
         return false;
     }
-    __take(self, &datagram);
+    __take(self, &taken);
     __tick_sooner(self, rtc_service_next_at(self->config.service));
-    zeb_free_impl(datagram.bytes);
     return true;
 }
 
@@ -114,7 +123,7 @@ service_task *service_task_create(const service_task_config *config)
     memset(self, 0, sizeof *self);
     self->config = *config;
     self->clock.ticks = xTaskGetTickCount();
-    self->queue = xQueueCreate(config->queue_length, sizeof(posted_datagram));
+    self->queue = xQueueCreate(config->queue_length, sizeof(posting));
     if (self->queue == nullptr ||
         xTaskCreate(__run, "service", config->stack_depth, self, config->priority, nullptr) != pdPASS) {
         __release(self);
@@ -123,18 +132,21 @@ service_task *service_task_create(const service_task_config *config)
     return self;
 }
 
-static bool __post(service_task *self, const uint8_t *bytes, size_t size, uint8_t kind, TickType_t patience)
+static bool __post(service_task *self, const posting *sent, TickType_t patience)
 {
-    posted_datagram datagram = {nullptr, size, xTaskGetTickCount(), kind};
-    if (size != 0) {
-        datagram.bytes = static_cast<uint8_t *>(zeb_malloc_impl_dbg(size, __func__, __LINE__));
-        if (datagram.bytes == nullptr) {
-            return false;
-        }
-        memcpy(datagram.bytes, bytes, size);
+    return xQueueSend(self->queue, sent, patience) == pdTRUE;
+}
+
+static bool __post_copy(service_task *self, uint8_t kind, const uint8_t *bytes, size_t size, TickType_t patience)
+{
+    posting sent = {kind, xTaskGetTickCount(), nullptr, size, nullptr, nullptr};
+    sent.bytes = static_cast<uint8_t *>(zeb_malloc_impl_dbg(size, __func__, __LINE__));
+    if (sent.bytes == nullptr) {
+        return false;
     }
-    if (xQueueSend(self->queue, &datagram, patience) != pdTRUE) {
-        zeb_free_impl(datagram.bytes);
+    memcpy(sent.bytes, bytes, size);
+    if (!__post(self, &sent, patience)) {
+        zeb_free_impl(sent.bytes);
         return false;
     }
     return true;
@@ -143,16 +155,24 @@ static bool __post(service_task *self, const uint8_t *bytes, size_t size, uint8_
 int service_task_post(service_task *self, service_task_kind kind, const uint8_t *datagram, size_t size,
                       TickType_t patience)
 {
-    if (size == 0 || size > kDatagramMax || !__post(self, datagram, size, static_cast<uint8_t>(kind), patience)) {
+    const bool is_sized = size != 0 && size <= kDatagramMax;
+    if (!is_sized || !__post_copy(self, static_cast<uint8_t>(kind), datagram, size, patience)) {
         self->dropped++;
         return -1;
     }
     return 0;
 }
 
+int service_task_call(service_task *self, service_task_work work, void *context, TickType_t patience)
+{
+    const posting sent = {kCall, xTaskGetTickCount(), nullptr, 0, work, context};
+    return __post(self, &sent, patience) ? 0 : -1;
+}
+
 void service_task_stop(service_task *self)
 {
-    while (!__post(self, nullptr, 0, kStop, portMAX_DELAY)) {
+    const posting sent = {kStop, xTaskGetTickCount(), nullptr, 0, nullptr, nullptr};
+    while (!__post(self, &sent, portMAX_DELAY)) {
     }
 }
 

@@ -24,6 +24,9 @@ enum service_task_kind {
     SERVICE_TASK_RTCP
 };
 
+// What service_task_call has run, in the task.
+using service_task_work = void (*)(void *context);
+
 // Creates the queue and the task, which starts at once when the scheduler runs. Null without memory.
 service_task *service_task_create(const service_task_config *config);
 
@@ -34,8 +37,14 @@ service_task *service_task_create(const service_task_config *config);
 int service_task_post(service_task *self, service_task_kind kind, const uint8_t *datagram, size_t size,
                       TickType_t patience);
 
-// Ends the task after all that was posted before, and releases the queue and the record, which must not be used any
-// more. Called like service_task_post; waits for as long as it takes.
+// Has `work` run in the task, behind all that was posted before: this is how other tasks look at the service, or change
+// it. To be called by any task, and by no interrupt. Waits up to `patience` ticks for a place in the queue. Returns
+//   0   it waits for the service task
+//   -1  it will not run: the queue is full.
+int service_task_call(service_task *self, service_task_work work, void *context, TickType_t patience);
+
+// Ends the task after all that was posted before, and releases the queue and the record. Nobody posts or calls any more
+// when this is called. By a task, and no interrupt; waits for as long as it takes.
 void service_task_stop(service_task *self);
 
 // Datagrams that service_task_post dropped.

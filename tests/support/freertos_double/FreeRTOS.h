@@ -1,11 +1,14 @@
 /* A stand-in for the kernel's header of that name, for tests on a host without the kernel: what platform/freertos and
- * firmware/freertos use of it, by the kernel's public interface. What is behind it is in freertos_double.cpp, for tests
- * of one task, or in freertos_threads.cpp, for whole programs. */
+ * firmware/freertos use of it, by the kernel's public interface. What FreeRTOSConfig.h does not switch on is not declared,
+ * and what the kernel refuses of it is refused. What is behind it is in freertos_double.cpp, for tests of one task, or in
+ * freertos_threads.cpp, for whole programs. */
 #ifndef FREERTOS_DOUBLE_FREERTOS_H
 #define FREERTOS_DOUBLE_FREERTOS_H
 
 #include <stddef.h>
 #include <stdint.h>
+
+#include "configuration.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -13,11 +16,17 @@ extern "C" {
 
 typedef long BaseType_t;
 typedef unsigned long UBaseType_t;
+typedef uint32_t StackType_t;
+#if (defined(configUSE_16_BIT_TICKS) && configUSE_16_BIT_TICKS == 0) || defined(configTICK_TYPE_WIDTH_IN_BITS)
 typedef uint32_t TickType_t;
+#else
+#error the tests want 32 bits of ticks
+#endif
 typedef void (*TaskFunction_t)(void *);
 
-#define configTICK_RATE_HZ 1000
-#define configSTACK_DEPTH_TYPE uint32_t
+#ifndef configSTACK_DEPTH_TYPE
+#define configSTACK_DEPTH_TYPE StackType_t
+#endif
 #define portBYTE_ALIGNMENT 16
 #define portMAX_DELAY ((TickType_t)0xFFFFFFFFu)
 #define pdFALSE ((BaseType_t)0)
@@ -34,6 +43,8 @@ typedef struct HeapRegion {
 void vPortDefineHeapRegions(const HeapRegion_t *pxHeapRegions);
 void *pvPortMalloc(size_t xWantedSize);
 void vPortFree(void *pv);
+size_t xPortGetFreeHeapSize(void);
+size_t xPortGetMinimumEverFreeHeapSize(void);
 
 #ifdef __cplusplus
 }

@@ -2,7 +2,9 @@
 #ifndef FREERTOS_DOUBLE_QUEUE_H
 #define FREERTOS_DOUBLE_QUEUE_H
 
-#include "FreeRTOS.h"
+#ifndef FREERTOS_DOUBLE_FREERTOS_H
+#error FreeRTOS.h is included before queue.h
+#endif
 
 #ifdef __cplusplus
 extern "C" {

@@ -269,6 +269,43 @@ TEST_F(ServiceTask, TakesRtcpToo)
     EXPECT_EQ(rtc_channel_rtcp_malformed(channel), 1u);
 }
 
+// Other tasks look at the service in this way: what they have run sees all that was posted before, and nothing later.
+TEST_F(ServiceTask, RunsACallBetweenWhatWasPostedBeforeAndBehindIt)
+{
+    begin();
+    std::vector<size_t> seen;
+    struct look {
+        const std::vector<got_frame> *frames;
+        std::vector<size_t> *seen;
+    } look = {&frames, &seen};
+    const auto note = [](void *context) {
+        const auto *at = static_cast<struct look *>(context);
+        at->seen->push_back(at->frames->size());
+    };
+    freertos_double::after(4, [&] { EXPECT_EQ(service_task_call(task, note, &look, 0), 0); });
+    post_after(5, sender.key_frame(3));
+    freertos_double::after(5, [&] { EXPECT_EQ(service_task_call(task, note, &look, 0), 0); });
+    post_after(5, sender.delta_frame(2));
+    freertos_double::after(9, [&] { EXPECT_EQ(service_task_call(task, note, &look, 0), 0); });
+    run(9);
+    EXPECT_EQ(seen, (std::vector<size_t>{0, 1, 2}));
+}
+
+TEST_F(ServiceTask, RefusesACallThatFindsNoPlaceAndCountsNoDatagram)
+{
+    begin();
+    int n_calls = 0;
+    const auto count = [](void *context) { ++*static_cast<int *>(context); };
+    freertos_double::after(1, [&] {
+        for (int i = 0; i < 10; i++) {
+            EXPECT_EQ(service_task_call(task, count, &n_calls, 0), i < 8 ? 0 : -1) << i;
+        }
+        EXPECT_EQ(service_task_dropped(task), 0u);
+    });
+    run(10);
+    EXPECT_EQ(n_calls, 8);
+}
+
 // An application that takes its time makes the task late, but what follows is as if it had not been.
 TEST_F(ServiceTask, CatchesUpAfterASlowApplication)
 {
