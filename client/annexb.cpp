@@ -74,8 +74,8 @@ static bool __unit_write(annexb_output *out, nal_bytes unit)
     return true;
 }
 
-// Each unit costs two bytes more than it came with, so an aggregate of many small units may not fit: the first
-// ones that do are kept, in order and without gaps.
+// Each unit costs two bytes more than it came with, so an aggregate of many small units may not fit where nobody gave it
+// more room: the first ones that do are kept, in order and without gaps.
 static void __aggregate_write(annexb_output *out, const nal_format *format, nal_bytes rest)
 {
     nal_bytes unit;
@@ -94,7 +94,9 @@ static void __fragment_start(annexb_output *out, const nal_payload *fragment)
     __append(out, g_start_code, sizeof(g_start_code));
     __append(out, fragment->header, fragment->header_size);
     __append(out, fragment->bytes.data, fragment->bytes.size);
-    g_open_unit = {out->frame_data, begin, *out->frame_offset, fragment->type};
+    if (!fragment->is_end) {
+        g_open_unit = {out->frame_data, begin, *out->frame_offset, fragment->type};
+    }
 }
 
 static void __fragment_continue(annexb_output *out, const nal_payload *fragment)
@@ -134,6 +136,32 @@ static void __payload_write(annexb_output *out, const nal_format *format, const 
     case NAL_PAYLOAD_OTHER:
         break;
     }
+}
+
+size_t annexb_room_missing(const nal_contents *contents, size_t payload_size)
+{
+    if (contents->fault != PAYLOAD_FAULTS) {
+        return 0;
+    }
+    const size_t written = contents->n_units * sizeof(g_start_code) + contents->size;
+    const size_t room = payload_size + kPacketHeadroom;
+    return written > room ? written - room : 0;
+}
+
+size_t annexb_room_appended(uint8_t codec, const uint8_t *payload, size_t payload_size, size_t limit)
+{
+    const nal_format *format = nal_format_of(codec);
+    if (format == nullptr || payload_size == 0) {
+        return 0;
+    }
+    const nal_payload parsed = format->payload_parse({payload, payload_size});
+    if (parsed.kind != NAL_PAYLOAD_AGGREGATE) {
+        return 0;
+    }
+    const nal_contents contents = nal_contents_inspect(format, &parsed);
+    const size_t missing = annexb_room_missing(&contents, payload_size);
+    const size_t appended = missing + missing % 2;
+    return appended <= limit ? appended : 0;
 }
 
 int annexb_packet_write(const nal_format *format, uint8_t *frame_data, const uint8_t *cur_ptr, const uint8_t *end_ptr,

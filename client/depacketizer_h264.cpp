@@ -3,10 +3,11 @@
 #include "annexb.h"
 #include "nal_payload.h"
 
-// The NAL unit types that RFC 6184 gives to packets (5.2) and that are taken here; types 1 to 23 are a NAL
-// unit's own.
+// The NAL unit types that RFC 6184 gives to packets (5.2); types 1 to 23 are a NAL unit's own, and 0, 30 and 31 nobody's.
+// Only STAP-A and FU-A belong to packetization mode 1 (5.4).
 constexpr uint8_t kStapA = 24;
 constexpr uint8_t kFuA = 28;
+constexpr uint8_t kFuB = 29;
 
 constexpr uint8_t kTypeMask = 0x1F;
 constexpr uint8_t kFragmentStart = 0x80;
@@ -26,22 +27,34 @@ static uint8_t __unit_type(nal_bytes unit)
     return __is_unit_type(type) ? type : kNalTypeNone;
 }
 
-// FU indicator, FU header, fragment (RFC 6184, 5.8). A NAL unit in one fragment, both its start and its end, must
-// not be sent.
+static bool __is_packet_type(uint8_t type)
+{
+    return type >= kStapA && type <= kFuB;
+}
+
+static nal_payload __other(payload_fault_e fault)
+{
+    nal_payload parsed = {};
+    parsed.kind = NAL_PAYLOAD_OTHER;
+    parsed.fault = fault;
+    return parsed;
+}
+
+// FU indicator, FU header, fragment (RFC 6184, 5.8).
 static nal_payload __fragment_parse(nal_bytes payload)
 {
     constexpr size_t headers = 2;
-    nal_payload parsed = {};
     if (payload.size < headers) {
-        return parsed;
+        return __other(PAYLOAD_FAULT_TRUNCATED);
     }
+    nal_payload parsed = {};
     const uint8_t fu_indicator = payload.data[0];
     const uint8_t fu_header = payload.data[1];
     parsed.is_start = (fu_header & kFragmentStart) != 0;
     parsed.is_end = (fu_header & kFragmentEnd) != 0;
     parsed.type = fu_header & kTypeMask;
-    if ((parsed.is_start && parsed.is_end) || !__is_unit_type(parsed.type)) {
-        return parsed;
+    if (!__is_unit_type(parsed.type)) {
+        return __other(__is_packet_type(parsed.type) ? PAYLOAD_FAULT_NESTED : PAYLOAD_FAULT_RESERVED_TYPE);
     }
     parsed.kind = NAL_PAYLOAD_FRAGMENT;
     parsed.bytes = {payload.data + headers, payload.size - headers};
@@ -52,22 +65,25 @@ static nal_payload __fragment_parse(nal_bytes payload)
 
 static nal_payload __payload_parse(nal_bytes payload)
 {
-    nal_payload parsed = {};
     if (payload.size == 0) {
-        return parsed;
+        return __other(PAYLOAD_FAULT_TRUNCATED);
     }
-    switch (payload.data[0] & kTypeMask) {
-    case kFuA:
+    const uint8_t type = payload.data[0] & kTypeMask;
+    if (type == kFuA) {
         return __fragment_parse(payload);
-    case kStapA:
+    }
+    nal_payload parsed = {};
+    if (type == kStapA) {
         parsed.kind = NAL_PAYLOAD_AGGREGATE;
         parsed.bytes = {payload.data + 1, payload.size - 1};
         return parsed;
-    default:
-        parsed.kind = __unit_type(payload) != kNalTypeNone ? NAL_PAYLOAD_SINGLE : NAL_PAYLOAD_OTHER;
-        parsed.bytes = payload;
-        return parsed;
     }
+    if (!__is_unit_type(type)) {
+        return __other(__is_packet_type(type) ? PAYLOAD_FAULT_INTERLEAVED : PAYLOAD_FAULT_RESERVED_TYPE);
+    }
+    parsed.kind = NAL_PAYLOAD_SINGLE;
+    parsed.bytes = payload;
+    return parsed;
 }
 
 const nal_format nal_format_h264 = {__payload_parse, __unit_type};

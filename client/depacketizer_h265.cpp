@@ -3,10 +3,11 @@
 #include "annexb.h"
 #include "nal_payload.h"
 
-// The NAL unit types that RFC 7798 gives to packets (4.4) and that are taken here; types 0 to 47 are a NAL
-// unit's own.
+// The NAL unit types that RFC 7798 gives to packets (4.4); types 0 to 47 are a NAL unit's own, and those above nobody's.
+// Packets with content information (PACI) are not taken.
 constexpr uint8_t kAggregation = 48;
 constexpr uint8_t kFragmentation = 49;
+constexpr uint8_t kContentInformation = 50;
 
 constexpr size_t kHeaderSize = 2;       // NAL unit header and payload header alike
 constexpr uint8_t kTypeBits = 0x7E;     // of a header's first byte; F and the layer's top bit stand beside them
@@ -33,21 +34,28 @@ static uint8_t __unit_type(nal_bytes unit)
     return __is_unit_type(type) ? type : kNalTypeNone;
 }
 
-// Payload header, FU header, fragment (RFC 7798, 4.4.3). A NAL unit in one fragment, both its start and its end,
-// must not be sent.
+static nal_payload __other(payload_fault_e fault)
+{
+    nal_payload parsed = {};
+    parsed.kind = NAL_PAYLOAD_OTHER;
+    parsed.fault = fault;
+    return parsed;
+}
+
+// Payload header, FU header, fragment (RFC 7798, 4.4.3).
 static nal_payload __fragment_parse(nal_bytes payload)
 {
     constexpr size_t headers = kHeaderSize + 1;
-    nal_payload parsed = {};
     if (payload.size < headers) {
-        return parsed;
+        return __other(PAYLOAD_FAULT_TRUNCATED);
     }
+    nal_payload parsed = {};
     const uint8_t fu_header = payload.data[kHeaderSize];
     parsed.is_start = (fu_header & kFragmentStart) != 0;
     parsed.is_end = (fu_header & kFragmentEnd) != 0;
     parsed.type = fu_header & kFragmentType;
-    if ((parsed.is_start && parsed.is_end) || !__is_unit_type(parsed.type)) {
-        return parsed;
+    if (!__is_unit_type(parsed.type)) {
+        return __other(parsed.type <= kContentInformation ? PAYLOAD_FAULT_NESTED : PAYLOAD_FAULT_RESERVED_TYPE);
     }
     parsed.kind = NAL_PAYLOAD_FRAGMENT;
     parsed.bytes = {payload.data + headers, payload.size - headers};
@@ -59,22 +67,25 @@ static nal_payload __fragment_parse(nal_bytes payload)
 
 static nal_payload __payload_parse(nal_bytes payload)
 {
-    nal_payload parsed = {};
     if (payload.size < kHeaderSize) {
-        return parsed;
+        return __other(PAYLOAD_FAULT_TRUNCATED);
     }
-    switch (__header_type(payload.data)) {
-    case kFragmentation:
+    const uint8_t type = __header_type(payload.data);
+    if (type == kFragmentation) {
         return __fragment_parse(payload);
-    case kAggregation:
+    }
+    nal_payload parsed = {};
+    if (type == kAggregation) {
         parsed.kind = NAL_PAYLOAD_AGGREGATE;
         parsed.bytes = {payload.data + kHeaderSize, payload.size - kHeaderSize};
         return parsed;
-    default:
-        parsed.kind = __unit_type(payload) != kNalTypeNone ? NAL_PAYLOAD_SINGLE : NAL_PAYLOAD_OTHER;
-        parsed.bytes = payload;
-        return parsed;
     }
+    if (!__is_unit_type(type)) {
+        return __other(type == kContentInformation ? PAYLOAD_FAULT_PACI : PAYLOAD_FAULT_RESERVED_TYPE);
+    }
+    parsed.kind = NAL_PAYLOAD_SINGLE;
+    parsed.bytes = payload;
+    return parsed;
 }
 
 const nal_format nal_format_h265 = {__payload_parse, __unit_type};

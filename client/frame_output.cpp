@@ -4,6 +4,7 @@
 
 #include "channel_state.h"
 #include "client_log.h"
+#include "unit_chain.h"
 #include "user.h"
 
 static PACKETIZER_TYPE __packetizer_of(const video_frame *frame)
@@ -33,7 +34,26 @@ static bool __views_fit(const video_frame *frame, const video_frame *parsed)
     return true;
 }
 
-static uint8_t *__bitstream_make(const video_frame *frame, size_t *size)
+// On the RTP path the delivery has looked at each payload when it came.
+static payload_fault_e __native_fault_of(const video_frame *frame, const video_frame *parsed)
+{
+    unit_chain units = {};
+    if (video_frame_is_generic(frame) != 0) {
+        return PAYLOAD_FAULTS;
+    }
+    for (size_t i = 0; i < frame->n_pkts_media; i++) {
+        const auto *payload = static_cast<const uint8_t *>(parsed->pkts[i].values);
+        const payload_fault_e fault = unit_chain_note(&units, frame->codec, payload, parsed->pkts[i].count);
+        if (fault != PAYLOAD_FAULTS) {
+            return fault;
+        }
+    }
+    return unit_chain_end(&units);
+}
+
+// Null when none came out; `fault` tells why, or is PAYLOAD_FAULTS.
+static uint8_t *__bitstream_make(const stream_state *state, const video_frame *frame, size_t *size,
+                                 payload_fault_e *fault)
 {
     const PACKETIZER_TYPE packetizer = __packetizer_of(frame);
     video_frame parsed = {};
@@ -43,7 +63,8 @@ static uint8_t *__bitstream_make(const video_frame *frame, size_t *size)
     }
     uint8_t *bitstream = nullptr;
     if (__views_fit(frame, &parsed)) {
-        bitstream = video_frame_regroup_pkts(&parsed, packetizer, size);
+        *fault = state->is_native ? __native_fault_of(frame, &parsed) : PAYLOAD_FAULTS;
+        bitstream = *fault == PAYLOAD_FAULTS ? video_frame_regroup_pkts(&parsed, packetizer, size) : nullptr;
     }
     zeb_free_impl(parsed.pkts);
     return bitstream;
@@ -134,6 +155,21 @@ void frame_output_drop(stream_state *state, frame_drop_e reason)
                frame_drop_name(reason));
 }
 
+void frame_output_drop_malformed(stream_state *state, payload_fault_e fault)
+{
+    state->report.payload_faults[fault] += 1;
+    frame_output_drop(state, FRAME_DROP_MALFORMED);
+}
+
+static void __drop_without_bitstream(stream_state *state, payload_fault_e fault)
+{
+    if (fault == PAYLOAD_FAULTS) {
+        frame_output_drop(state, FRAME_DROP_NOT_ASSEMBLED);
+    } else {
+        frame_output_drop_malformed(state, fault);
+    }
+}
+
 // ---- Handing out ----
 
 static void __call_back(const rtc_channel *channel, const channel_frame *out)
@@ -149,12 +185,13 @@ static void __call_back(const rtc_channel *channel, const channel_frame *out)
 
 bool frame_output_hand_out(stream_state *state, const video_frame *frame, channel_frame *out, const zeb_ts_t *now_p)
 {
-    uint8_t *bitstream = __bitstream_make(frame, &out->size);
+    payload_fault_e fault = PAYLOAD_FAULTS;
+    uint8_t *bitstream = __bitstream_make(state, frame, &out->size, &fault);
     if (bitstream != nullptr && out->is_key) {
         bitstream = __parameter_sets_prepend(state, frame->codec, bitstream, &out->size);
     }
     if (bitstream == nullptr) {
-        frame_output_drop(state, FRAME_DROP_NOT_ASSEMBLED);
+        __drop_without_bitstream(state, fault);
         return false;
     }
     out->data = bitstream;

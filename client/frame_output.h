@@ -11,3 +11,6 @@ bool frame_output_hand_out(stream_state *state, const video_frame *frame, channe
 
 // Counts a frame that is not handed out.
 void frame_output_drop(stream_state *state, frame_drop_e reason);
+
+// Counts one of FRAME_DROP_MALFORMED.
+void frame_output_drop_malformed(stream_state *state, payload_fault_e fault);

@@ -87,7 +87,7 @@ static bool __is_first_slice(nal_bytes slice_header)
 static nal_summary __beginning_inspect(const nal_meaning *meaning, uint8_t type, nal_bytes content)
 {
     return {meaning->is_key(type), meaning->starts_access_unit(type), meaning->leads_picture(type),
-            meaning->is_slice(type) && __is_first_slice(content)};
+            meaning->is_slice(type) && __is_first_slice(content), false};
 }
 
 static nal_summary __unit_inspect(const nal_meaning *meaning, nal_bytes unit)
@@ -101,11 +101,14 @@ static nal_summary __unit_inspect(const nal_meaning *meaning, nal_bytes unit)
 
 static nal_summary __fragment_inspect(const nal_meaning *meaning, const nal_payload *fragment)
 {
+    nal_summary summary = {};
+    summary.continues_unit = !fragment->is_start;
     if (__is_forbidden(fragment->header[0])) {
-        return {};
+        return summary;
     }
     if (!fragment->is_start) {
-        return {meaning->is_key(fragment->type), false, false, false};
+        summary.is_key = meaning->is_key(fragment->type);
+        return summary;
     }
     return __beginning_inspect(meaning, fragment->type, fragment->bytes);
 }

@@ -16,6 +16,8 @@ struct nal_summary {
     bool leads_picture;
     // The first NAL unit begins here, and is the first slice of its picture.
     bool is_first_slice;
+    // The payload begins in the middle of a NAL unit.
+    bool continues_unit;
 };
 
 // Looks at one packet's payload, behind all headers. `codec` is a VIDEO_PACKET_TYPE; what is neither H.264

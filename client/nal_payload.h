@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "stream_report.h"
+
 enum nal_payload_kind : uint8_t {
     NAL_PAYLOAD_OTHER,     // damaged, or of a kind that is not taken
     NAL_PAYLOAD_SINGLE,    // one NAL unit
@@ -25,8 +27,10 @@ struct nal_payload {
     nal_payload_kind kind;
     // The NAL unit; the aggregate's NAL units with their sizes; the fragment's bytes, which may be none.
     nal_bytes bytes;
-    // Of a fragment alone: whether the NAL unit begins or ends with it (never both), the unit's type, and its
-    // header, put together again from the fragment's own headers.
+    payload_fault_e fault; // of NAL_PAYLOAD_OTHER alone: why it is not taken
+    // Of a fragment alone: whether the NAL unit begins or ends with it, the unit's type, and its header, put together
+    // again from the fragment's own headers. A unit in one fragment, which begins and ends with it, must not be sent and
+    // is taken as what it is.
     bool is_start;
     bool is_end;
     uint8_t type;
@@ -44,6 +48,21 @@ struct nal_format {
 
 extern const nal_format nal_format_h264; // RFC 6184, single NAL unit and non-interleaved mode
 extern const nal_format nal_format_h265; // RFC 7798, without DONL
+
+// The format of a VIDEO_PACKET_TYPE; null for what is neither H.264 nor H.265.
+const nal_format *nal_format_of(uint8_t codec);
+
+// What a payload holds.
+struct nal_contents {
+    payload_fault_e fault; // PAYLOAD_FAULTS: none
+    // NAL units that begin in the payload, those without a byte left out, and the bytes of the payload's units and pieces
+    // without start codes. Both are of a payload without fault alone.
+    size_t n_units;
+    size_t size;
+};
+
+// Looks at a payload that `format` parsed. A unit that goes on in other payloads is no fault.
+nal_contents nal_contents_inspect(const nal_format *format, const nal_payload *payload);
 
 // Takes the next NAL unit off the front of an aggregate's rest, passing over empty ones. False when no whole
 // NAL unit is left.

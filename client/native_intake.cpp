@@ -1,5 +1,8 @@
 #include "native_intake.h"
 
+#include <cstring>
+
+#include "annexb.h"
 #include "client_log.h"
 #include "frame_output.h"
 #include "stray_packet.h"
@@ -82,6 +85,30 @@ static void __padding_cut(PVideoData4 *video, const rtp_view *view)
     auto *bytes = static_cast<uint8_t *>(video->payload.values);
     bytes[0] &= 0xDF; // padding bit
     video->payload.count = static_cast<uint16_t>(video->payload.count - view->padding_size);
+}
+
+// Gives the packet the room behind it that its NAL units need. Without memory it stays as it is, and its frame is found
+// to have no room.
+static void __room_append(PVideoData4 *video, const rtp_view *view)
+{
+    const auto *bytes = static_cast<const uint8_t *>(video->payload.values);
+    const size_t count = video->payload.count;
+    const uint8_t first = count > view->header_size ? bytes[view->header_size] : 0;
+    const size_t from = view->header_size + __encapsulation_size(&video->header, view->payload_type, first);
+    if (__is_generic(&video->header) || __is_fec(&video->header) || from >= count) {
+        return;
+    }
+    const size_t room = annexb_room_appended(video->header.codec, bytes + from, count - from, UINT16_MAX - count);
+    rtn_bytes_t roomy = {};
+    roomy.values = room == 0 ? nullptr : zeb_malloc_impl_dbg(count + room, __func__, __LINE__);
+    if (roomy.values == nullptr) {
+        return;
+    }
+    roomy.count = roomy.allocated = static_cast<uint16_t>(count + room);
+    memcpy(roomy.values, bytes, count);
+    memset(static_cast<uint8_t *>(roomy.values) + count, 0, room);
+    zeb_fini_typed_obj(&zeb_dynamic_bytes_type, &video->payload);
+    video->payload = roomy;
 }
 
 static reception_verdict __note(stream_state *state, const PVideoData4 *video, const rtp_view *view, bool is_retrans,
@@ -240,5 +267,6 @@ packet_drop_e native_intake_take(stream_state *state, PVideoData4 *video, const 
     const reception_verdict verdict = __note(state, video, view, is_retrans, *now_p);
     __padding_cut(video, view);
     video_stream_send_bandwidth_est(state->stream, video, !is_retrans, now_p);
+    __room_append(video, view);
     return __place(state, video, is_retrans, verdict, now_p);
 }

@@ -5,7 +5,6 @@
 #include "channel_state.h"
 #include "frame_output.h"
 #include "nal.h"
-#include "nal_edges.h"
 #include "rtp.h"
 #include "stream_state.h"
 
@@ -48,7 +47,7 @@ static frame_drop_e __refusal_at_end(const rtp_delivery *self)
     if (self->next_subseq != self->n_pkts) {
         return FRAME_DROP_INCOMPLETE;
     }
-    return self->ends_open ? FRAME_DROP_TORN : kNoRefusal;
+    return unit_chain_end(&self->units) != PAYLOAD_FAULTS ? FRAME_DROP_TORN : kNoRefusal;
 }
 
 static video_frame *__queued_frame(stream_state *state)
@@ -69,7 +68,11 @@ static bool __hand_out(stream_state *state, video_frame *frame, const zeb_ts_t *
 
 static void __lose(stream_state *state, frame_drop_e reason)
 {
-    frame_output_drop(state, reason);
+    if (reason == FRAME_DROP_MALFORMED) {
+        frame_output_drop_malformed(state, state->rtp.fault);
+    } else {
+        frame_output_drop(state, reason);
+    }
     if (reason != FRAME_DROP_OUT_OF_ORDER) {
         state->rtp.needs_key_frame = true;
         state->wants_key_frame = true;
@@ -130,10 +133,10 @@ static bool __is_beginning_proven(const stream_state *state, const delivered_pac
 {
     const uint8_t codec = packet->video->header.codec;
     const rtp_view *view = &packet->view;
-    if (!nal_edges_inspect(codec, packet->payload, view->payload_size).begins) {
+    const nal_summary summary = nal_inspect(codec, packet->payload, view->payload_size);
+    if (summary.continues_unit) {
         return false;
     }
-    const nal_summary summary = nal_inspect(codec, packet->payload, view->payload_size);
     const uint32_t number = reception_number(&state->arrivals, view->seq);
     const bool opens_stream = number == state->arrivals.first && (summary.is_first_slice || summary.leads_picture);
     return state->rtp.is_continuous || summary.starts_access_unit ||
@@ -206,7 +209,7 @@ static void __open(stream_state *state, const delivered_packet *packet, bool is_
     self->numbering_restarts = false;
     self->is_open = true;
     self->is_key = is_key;
-    self->ends_open = false;
+    self->units = {};
     self->has_media = false;
     self->frame_seq = header->frame_seq;
     self->timestamp = packet->view.timestamp;
@@ -267,14 +270,14 @@ static bool __read(PVideoData4 *video, delivered_packet *packet)
     return true;
 }
 
-static void __note_edges(rtp_delivery *self, const delivered_packet *packet)
+// What the packet adds to its frame. Returns kNoRefusal, or why the frame is lost with it.
+static frame_drop_e __note_payload(rtp_delivery *self, const delivered_packet *packet)
 {
+    const size_t size = packet->view.payload_size;
     self->next_subseq = static_cast<uint16_t>(packet->video->header.subseq + 1);
-    if (packet->view.payload_size > 0) {
-        self->has_media = true;
-        self->ends_open =
-            !nal_edges_inspect(packet->video->header.codec, packet->payload, packet->view.payload_size).ends;
-    }
+    self->has_media = self->has_media || size > 0;
+    self->fault = unit_chain_note(&self->units, packet->video->header.codec, packet->payload, size);
+    return self->fault == PAYLOAD_FAULTS ? kNoRefusal : FRAME_DROP_MALFORMED;
 }
 
 static int __add_packet(stream_state *state, PVideoData4 *video, bool is_key, const zeb_ts_t *now_p)
@@ -291,10 +294,12 @@ static int __add_packet(stream_state *state, PVideoData4 *video, bool is_key, co
     if (self->refusal == kNoRefusal) {
         self->refusal = __refusal_of_packet(state, &packet);
     }
+    if (self->refusal == kNoRefusal) {
+        self->refusal = __note_payload(self, &packet);
+    }
     if (self->refusal != kNoRefusal) {
         return -1;
     }
-    __note_edges(self, &packet);
     if (!__insert(state, video, now_p)) {
         self->refusal = FRAME_DROP_NOT_ASSEMBLED;
         return -1;

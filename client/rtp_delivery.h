@@ -9,6 +9,7 @@
 #include "reception.h"
 #include "rtc_packet.h"
 #include "stream_report.h"
+#include "unit_chain.h"
 
 struct stream_state;
 
@@ -16,11 +17,12 @@ struct rtp_delivery {
     // The frame whose packets are coming in.
     bool is_open;
     bool is_key;
-    bool is_continuous;   // follows the frame before without a missing number
-    bool ends_open;       // its last packet so far leaves a fragmented NAL unit unfinished
-    bool has_media;       // some packet carries payload
-    frame_drop_e refusal; // FRAME_DROP_REASONS: none so far
-    uint8_t codec;        // VIDEO_PACKET_TYPE
+    bool is_continuous;    // follows the frame before without a missing number
+    bool has_media;        // some packet carries payload
+    frame_drop_e refusal;  // FRAME_DROP_REASONS: none so far
+    payload_fault_e fault; // of FRAME_DROP_MALFORMED
+    unit_chain units;      // of its packets so far
+    uint8_t codec;         // VIDEO_PACKET_TYPE
     uint32_t frame_seq;
     uint32_t timestamp;
     zeb_ts_t began_at;     // when its first packet came into the cache

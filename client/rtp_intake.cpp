@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "annexb.h"
 #include "byte_order.h"
 #include "client_log.h"
 #include "frame_output.h"
@@ -17,15 +18,20 @@ constexpr uint8_t kProtocolVersion = 10;      // the first whose payloads are no
 
 // ---- From bytes to a packet record ----
 
-// Copies the packet without its padding, which the module does not know. False without memory.
+// Copies the packet without its padding, which the module does not know, and with the room behind it that its NAL units
+// need. False without memory.
 static bool __payload_copy(const stream_state *state, rtn_bytes_t *payload, const uint8_t *packet, const rtp_view *view)
 {
-    const size_t size = view->header_size + view->payload_size;
+    const size_t copied = view->header_size + view->payload_size;
+    const size_t room =
+        annexb_room_appended(state->stream->codec, packet + view->header_size, view->payload_size, UINT16_MAX - copied);
+    const size_t size = copied + room;
     auto *bytes = static_cast<uint8_t *>(zeb_malloc_impl_dbg(size, __func__, __LINE__));
     if (bytes == nullptr) {
         return false;
     }
-    memcpy(bytes, packet, size);
+    memcpy(bytes, packet, copied);
+    memset(bytes + copied, 0, room);
     bytes[0] &= 0xDF; // padding bit
     if (padding_is(view)) {
         padding_shape(state, bytes, view);

@@ -14,10 +14,19 @@ const char *packet_drop_name(packet_drop_e reason)
 const char *frame_drop_name(frame_drop_e reason)
 {
     static const char *const names[] = {
-        "incomplete", "after_gap", "torn", "out_of_order", "not_assembled", "watchdog", "given_up",
+        "incomplete", "after_gap", "torn", "out_of_order", "not_assembled", "watchdog", "given_up", "malformed",
     };
     static_assert(sizeof names / sizeof names[0] == FRAME_DROP_REASONS, "a name for each reason");
     return reason < FRAME_DROP_REASONS ? names[reason] : "unknown";
+}
+
+const char *payload_fault_name(payload_fault_e fault)
+{
+    static const char *const names[] = {
+        "truncated", "interleaved", "paci", "reserved_type", "nested", "broken_fragment", "no_room",
+    };
+    static_assert(sizeof names / sizeof names[0] == PAYLOAD_FAULTS, "a name for each fault");
+    return fault < PAYLOAD_FAULTS ? names[fault] : "unknown";
 }
 
 const char *watchdog_name(watchdog_e reason)

@@ -30,12 +30,26 @@ enum packet_drop_e : uint8_t {
 enum frame_drop_e : uint8_t {
     FRAME_DROP_INCOMPLETE,    // packets were still missing when the patience ended
     FRAME_DROP_AFTER_GAP,     // whole, but frames before it were lost, and it is no key frame
-    FRAME_DROP_TORN,          // complete by its numbers, but its beginning was never seen
+    FRAME_DROP_TORN,          // complete by its numbers, but its beginning or its end was never seen
     FRAME_DROP_OUT_OF_ORDER,  // older than one already handed out
     FRAME_DROP_NOT_ASSEMBLED, // its packets made no bitstream
     FRAME_DROP_WATCHDOG,      // thrown away when a stuck cache was cleared
     FRAME_DROP_GIVEN_UP,      // thrown away because nothing would have completed it
+    FRAME_DROP_MALFORMED,     // a payload of it does not hold whole NAL units; why is counted as a payload_fault_e
     FRAME_DROP_REASONS
+};
+
+// Why the NAL units of a payload, or of a frame's payloads together, cannot be written out whole (RFC 6184 in
+// packetization mode 1, RFC 7798 without DONL).
+enum payload_fault_e : uint8_t {
+    PAYLOAD_FAULT_TRUNCATED,       // shorter than its headers, or units that do not fill their aggregate
+    PAYLOAD_FAULT_INTERLEAVED,     // STAP-B, MTAP16, MTAP24, FU-B: of packetization mode 2
+    PAYLOAD_FAULT_PACI,            // RFC 7798, 4.4.4
+    PAYLOAD_FAULT_RESERVED_TYPE,   // H.264 types 0, 30 and 31, H.265 types 51 to 63
+    PAYLOAD_FAULT_NESTED,          // an aggregate or a fragment within another one
+    PAYLOAD_FAULT_BROKEN_FRAGMENT, // a fragment that does not go on where the one before ended
+    PAYLOAD_FAULT_NO_ROOM,         // so many units in one packet that their start codes have no room
+    PAYLOAD_FAULTS
 };
 
 // What the watchdog found when it cleared a reorder cache.
@@ -67,6 +81,7 @@ enum restart_e : uint8_t {
 
 const char *packet_drop_name(packet_drop_e reason);
 const char *frame_drop_name(frame_drop_e reason);
+const char *payload_fault_name(payload_fault_e fault);
 const char *watchdog_name(watchdog_e reason);
 const char *loss_end_name(loss_end_e end);
 const char *restart_name(restart_e reason);
@@ -103,6 +118,7 @@ struct stream_report {
     uint64_t frame_bytes; // of those
     zeb_ts_t frame_delay; // of those: milliseconds from the first packet to the handing out, in total
     uint64_t frames_dropped[FRAME_DROP_REASONS];
+    uint64_t payload_faults[PAYLOAD_FAULTS]; // the first of each malformed frame
 
     uint64_t key_frame_requests;      // times the need was seen; the pacing comes behind it
     uint64_t retransmission_requests; // the same

@@ -18,7 +18,9 @@ extern "C" {
  *
  * A fragment whose start is missing is dropped; a fragmented NAL unit that another NAL unit interrupts
  * is taken back out, so the counters may also step back by what it had written. Of an aggregate that is
- * cut short the whole NAL units before the cut are kept.
+ * cut short the whole NAL units before the cut are kept, and of one with so many that their start codes
+ * take more than those 32 bytes the first ones that fit. A caller that must not lose a unit looks at the
+ * payloads before, and appends zero bytes, which are empty units, to an aggregate that needs more room.
  *
  * Returns 0 to go on with the next packet, non-zero to stop. */
 

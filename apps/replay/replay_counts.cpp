@@ -79,6 +79,7 @@ void replay_counts_write(const replay_counts &counts, line_taker take, void *con
     reasons_write(out, "packets_refused.", counts.packets_refused, PACKET_DROP_REASONS, packet_drop_name);
     reasons_write(out, "packets_dropped.", report.packets_dropped, PACKET_DROP_REASONS, packet_drop_name);
     reasons_write(out, "frames_dropped.", report.frames_dropped, FRAME_DROP_REASONS, frame_drop_name);
+    reasons_write(out, "payload_faults.", report.payload_faults, PAYLOAD_FAULTS, payload_fault_name);
     reasons_write(out, "watchdog.", report.watchdog, WATCHDOG_REASONS, watchdog_name);
     reasons_write(out, "losses_given_up.", report.losses_given_up, LOSS_ENDS, loss_end_name);
     reasons_write(out, "restarts.", report.restarts, RESTART_REASONS, restart_name);

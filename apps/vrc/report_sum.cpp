@@ -88,6 +88,7 @@ void report_add(stream_report *total, const stream_report &next)
     }
     add(&total->packets_dropped, next.packets_dropped);
     add(&total->frames_dropped, next.frames_dropped);
+    add(&total->payload_faults, next.payload_faults);
     add(&total->watchdog, next.watchdog);
     add(&total->losses_given_up, next.losses_given_up);
     add(&total->restarts, next.restarts);

@@ -65,6 +65,7 @@ json stats_record(const stream_report &report, const stats_moment &moment)
             {"restartReasons", by_name(report.restarts, RESTART_REASONS, restart_name)},
             {"packetDropReasons", by_name(report.packets_dropped, PACKET_DROP_REASONS, packet_drop_name)},
             {"frameDropReasons", by_name(report.frames_dropped, FRAME_DROP_REASONS, frame_drop_name)},
+            {"payloadFaults", by_name(report.payload_faults, PAYLOAD_FAULTS, payload_fault_name)},
             {"srtp", decryption_json(moment.decryption)}};
 }
 

@@ -106,6 +106,11 @@ named_counts frames_dropped(const replay_result &result)
     return by_name(result.report.frames_dropped, FRAME_DROP_REASONS, frame_drop_name);
 }
 
+named_counts payload_faults(const replay_result &result)
+{
+    return by_name(result.report.payload_faults, PAYLOAD_FAULTS, payload_fault_name);
+}
+
 named_counts watchdog_counts(const replay_result &result)
 {
     return by_name(result.report.watchdog, WATCHDOG_REASONS, watchdog_name);
@@ -202,11 +207,13 @@ json frames_json(const replay_result &result)
 {
     const stream_report &report = result.report;
     const named_counts dropped = frames_dropped(result);
+    const named_counts faults = payload_faults(result);
     return {{"delivered", report.frames},
             {"key", report.key_frames},
             {"bytes", report.frame_bytes},
             {"dropped", total(dropped)},
-            {"dropped_by_reason", counts_json(dropped)}};
+            {"dropped_by_reason", counts_json(dropped)},
+            {"malformed_by_fault", counts_json(faults)}};
 }
 
 json freezes_json(const stream_report &report)
@@ -263,6 +270,10 @@ void frame_lines(line_buffer *out, const replay_result &result)
     line(out, "frames      {} delivered ({}), {} of them key frames", report.frames, scaled(report.frame_bytes, "B"),
          report.key_frames);
     line(out, "  dropped   {}", counts_text(frames_dropped(result)));
+    const named_counts faults = payload_faults(result);
+    if (total(faults) > 0) {
+        line(out, "  malformed {}", counts_text(faults));
+    }
 }
 
 void timing_lines(line_buffer *out, const stream_report &report)

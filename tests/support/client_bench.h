@@ -129,6 +129,12 @@ class Client
                      [](size_t reason) { return frame_drop_name(static_cast<frame_drop_e>(reason)); });
     }
 
+    std::string payload_faults(uint32_t uid = 0x11223344, uint8_t stream_id = 0)
+    {
+        return drops(report(uid, stream_id).payload_faults, PAYLOAD_FAULTS,
+                     [](size_t fault) { return payload_fault_name(static_cast<payload_fault_e>(fault)); });
+    }
+
     std::string watchdogs(uint32_t uid = 0x11223344, uint8_t stream_id = 0)
     {
         return drops(report(uid, stream_id).watchdog, WATCHDOG_REASONS,

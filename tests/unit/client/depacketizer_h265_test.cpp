@@ -66,6 +66,7 @@ const depacketizer_case kFragments[] = {
     {"KeepsUnitsAround", {"40 01", "62 01 93 01", "62 01 53 02", "02 01"}, {"40 01", "26 01 01 02", "02 01"}},
     {"JoinsSeveralUnits", {"62 01 93 01", "62 01 53 02", "62 01 81 03", "62 01 41 04"}, {"26 01 01 02", "02 01 03 04"}},
     {"TakesEmptyStart", {"62 01 93", "62 01 13 01", "62 01 53 02"}, {"26 01 01 02"}},
+    {"TakesAUnitInOneFragment", {"40 01", "62 01 D3 01", "02 01"}, {"40 01", "26 01 01", "02 01"}},
     {"TakesEmptyMiddle", {"62 01 93 01", "62 01 13", "62 01 53 02"}, {"26 01 01 02"}},
     {"TakesEmptyEnd", {"62 01 93 01", "62 01 13 02", "62 01 53"}, {"26 01 01 02"}},
 };
@@ -84,8 +85,8 @@ const depacketizer_case kLosses[] = {
     {"TakesBackForAnotherTypesEnd", {"40 01", "62 01 93 01", "62 01 41 02", "62 01 53 03"}, {"40 01"}},
     {"TakesBackForAnIgnoredPacket", {"62 01 93 01", "64 01 00", "62 01 53 03"}, {}},
     {"TakesBackForACutFragment", {"62 01 93 01", "62 01", "62 01 53 03"}, {}},
-    {"TakesBackForAUnitInOneFragment", {"62 01 93 01", "62 01 D3 02", "62 01 53 03"}, {}},
-    {"DropsUnitInOneFragment", {"62 01 D3 01", "02 01"}, {"02 01"}},
+    {"TakesBackForAUnitInOneFragment", {"62 01 93 01", "62 01 D3 02", "62 01 53 03"}, {"26 01 02"}},
+    {"DropsRestBehindAUnitInOneFragment", {"62 01 D3 01", "62 01 13 02", "62 01 53 03"}, {"26 01 01"}},
     {"DropsFragmentsOfPacketTypes", {"62 01 B0 01", "62 01 70 02", "62 01 B1 01", "62 01 71 02"}, {}},
     {"TakesBackOnlyTheOpenUnit",
      {"62 01 93 01", "62 01 53 02", "62 01 81 03", "02 01 04"},

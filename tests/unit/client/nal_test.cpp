@@ -74,7 +74,7 @@ const nal_case kH264[] = {
     {"FirstFragmentOfDelimiter", "7C 89 10", false, kStart},
     {"FragmentWithForbiddenBit", "FC 85 88", false, false},
     {"FragmentWithoutItsHeader", "7C", false, false},
-    {"UnitInOneFragment", "7C C7 42", false, false},
+    {"UnitInOneFragment", "7C C7 42", kKey, kStart},
     {"FragmentOfAggregate", "7C 98 00 02 67 42", false, false},
     {"StapB", "79 00 00 00 02 67 42", false, false},
     {"Mtap16", "7A 00 00 00 05 00 00 00 67 42", false, false},
@@ -123,7 +123,7 @@ const nal_case kH265[] = {
     {"MiddleFragmentOfVps", "62 01 20 0C", kKey, false},
     {"FragmentWithForbiddenBit", "E2 01 93 AF", false, false},
     {"FragmentWithoutItsHeader", "62 01", false, false},
-    {"UnitInOneFragment", "62 01 D3 AF", false, false},
+    {"UnitInOneFragment", "62 01 D3 AF", kKey, false},
     {"FragmentOfAggregate", "62 01 B0 00", false, false},
     {"Paci", "64 01 26 00 01", false, false},
 };

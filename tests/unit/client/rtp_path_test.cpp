@@ -392,7 +392,7 @@ TEST(RtpPathLoss, FrameWithoutBitstreamIsDropped)
     // Type 30 of H.264 is no NAL unit and none of the kinds that are taken.
     client.receive(sender.raw_frame({{0x1E, 1, 2, 3}}, false));
     expect_frames(client, {key});
-    EXPECT_EQ(client.frame_drops(), "not_assembled=1");
+    EXPECT_EQ(client.frame_drops(), "malformed=1");
 }
 
 // ---- Copies and latecomers ----

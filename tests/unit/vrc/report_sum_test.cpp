@@ -10,6 +10,7 @@ TEST(ReportSum, AddsCounts)
     total.packets = 10;
     total.packets_dropped[PACKET_DROP_LATE] = 2;
     total.frames_dropped[FRAME_DROP_TORN] = 1;
+    total.payload_faults[PAYLOAD_FAULT_NESTED] = 3;
     total.watchdog[WATCHDOG_KEY_FRAME_STUCK] = 1;
     total.byes = 1;
     total.jitter = 5;
@@ -17,6 +18,7 @@ TEST(ReportSum, AddsCounts)
     next.packets = 20;
     next.packets_dropped[PACKET_DROP_LATE] = 3;
     next.frames_dropped[FRAME_DROP_TORN] = 4;
+    next.payload_faults[PAYLOAD_FAULT_NESTED] = 8;
     next.watchdog[WATCHDOG_KEY_FRAME_STUCK] = 5;
     next.byes = 6;
     next.jitter = 7;
@@ -24,6 +26,7 @@ TEST(ReportSum, AddsCounts)
     EXPECT_EQ(total.packets, 30u);
     EXPECT_EQ(total.packets_dropped[PACKET_DROP_LATE], 5u);
     EXPECT_EQ(total.frames_dropped[FRAME_DROP_TORN], 5u);
+    EXPECT_EQ(total.payload_faults[PAYLOAD_FAULT_NESTED], 11u);
     EXPECT_EQ(total.watchdog[WATCHDOG_KEY_FRAME_STUCK], 6u);
     EXPECT_EQ(total.byes, 7u);
     EXPECT_EQ(total.jitter, 7u);

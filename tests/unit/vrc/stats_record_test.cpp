@@ -17,6 +17,7 @@ TEST(StatsRecord, NamesWhatTheReportCounts)
     report.key_frames = 2;
     report.frames_dropped[FRAME_DROP_AFTER_GAP] = 7;
     report.frames_dropped[FRAME_DROP_INCOMPLETE] = 8;
+    report.payload_faults[PAYLOAD_FAULT_PACI] = 18;
     report.nacks_sent = 9;
     report.plis_sent = 10;
     report.firs_sent = 11;
@@ -67,9 +68,11 @@ TEST(StatsRecord, NamesWhatTheReportCounts)
     EXPECT_EQ(record["packetDropReasons"].size(), size_t{PACKET_DROP_REASONS});
     EXPECT_EQ(record["frameDropReasons"]["incomplete"], 8);
     EXPECT_EQ(record["frameDropReasons"].size(), size_t{FRAME_DROP_REASONS});
+    EXPECT_EQ(record["payloadFaults"]["paci"], 18);
+    EXPECT_EQ(record["payloadFaults"].size(), size_t{PAYLOAD_FAULTS});
     EXPECT_EQ(record["srtp"]["decrypted"], 90);
     EXPECT_EQ(record["srtp"]["not_authentic"], 13);
-    EXPECT_EQ(record.size(), expected.size() + 4);
+    EXPECT_EQ(record.size(), expected.size() + 5);
 }
 
 TEST(StatsRecord, FitsOneLine)
