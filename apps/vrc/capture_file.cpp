@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "failure.h"
 
@@ -34,75 +35,114 @@ bool write_all(int descriptor, const char *bytes, size_t size)
     return true;
 }
 
-// Returns 0 or the error.
-int copy_all(int from, int to)
+[[noreturn]] void fail_copy(const std::string &name, int error)
+{
+    throw failure(exit_code::no_access,
+                  fmt::format("cannot copy '{}' to the temporary folder: {}", name, std::strerror(error)));
+}
+
+[[noreturn]] void fail_endless(const std::string &name, uint64_t copy_max)
+{
+    throw failure(exit_code::no_access,
+                  fmt::format("'{}' goes on after {} MiB: what is no file is copied to the temporary folder, up to "
+                              "--copy-limit; save it as a file, or raise the limit",
+                              name, copy_max >> 20));
+}
+
+void copy_all(const std::string &name, int from, int to, uint64_t copy_max)
 {
     std::array<char, 65536> buffer{};
+    uint64_t copied = 0;
     for (;;) {
         const ssize_t count = read(from, buffer.data(), buffer.size());
-        if (count == 0) {
-            return 0;
+        if (count < 0) {
+            fail(name, errno);
         }
-        if (count < 0 || !write_all(to, buffer.data(), static_cast<size_t>(count))) {
-            return errno;
+        if (count == 0) {
+            return;
+        }
+        copied += static_cast<uint64_t>(count);
+        if (copied > copy_max) {
+            fail_endless(name, copy_max);
+        }
+        if (!write_all(to, buffer.data(), static_cast<size_t>(count))) {
+            fail_copy(name, errno);
         }
     }
 }
 
+// Closed again unless it is released.
+class open_file
+{
+  public:
+    explicit open_file(int descriptor) : descriptor_(descriptor)
+    {
+    }
+
+    ~open_file()
+    {
+        if (descriptor_ >= 0) {
+            close(descriptor_);
+        }
+    }
+
+    open_file(const open_file &) = delete;
+    open_file &operator=(const open_file &) = delete;
+
+    int get() const
+    {
+        return descriptor_;
+    }
+
+    int release()
+    {
+        return std::exchange(descriptor_, -1);
+    }
+
+  private:
+    int descriptor_;
+};
+
+// Returns the descriptor of a file that is gone when it is closed.
+int copy_keep(const std::string &name, int from, uint64_t copy_max)
+{
+    std::FILE *temporary = std::tmpfile();
+    if (temporary == nullptr) {
+        fail_copy(name, errno);
+    }
+    open_file copy(dup(fileno(temporary)));
+    std::fclose(temporary);
+    if (copy.get() < 0) {
+        fail_copy(name, errno);
+    }
+    copy_all(name, from, copy.get(), copy_max);
+    return copy.release();
+}
+
 } // namespace
 
-capture_file::capture_file(const std::string &path) : name_(path == "-" ? "standard input" : path)
+capture_file::capture_file(const std::string &path, uint64_t copy_max) : name_(path == "-" ? "standard input" : path)
 {
-    descriptor_ = path == "-" ? dup(STDIN_FILENO) : open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor_ < 0) {
+    open_file opened(path == "-" ? dup(STDIN_FILENO) : open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (opened.get() < 0) {
         fail(name_, errno);
     }
     struct stat status {
     };
-    if (fstat(descriptor_, &status) != 0) {
+    if (fstat(opened.get(), &status) != 0) {
         fail(name_, errno);
     }
     if (S_ISDIR(status.st_mode)) {
         fail(name_, EISDIR);
     }
-    if (!S_ISREG(status.st_mode)) {
-        keep_copy();
-        fstat(descriptor_, &status);
-    }
+    descriptor_ = S_ISREG(status.st_mode) ? opened.release() : copy_keep(name_, opened.get(), copy_max);
+    fstat(descriptor_, &status);
     size_ = static_cast<uint64_t>(status.st_size);
 }
 
 capture_file::~capture_file()
 {
-    if (descriptor_ >= 0) {
-        close(descriptor_);
-    }
-}
-
-void capture_file::keep_copy()
-{
-    std::FILE *temporary = std::tmpfile();
-    if (temporary == nullptr) {
-        fail(name_, errno);
-    }
-    const int copy = dup(fileno(temporary));
-    std::fclose(temporary);
-    const int error = copy < 0 ? errno : copy_all(descriptor_, copy);
     close(descriptor_);
-    descriptor_ = copy;
-    if (error != 0) {
-        fail(name_, error);
-    }
-}
-
-bool capture_file::is_same_file(const std::string &path) const
-{
-    struct stat own {
-    };
-    struct stat other {
-    };
-    return fstat(descriptor_, &own) == 0 && stat(path.c_str(), &other) == 0 && own.st_dev == other.st_dev &&
-           own.st_ino == other.st_ino;
 }
 
 std::FILE *capture_file::open_stream() const

@@ -33,7 +33,10 @@ Exit status: 0 done; 1 no RTP video found, or no frame came out; 2 wrong usage;
 
 constexpr const char *kReplayNotes = R"(
 The stream is found by its looks. Where that fails or there are several, the options say which one is
-meant and what it carries. Captures that are damaged are replayed up to the damage.)";
+meant and what it carries. Captures that are damaged are replayed up to the damage. OUT is created for its owner alone to
+read; a file that is there keeps its mode.)";
+
+constexpr uint64_t kMib = 1 << 20;
 
 // A whole number in decimal or, behind 0x, in hexadecimal. Throws what the command line's parser reports.
 template <typename Number> Number number_parse(const std::string &option, const std::string &text, uint64_t limit)
@@ -93,6 +96,7 @@ class command_line
     {
         info_ = app_.add_subcommand("info", "List the RTP streams of a capture");
         info_->add_option("CAPTURE", info_options_.capture, "pcap(ng) or rtpdump; - is standard input")->required();
+        copy_limit_add(info_, &info_options_.copy_max);
         info_->add_flag("--json", info_options_.is_json, "Write JSON");
     }
 
@@ -105,13 +109,31 @@ class command_line
             ->type_name("OUT");
         replay_->add_option("--frames", replay_options_.frames, "Write a line for each frame; - is standard output")
             ->type_name("FILE");
+        copy_limit_add(replay_, &replay_options_.copy_max);
         CLI::Option *json = replay_->add_flag("--json", replay_options_.is_json, "Write the summary as JSON");
         replay_->add_flag("--counts", replay_options_.is_counts, "Write every count as the summary, a line each")
             ->excludes(json);
         replay_->add_flag("-v,--verbose", replay_options_.verbosity,
                           "Print the receiver's log to standard error; twice for all of it");
         choice_add();
-        replay_setup_options_add(replay_, &replay_options_.setup);
+        replay_setup_options_add(replay_, &replay_options_.setup, &replay_options_.inputs);
+    }
+
+    // What cannot be read twice is copied, and a pipe may have no end.
+    static void copy_limit_add(CLI::App *command, uint64_t *copy_max)
+    {
+        constexpr uint64_t mib_max = UINT64_MAX / kMib;
+        command
+            ->add_option_function<std::string>(
+                "--copy-limit",
+                [copy_max](const std::string &text) {
+                    *copy_max = number_parse<uint64_t>("--copy-limit", text, mib_max) * kMib;
+                },
+                fmt::format(
+                    "A capture from a pipe or device is copied to the temporary folder: give up beyond that many "
+                    "MiB [{}]",
+                    kCaptureCopyMax / kMib))
+            ->type_name("MIB");
     }
 
     void choice_add()

@@ -28,24 +28,19 @@ search_result streams_find_with_progress(const capture_file &file, bool is_quiet
         file, [&bar](uint64_t position) { bar.update(position); }, keys);
 }
 
-bool is_file(const std::string &path)
+bool is_stdout_taken(const replay_options &options)
 {
-    return !path.empty() && path != "-";
+    return options.output == "-" || options.frames == "-";
 }
 
-// What is written must not land in what is read, nor two things in one file.
-void outputs_check(const replay_options &options, const capture_file &file)
+void files_check(const replay_options &options)
 {
-    for (const std::string &path : {options.output, options.frames}) {
-        if (is_file(path) && file.is_same_file(path)) {
-            throw failure(exit_code::wrong_usage,
-                          fmt::format("'{}' is the capture itself and would be overwritten: name another file", path));
-        }
-    }
-    if (!options.output.empty() && options.output == options.frames) {
-        throw failure(exit_code::wrong_usage,
-                      fmt::format("-o and --frames both name '{}': name two files", options.output));
-    }
+    std::vector<file_use> uses = {{"the capture", options.capture, false}};
+    uses.insert(uses.end(), options.inputs.begin(), options.inputs.end());
+    uses.push_back({"-o", options.output, true});
+    uses.push_back({"--frames", options.frames, true});
+    uses.push_back({"the summary", is_stdout_taken(options) ? "" : "-", true});
+    file_uses_check(uses);
 }
 
 // Where frames go: their bytes to one file, a line for each to another.
@@ -55,11 +50,11 @@ class frame_writer
     explicit frame_writer(const replay_options &options)
     {
         if (!options.output.empty()) {
-            bitstream_.emplace(options.output);
+            bitstream_.emplace(options.output, file_privacy::owner_only);
         }
         if (!options.frames.empty()) {
             constexpr std::string_view heading = "index,rtp_timestamp,is_key,size,first_seq,last_seq\n";
-            list_.emplace(options.frames);
+            list_.emplace(options.frames, file_privacy::shared);
             list_->write(heading.data(), heading.size());
         }
     }
@@ -143,7 +138,8 @@ std::string replay_summary(const replay_options &options, const replay_result &r
 
 exit_code info_run(const info_options &options)
 {
-    const capture_file file(options.capture);
+    file_uses_check({{"the capture", options.capture, false}, {"the list of streams", "-", true}});
+    const capture_file file(options.capture, options.copy_max);
     const search_result found = streams_find_with_progress(file, false);
     text_write(stdout, options.is_json ? json_text(streams_json(found, file.name())) : streams_text(found));
     if (found.streams.empty() || !found.streams.front().is_video()) {
@@ -155,8 +151,8 @@ exit_code info_run(const info_options &options)
 
 exit_code replay_run(const replay_options &options)
 {
-    const capture_file file(options.capture);
-    outputs_check(options, file);
+    files_check(options);
+    const capture_file file(options.capture, options.copy_max);
     log_prepare(options.verbosity);
     search_result found = streams_find_with_progress(file, options.verbosity > 0, options.setup.keys);
     decryption_check(found, file.name());
@@ -170,8 +166,7 @@ exit_code replay_run(const replay_options &options)
     const replay_result result = replay_with_progress(file, stream, &writer, options);
     writer.close();
 
-    const bool is_stdout_taken = options.output == "-" || options.frames == "-";
-    text_write(is_stdout_taken ? stderr : stdout, replay_summary(options, result, file.name()));
+    text_write(is_stdout_taken(options) ? stderr : stdout, replay_summary(options, result, file.name()));
     if (result.report.frames == 0) {
         throw failure(exit_code::nothing_usable,
                       fmt::format("no frame came out of the stream in '{}'; the summary says what became of its "

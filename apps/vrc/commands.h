@@ -1,9 +1,13 @@
 // The tool's commands. Each throws failure when it cannot do what it is for.
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
+#include "capture_file.h"
 #include "failure.h"
+#include "file_use.h"
 #include "replay.h"
 #include "stream_choice.h"
 
@@ -12,6 +16,7 @@ namespace vrc
 
 struct info_options {
     std::string capture;
+    uint64_t copy_max = kCaptureCopyMax; // bytes of a capture that is no file
     bool is_json = false;
 };
 
@@ -22,6 +27,8 @@ struct replay_options {
     std::string capture;
     std::string output; // Annex B; "-" is standard output, empty for none
     std::string frames; // the list of frames; the same
+    uint64_t copy_max = kCaptureCopyMax;
+    std::vector<file_use> inputs; // that have been read, beside the capture
     stream_choice choice;
     replay_setup setup;
     bool is_json = false;

@@ -28,7 +28,7 @@ std::string sender_file_name(const std::string &path, uint32_t ssrc, uint8_t cod
 frame_files::frame_files(const std::string &path, bool is_split) : path_(path), is_split_(is_split)
 {
     if (!path.empty() && !is_split) {
-        files_[kEverybody] = {path, std::make_unique<output_file>(path)};
+        files_[kEverybody] = {path, std::make_unique<output_file>(path, file_privacy::owner_only)};
     }
 }
 
@@ -44,7 +44,7 @@ output_file *frame_files::find_or_open(size_t section, const channel_frame &fram
         name = sender_file_name(path_, frame.uid, frame.codec, copy);
     }
     named_file &added = files_[owner];
-    added = {name, std::make_unique<output_file>(name)};
+    added = {name, std::make_unique<output_file>(name, file_privacy::owner_only)};
     paths_.insert(name);
     return added.file.get();
 }

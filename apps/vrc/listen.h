@@ -8,6 +8,7 @@
 
 #include "channel.h"
 #include "failure.h"
+#include "file_use.h"
 #include "replay.h"
 
 namespace vrc
@@ -20,6 +21,7 @@ struct listen_options {
     std::string sdp;                       // session description; empty for none
     std::vector<std::string> bind;         // addresses of the host; none: the loopback ones
     std::vector<sdp_crypto> keys;          // of the senders, beside those of the description
+    std::vector<file_use> key_files;       // that have been read
     std::optional<sdp_crypto> sending_key; // for RTCP; none: the one that the sender uses
     std::vector<rtx_mapping> rtx;          // beside those of the description
     std::string rtcp;                      // HOST:PORT that is sent to; empty: whoever is heard from

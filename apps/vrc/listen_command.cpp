@@ -74,20 +74,38 @@ void stream_options_add(CLI::App *command, listen_options *options)
         ->type_name("ADDRESS");
 }
 
+void sending_key_take(const std::string &path, listen_options *options)
+{
+    const std::vector<sdp_crypto> keys = key_file_take(path);
+    if (keys.size() != 1) {
+        throw failure(exit_code::wrong_usage, fmt::format("'{}' has {} keys: one is sent with", path, keys.size()));
+    }
+    options->sending_key = keys.front();
+    options->key_files.push_back({"--srtp-send-file", path, false});
+}
+
 void key_options_add(CLI::App *command, listen_options *options)
 {
-    srtp_options_add(command, &options->keys);
+    srtp_options_add(command, &options->keys, &options->key_files);
     command
         ->add_option_function<std::string>(
             "--srtp-send", [options](const std::string &text) { options->sending_key = srtp_key_parse(text); },
             "Encrypt what is sent with this key instead of the sender's")
-        ->type_name("SUITE:KEY");
+        ->type_name("SUITE:KEY")
+        ->envname("VRC_SRTP_SEND");
     command
         ->add_option_function<std::string>(
             "--srtp-send-hex", [options](const std::string &text) { options->sending_key = srtp_key_parse_hex(text); },
             "The same with key and salt in hexadecimal")
         ->type_name("SUITE:HEX")
         ->excludes("--srtp-send");
+    command
+        ->add_option_function<std::string>(
+            "--srtp-send-file", [options](const std::string &path) { sending_key_take(path, options); },
+            "The same from a file with one SUITE:KEY")
+        ->type_name("FILE")
+        ->excludes("--srtp-send")
+        ->excludes("--srtp-send-hex");
 }
 
 void feedback_options_add(CLI::App *command, listen_options *options)

@@ -2,10 +2,9 @@
 
 #include <fmt/format.h>
 
-#include <array>
 #include <chrono>
-#include <filesystem>
 
+#include "file_use.h"
 #include "stats_record.h"
 
 namespace vrc
@@ -21,31 +20,28 @@ uint64_t wall_clock_us()
 
 } // namespace
 
-// Each file has one use. Standard output is one as well, and it cannot be split.
 void listen_outputs::check(const listen_options &options)
 {
-    const std::array<const std::string *, 4> paths = {&options.output, &options.stats, &options.record, &options.sdp};
     if (options.is_all && options.output == "-") {
         throw failure(exit_code::wrong_usage,
                       "--all writes a file for each sender, and -o - is one: name a file, as in "
                       "-o call.h264");
     }
-    for (size_t i = 0; i < paths.size(); ++i) {
-        for (size_t k = 0; k < i; ++k) {
-            std::error_code error;
-            if (!paths[i]->empty() &&
-                (*paths[i] == *paths[k] || std::filesystem::equivalent(*paths[i], *paths[k], error))) {
-                throw failure(exit_code::wrong_usage, fmt::format("'{}' is named twice: name another file", *paths[i]));
-            }
-        }
-    }
+    const bool is_stdout_taken = options.output == "-" || options.stats == "-" || options.record == "-";
+    std::vector<file_use> uses = options.key_files;
+    uses.push_back({"--sdp", options.sdp, false});
+    uses.push_back({"-o", options.output, true});
+    uses.push_back({"--stats", options.stats, true});
+    uses.push_back({"--record", options.record, true});
+    uses.push_back({"the summary", is_stdout_taken ? "" : "-", true});
+    file_uses_check(uses);
 }
 
 listen_outputs::listen_outputs(const listen_options &options)
     : frames_(options.output, options.is_all), frames_left_(options.frames != 0 ? options.frames : UINT64_MAX)
 {
     if (!options.stats.empty()) {
-        stats_.emplace(options.stats);
+        stats_.emplace(options.stats, file_privacy::shared);
     }
     if (!options.record.empty()) {
         recorder_.emplace(options.record);

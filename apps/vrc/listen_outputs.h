@@ -19,10 +19,10 @@ namespace vrc
 class listen_outputs
 {
   public:
-    // Throws failure (wrong_usage) when two of the files are one.
+    // Throws failure (wrong_usage) when two of the files are one, one that is read among them.
     static void check(const listen_options &options);
 
-    // Creates the files, or empties them. Throws failure (no_access).
+    // Creates the files; as long as one of them cannot be opened, none is emptied. Throws failure (no_access).
     explicit listen_outputs(const listen_options &options);
 
     bool write_frame(size_t section, const channel_frame &frame) noexcept;

@@ -1,6 +1,9 @@
 #include "output_file.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -17,11 +20,25 @@ namespace
     throw failure(exit_code::no_access, fmt::format("cannot write {}: {}", name, std::strerror(error)));
 }
 
+// Null with errno.
+std::FILE *file_open(const std::string &path, file_privacy privacy)
+{
+    constexpr mode_t owner = S_IRUSR | S_IWUSR;
+    constexpr mode_t everybody = owner | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH; // less the umask
+    const mode_t mode = privacy == file_privacy::owner_only ? owner : everybody;
+    const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, mode);
+    std::FILE *stream = descriptor < 0 ? nullptr : fdopen(descriptor, "wb");
+    if (descriptor >= 0 && stream == nullptr) {
+        close(descriptor);
+    }
+    return stream;
+}
+
 } // namespace
 
-output_file::output_file(const std::string &path)
+output_file::output_file(const std::string &path, file_privacy privacy)
     : name_(path == "-" ? "standard output" : fmt::format("'{}'", path)),
-      stream_(path == "-" ? stdout : std::fopen(path.c_str(), "wb"))
+      stream_(path == "-" ? stdout : file_open(path, privacy)), is_started_(path == "-")
 {
     if (stream_ == nullptr) {
         fail(name_, errno);
@@ -35,9 +52,23 @@ output_file::~output_file()
     }
 }
 
+bool output_file::start() noexcept
+{
+    if (!is_started_) {
+        is_started_ = true;
+        struct stat status {
+        };
+        const int descriptor = fileno(stream_);
+        const bool is_done =
+            fstat(descriptor, &status) == 0 && (!S_ISREG(status.st_mode) || ftruncate(descriptor, 0) == 0);
+        error_ = is_done ? 0 : errno;
+    }
+    return error_ == 0;
+}
+
 bool output_file::write(const void *bytes, size_t size) noexcept
 {
-    if (error_ == 0 && std::fwrite(bytes, 1, size, stream_) != size) {
+    if (start() && std::fwrite(bytes, 1, size, stream_) != size) {
         error_ = errno;
     }
     if (error_ == 0) {
@@ -48,7 +79,7 @@ bool output_file::write(const void *bytes, size_t size) noexcept
 
 bool output_file::flush() noexcept
 {
-    if (error_ == 0 && std::fflush(stream_) != 0) {
+    if (start() && std::fflush(stream_) != 0) {
         error_ = errno;
     }
     return error_ == 0;
@@ -56,6 +87,7 @@ bool output_file::flush() noexcept
 
 void output_file::close()
 {
+    start();
     std::FILE *stream = stream_;
     stream_ = nullptr;
     const int result = stream == stdout ? std::fflush(stream) : std::fclose(stream);

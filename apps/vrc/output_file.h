@@ -10,13 +10,20 @@
 namespace vrc
 {
 
+// Who may read a file that is created; one that is there keeps its mode.
+enum class file_privacy {
+    owner_only, // what may be decrypted: pictures, packets
+    shared,     // as the umask allows: counts
+};
+
 // A file that is written from front to back; "-" is standard output. An error is kept until close, so that
 // writing is safe where nothing may be thrown.
 class output_file
 {
   public:
-    // Creates the file, or empties it. Throws failure (no_access) when that cannot be done.
-    explicit output_file(const std::string &path);
+    // Creates the file. What is in it stays until something is written, or it is closed: a run that ends before because
+    // another file cannot be opened loses nothing. Throws failure (no_access) when it cannot be opened for writing.
+    output_file(const std::string &path, file_privacy privacy);
     ~output_file();
     output_file(const output_file &) = delete;
     output_file &operator=(const output_file &) = delete;
@@ -41,9 +48,12 @@ class output_file
     }
 
   private:
+    bool start() noexcept;
+
     std::string name_;
     std::FILE *stream_ = nullptr;
     uint64_t size_ = 0;
+    bool is_started_ = false; // what was in it before is gone
     int error_ = 0;
 };
 

@@ -124,7 +124,7 @@ std::vector<uint8_t> ip_packet_make(const udp_datagram &datagram)
     return packet;
 }
 
-packet_recorder::packet_recorder(const std::string &path) : file_(path)
+packet_recorder::packet_recorder(const std::string &path) : file_(path, file_privacy::owner_only)
 {
     bytes header;
     for (const uint32_t field : {kMagic, kVersion, 0U, 0U, kSnapLength, kLinkRawIp}) {

@@ -21,12 +21,16 @@ void session_take(const std::string &path, replay_setup *setup)
 
 } // namespace
 
-void replay_setup_options_add(CLI::App *command, replay_setup *setup)
+void replay_setup_options_add(CLI::App *command, replay_setup *setup, std::vector<file_use> *files)
 {
-    srtp_options_add(command, &setup->keys);
+    srtp_options_add(command, &setup->keys, files);
     command
         ->add_option_function<std::string>(
-            "--sdp", [setup](const std::string &path) { session_take(path, setup); },
+            "--sdp",
+            [setup, files](const std::string &path) {
+                session_take(path, setup);
+                files->push_back({"--sdp", path, false});
+            },
             "Take codecs, retransmission, parameter sets and keys from a session description")
         ->type_name("FILE");
     rtx_option_add(command, &setup->rtx);

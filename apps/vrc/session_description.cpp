@@ -3,11 +3,9 @@
 #include <fmt/format.h>
 
 #include <cassert>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 
 #include "failure.h"
+#include "text_file.h"
 #include "video_stream.h"
 
 namespace vrc
@@ -15,27 +13,7 @@ namespace vrc
 namespace
 {
 
-constexpr size_t kFileSizeMax = 1 << 20; // bytes; a description has a few thousand
 constexpr uint8_t kInterleavedMode = 2;
-
-std::string file_read(const std::string &path)
-{
-    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(std::fopen(path.c_str(), "rb"), std::fclose);
-    std::string text;
-    size_t size = 0;
-    if (file) {
-        text.resize(kFileSizeMax + 1);
-        size = std::fread(text.data(), 1, text.size(), file.get());
-    }
-    if (!file || std::ferror(file.get()) != 0) {
-        throw failure(exit_code::no_access, fmt::format("cannot read '{}': {}", path, std::strerror(errno)));
-    }
-    if (size > kFileSizeMax) {
-        throw failure(exit_code::wrong_usage, fmt::format("'{}' is too large for a session description", path));
-    }
-    text.resize(size);
-    return text;
-}
 
 void parameter_sets_apply(const sdp_session &session, const sdp_format &format, rtc_channel *channel)
 {
@@ -49,7 +27,7 @@ void parameter_sets_apply(const sdp_session &session, const sdp_format &format, 
 
 std::unique_ptr<sdp_session> session_read(const std::string &path)
 {
-    const std::string text = file_read(path);
+    const std::string text = text_file_read(path, "a session description");
     auto session = std::make_unique<sdp_session>();
     sdp_error error{};
     if (!sdp_parse(text.data(), text.size(), session.get(), &error)) {

@@ -1,13 +1,16 @@
 #include "srtp_key.h"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <memory>
+#include <sstream>
 #include <string_view>
 #include <vector>
 
 #include "failure.h"
+#include "text_file.h"
 
 namespace vrc
 {
@@ -74,6 +77,20 @@ std::string base64_encode(const std::vector<uint8_t> &bytes)
     return text;
 }
 
+bool prefix_take(std::string_view prefix, std::string *text)
+{
+    const bool has_prefix = text->compare(0, prefix.size(), prefix) == 0;
+    text->erase(0, has_prefix ? prefix.size() : 0);
+    return has_prefix;
+}
+
+std::string trimmed(const std::string &line)
+{
+    constexpr const char *white = " \t\r";
+    const size_t begin = line.find_first_not_of(white);
+    return begin == std::string::npos ? "" : line.substr(begin, line.find_last_not_of(white) - begin + 1);
+}
+
 // The reader of session descriptions knows suites and keys, so it is given one.
 sdp_crypto crypto_read(const std::string &suite, const std::string &key)
 {
@@ -101,16 +118,63 @@ sdp_crypto crypto_read(const std::string &suite, const std::string &key)
 
 sdp_crypto srtp_key_parse(const std::string &text)
 {
-    constexpr std::string_view prefix = "inline:";
-    const named_key named = split(text);
-    const bool has_prefix = named.key.compare(0, prefix.size(), prefix) == 0;
-    return crypto_read(named.suite, named.key.substr(has_prefix ? prefix.size() : 0));
+    named_key named = split(text);
+    if (prefix_take("hex:", &named.key)) {
+        return crypto_read(named.suite, base64_encode(hex_decode(named.key)));
+    }
+    prefix_take("inline:", &named.key);
+    return crypto_read(named.suite, named.key);
 }
 
 sdp_crypto srtp_key_parse_hex(const std::string &text)
 {
     const named_key named = split(text);
     return crypto_read(named.suite, base64_encode(hex_decode(named.key)));
+}
+
+std::vector<sdp_crypto> srtp_keys_parse(const std::string &text)
+{
+    std::vector<sdp_crypto> keys;
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        keys.push_back(srtp_key_parse(word));
+    }
+    if (keys.empty()) {
+        refuse("there is none");
+    }
+    return keys;
+}
+
+std::vector<sdp_crypto> srtp_keys_read(const std::string &path)
+{
+    std::vector<sdp_crypto> keys;
+    std::istringstream lines(text_file_read(path, "a file of keys"));
+    size_t number = 0;
+    for (std::string line; std::getline(lines, line);) {
+        ++number;
+        line = trimmed(line);
+        if (line.empty() || line[0] == '#') {
+            continue;
+        }
+        try {
+            keys.push_back(srtp_key_parse(line));
+        } catch (const failure &error) {
+            throw failure(error.code(), fmt::format("'{}', line {}: {}", path, number, error.what()));
+        }
+    }
+    if (keys.empty()) {
+        throw failure(exit_code::wrong_usage, fmt::format("'{}': there is no key in it", path));
+    }
+    return keys;
+}
+
+std::string srtp_key_file_warning(const std::string &path)
+{
+    struct stat status {
+    };
+    const bool is_open =
+        stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && (status.st_mode & (S_IRGRP | S_IROTH)) != 0;
+    return is_open ? fmt::format("'{}' has keys in it and can be read by others: chmod 600 '{}'", path, path) : "";
 }
 
 } // namespace vrc

@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "output_file.h"
 #include "srtp_key.h"
 
 namespace vrc
@@ -20,17 +21,22 @@ namespace
 using text_taker = std::function<void(const std::string &text)>;
 
 // An option that may be given more than once, each time with one value.
-void repeated_option_add(CLI::App *command, const char *name, const char *description, const char *type,
-                         const text_taker &take)
+CLI::Option *repeated_option_add(CLI::App *command, const char *name, const char *description, const char *type,
+                                 const text_taker &take)
 {
     const auto take_all = [take](const std::vector<std::string> &texts) {
         for (const std::string &text : texts) {
             take(text);
         }
     };
-    command->add_option_function<std::vector<std::string>>(name, take_all, description)
+    return command->add_option_function<std::vector<std::string>>(name, take_all, description)
         ->type_name(type)
         ->allow_extra_args(false);
+}
+
+void append(std::vector<sdp_crypto> *keys, const std::vector<sdp_crypto> &more)
+{
+    keys->insert(keys->end(), more.begin(), more.end());
 }
 
 bool payload_type_read(std::string_view text, uint8_t *payload_type)
@@ -56,12 +62,31 @@ rtx_mapping rtx_parse(const std::string &text)
 
 } // namespace
 
-void srtp_options_add(CLI::App *command, std::vector<sdp_crypto> *keys)
+std::vector<sdp_crypto> key_file_take(const std::string &path)
 {
-    repeated_option_add(command, "--srtp", "Decrypt SRTP: suite, and key and salt in base64", "SUITE:KEY",
-                        [keys](const std::string &text) { keys->push_back(srtp_key_parse(text)); });
+    const std::vector<sdp_crypto> keys = srtp_keys_read(path);
+    const std::string warning = srtp_key_file_warning(path);
+    if (!warning.empty()) {
+        text_write(stderr, fmt::format("vrc: {}\n", warning));
+    }
+    return keys;
+}
+
+void srtp_options_add(CLI::App *command, std::vector<sdp_crypto> *keys, std::vector<file_use> *files)
+{
+    repeated_option_add(
+        command, "--srtp",
+        "Decrypt SRTP: suite, and key and salt in base64. Whoever lists processes sees it: --srtp-file and "
+        "the environment do not show it",
+        "SUITE:KEY", [keys](const std::string &text) { append(keys, srtp_keys_parse(text)); })
+        ->envname("VRC_SRTP");
     repeated_option_add(command, "--srtp-hex", "The same with key and salt in hexadecimal", "SUITE:HEX",
                         [keys](const std::string &text) { keys->push_back(srtp_key_parse_hex(text)); });
+    repeated_option_add(command, "--srtp-file", "Decrypt SRTP with the keys in a file: SUITE:KEY, one a line", "FILE",
+                        [keys, files](const std::string &path) {
+                            append(keys, key_file_take(path));
+                            files->push_back({"--srtp-file", path, false});
+                        });
 }
 
 void rtx_option_add(CLI::App *command, std::vector<rtx_mapping> *rtx)

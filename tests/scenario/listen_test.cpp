@@ -382,7 +382,7 @@ TEST(VrcListen, SaysWhatIsWrongBeforeItListens)
         {"--codec h264 --feedback nack,ack", 2, "unknown feedback 'ack'"},
         {"--codec h264 --bind nowhere", 2, "'nowhere' is no IPv4 or IPv6 address"},
         {"--codec h264 --rtcp 127.0.0.1", 2, "'127.0.0.1' is no HOST:PORT"},
-        {"--codec h264 -o same --record same", 2, "'same' is named twice"},
+        {"--codec h264 -o same --record same", 2, "are the same file"},
         {"--codec h264 --all -o -", 2, "--all writes a file for each sender"},
         {"--codec h264 --srtp nonsense", 2, "SRTP key: write the suite, a colon and the key"},
         {std::string("--codec h264 --srtp-send ") + kSuite + ":" + kKey, 2, "--srtp-send without the sender's key"},

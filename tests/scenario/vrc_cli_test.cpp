@@ -1,74 +1,17 @@
 // Runs the command-line tool as a user does.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 
-#include "capture_builder.h"
+#include "cli_bench.h"
 
 using namespace vrc_test;
 
 namespace
 {
-
-struct outcome {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
-std::string content(const std::string &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-// Runs the tool through the shell, so `arguments` are shell words and may redirect.
-outcome vrc(const std::string &arguments)
-{
-    const temporary_file out;
-    const temporary_file err;
-    const std::string command =
-        std::string("{ \"") + VRC_PROGRAM + "\" " + arguments + " ; } >'" + out.path() + "' 2>'" + err.path() + "'";
-    const int status = std::system(command.c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, content(out.path()), content(err.path())};
-}
-
-bool contains(const std::string &text, const std::string &part)
-{
-    return text.find(part) != std::string::npos;
-}
-
-constexpr uint64_t kStart = 1'700'000'000'000'000;
-constexpr uint64_t kFrameTime = 33'333;
-
-// One second of video, a picture a packet but for the key frame at its start: parameter sets, then an IDR slice
-// in three fragments.
-pcap_builder video(const rtp_fields &first = {})
-{
-    pcap_builder capture;
-    rtp_fields fields = first;
-    const auto add = [&](unsigned picture, const bytes &payload, bool is_last) {
-        fields.marker = is_last;
-        fields.timestamp = first.timestamp + picture * 3000;
-        capture.add_rtp(kStart + picture * kFrameTime, fields, payload);
-        ++fields.seq;
-    };
-    add(0, h264_parameter_sets(), false);
-    const std::vector<bytes> fragments = h264_fragments(h264_idr_slice(3000), 3);
-    for (size_t i = 0; i < fragments.size(); ++i) {
-        add(0, fragments[i], i + 1 == fragments.size());
-    }
-    for (unsigned picture = 1; picture < 30; ++picture) {
-        add(picture, h264_inter_slice(200 + picture), true);
-    }
-    return capture;
-}
 
 // The bitstream that those packets carry.
 bytes video_bitstream()
@@ -83,11 +26,6 @@ bytes video_bitstream()
         stream = stream + start_code + h264_inter_slice(200 + picture);
     }
     return stream;
-}
-
-std::string text_of(const bytes &data)
-{
-    return {data.begin(), data.end()};
 }
 
 } // namespace
@@ -127,9 +65,9 @@ TEST(VrcUsage, RefusesWrongUsageAndSaysWhy)
         {"replay x.pcap --port 65536", "'65536' is no number from 0 to 65535"},
         {"replay x.pcap --ssrc 0x100000000", "'0x100000000' is no number"},
         {"replay x.pcap --ssrc cafe", "'cafe' is no number"},
-        {"replay " + capture.path() + " -o " + capture.path(), "is the capture itself"},
-        {"replay " + capture.path() + " --frames " + capture.path(), "is the capture itself"},
-        {"replay " + capture.path() + " -o same --frames same", "both name 'same'"},
+        {"replay " + capture.path() + " -o " + capture.path(), "are the same file"},
+        {"replay " + capture.path() + " --frames " + capture.path(), "are the same file"},
+        {"replay " + capture.path() + " -o same --frames same", "are the same file"},
     };
     for (const auto &row : rows) {
         const outcome result = vrc(row.arguments);

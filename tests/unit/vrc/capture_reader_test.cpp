@@ -214,17 +214,3 @@ TEST(CaptureFile, SaysWhyItCannotBeOpened)
     EXPECT_EQ(error_of("/no/such/file"), "cannot read '/no/such/file': No such file or directory");
     EXPECT_EQ(error_of("/"), "cannot read '/': Is a directory");
 }
-
-TEST(CaptureFile, KnowsItselfByAnyName)
-{
-    const temporary_file stored(pcap_builder().file());
-    const temporary_file other(pcap_builder().file());
-    const std::string link = stored.path() + "_link";
-    ASSERT_EQ(symlink(stored.path().c_str(), link.c_str()), 0);
-    const capture_file file(stored.path());
-    EXPECT_TRUE(file.is_same_file(stored.path()));
-    EXPECT_TRUE(file.is_same_file(link));
-    EXPECT_FALSE(file.is_same_file(other.path()));
-    EXPECT_FALSE(file.is_same_file("/no/such/file"));
-    std::remove(link.c_str());
-}

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "capture_builder.h"
 #include "failure.h"
 #include "output_file.h"
@@ -27,7 +29,7 @@ template <typename Action> std::string error_of(Action action)
 TEST(OutputFile, ReplacesContentAndCountsBytes)
 {
     const temporary_file target(bytes(100, 'x'));
-    output_file file(target.path());
+    output_file file(target.path(), file_privacy::shared);
     EXPECT_TRUE(file.write("abc", 3));
     EXPECT_TRUE(file.write("de", 2));
     EXPECT_EQ(file.size(), 5u);
@@ -39,9 +41,26 @@ TEST(OutputFile, ReplacesContentAndCountsBytes)
     EXPECT_STREQ(content, "abcde");
 }
 
+TEST(OutputFile, KeepsContentUntilItIsWrittenOrClosed)
+{
+    const temporary_file target(bytes(100, 'x'));
+    const auto size = [&target] { return std::filesystem::file_size(target.path()); };
+    {
+        const output_file never_written(target.path(), file_privacy::shared);
+    }
+    EXPECT_EQ(size(), 100u);
+    output_file file(target.path(), file_privacy::shared);
+    EXPECT_EQ(size(), 100u);
+    EXPECT_TRUE(file.flush());
+    EXPECT_EQ(size(), 0u);
+    file.close();
+    output_file(target.path(), file_privacy::shared).close();
+    EXPECT_EQ(size(), 0u);
+}
+
 TEST(OutputFile, SaysWhyItCannotBeCreated)
 {
-    EXPECT_EQ(error_of([] { output_file file("/no/such/place"); }),
+    EXPECT_EQ(error_of([] { output_file file("/no/such/place", file_privacy::shared); }),
               "cannot write '/no/such/place': No such file or directory");
 }
 
@@ -49,13 +68,13 @@ TEST(OutputFile, TellsFullDiskAtTheLatestWhenClosed)
 {
     const char *expected = "cannot write '/dev/full': No space left on device";
     EXPECT_EQ(error_of([] {
-                  output_file file("/dev/full");
+                  output_file file("/dev/full", file_privacy::owner_only);
                   EXPECT_TRUE(file.write("abc", 3)); // buffered
                   file.close();
               }),
               expected);
     EXPECT_EQ(error_of([] {
-                  output_file file("/dev/full");
+                  output_file file("/dev/full", file_privacy::owner_only);
                   const bytes much(1 << 20);
                   EXPECT_FALSE(file.write(much.data(), much.size()));
                   EXPECT_FALSE(file.write("abc", 3));
