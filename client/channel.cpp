@@ -6,6 +6,7 @@
 #include "feedback.h"
 #include "loss_watch.h"
 #include "native_intake.h"
+#include "packet.h"
 #include "rtcp.h"
 #include "rtp_intake.h"
 #include "rtx.h"
@@ -167,8 +168,8 @@ static int __finish(stream_state *state, packet_drop_e result, const zeb_ts_t *n
     return result == PACKET_DROP_REASONS ? 0 : -1;
 }
 
-static int __receive_media(channel_state *self, const uint8_t *packet, const rtp_view *view, bool is_retrans,
-                           const zeb_ts_t *now_p)
+static int __receive_media(channel_state *self, const uint8_t *packet, const rtp_view *view, size_t received_size,
+                           bool is_retrans, const zeb_ts_t *now_p)
 {
     const uint8_t codec = self->codecs[view->payload_type];
     if (codec == VIDEO_TYPE_UNKNOWN) {
@@ -183,7 +184,7 @@ static int __receive_media(channel_state *self, const uint8_t *packet, const rtp
         return __refuse(self, PACKET_DROP_WRONG_PATH, *now_p);
     }
     state->now = *now_p;
-    return __finish(state, rtp_intake_take(state, packet, view, codec, is_retrans, now_p), now_p);
+    return __finish(state, rtp_intake_take(state, packet, view, received_size, codec, is_retrans, now_p), now_p);
 }
 
 // What a retransmission repeats is taken in as if it had come itself. One that repeats nothing was sent to probe the path.
@@ -204,7 +205,7 @@ static int __receive_rtx(channel_state *self, const uint8_t *packet, size_t size
     int taken = result == RTX_PADDING_ONLY ? 0 : -1;
     rtp_view original_view;
     if (result == RTX_RESTORED && rtp_parse(original, original_size, &original_view) == PACKET_DROP_REASONS) {
-        taken = __receive_media(self, original, &original_view, true, now_p);
+        taken = __receive_media(self, original, &original_view, size, true, now_p);
     } else if (result != RTX_PADDING_ONLY) {
         __refuse(self, PACKET_DROP_BAD_HEADER, *now_p);
     }
@@ -226,7 +227,7 @@ int rtc_channel_receive_rtp(rtc_channel *channel, const uint8_t *packet, size_t 
     if (rtx_intake_is_rtx(channel->state, view.payload_type)) {
         return __receive_rtx(channel->state, packet, size, &view, now_p);
     }
-    return __receive_media(channel->state, packet, &view, is_retrans, now_p);
+    return __receive_media(channel->state, packet, &view, size, is_retrans, now_p);
 }
 
 static int __receive_native(channel_state *self, PVideoData4 *video, uint8_t stream_id, bool is_retrans,
@@ -258,8 +259,7 @@ int rtc_channel_receive_native(rtc_channel *channel, PVideoData4 *video, uint8_t
     if (__may_receive(channel, now_p)) {
         result = __receive_native(channel->state, video, stream_id, is_retrans, now_p);
     }
-    zeb_fini_typed_obj(&zeb_dynamic_bytes_type, &video->extension.contents);
-    zeb_fini_typed_obj(&zeb_dynamic_bytes_type, &video->payload);
+    video_data4_release(video);
     return result;
 }
 

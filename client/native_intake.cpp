@@ -79,9 +79,12 @@ packet_drop_e native_intake_check(const PVideoData4 *video, rtp_view *view)
 
 // ---- Taking packets in ----
 
-// The module does not know RTP padding, so it goes.
+// The depacketizers take all bytes behind the header for payload. A generic payload's padding is the module's to cut.
 static void __padding_cut(PVideoData4 *video, const rtp_view *view)
 {
+    if (__is_generic(&video->header)) {
+        return;
+    }
     auto *bytes = static_cast<uint8_t *>(video->payload.values);
     bytes[0] &= 0xDF; // padding bit
     video->payload.count = static_cast<uint16_t>(video->payload.count - view->padding_size);
@@ -143,6 +146,14 @@ static void __restart(stream_state *state)
     state->wants_key_frame = true;
 }
 
+// The queue has the packet's frame, and so the place for the packet.
+static bool __has_place(const video_frame *tenant, const PVideoData4 *video)
+{
+    const auto index = static_cast<uint16_t>(video->common.seq - tenant->first_pkt_seq);
+    return tenant->n_pkts_total == video->header.n_pkts && tenant->frame_seq == video->header.frame_seq &&
+           index < tenant->n_pkts_total;
+}
+
 // Why the frame queue is going to refuse the packet, by its own rules. What it refuses for none of them it has no
 // memory for.
 static packet_drop_e __refusal_of(const rtc_video_frames_t *queue, const PVideoData4 *video)
@@ -153,14 +164,22 @@ static packet_drop_e __refusal_of(const rtc_video_frames_t *queue, const PVideoD
         return PACKET_DROP_LATE;
     }
     const int32_t holder = queue->pkt_frame_pos[video->common.seq % VIDEO_FRAMES_Q_PKT_INDEX];
-    if (holder < 0 || holder >= VIDEO_FRAMES_Q_SLOTS) {
-        return PACKET_DROP_NO_MEMORY;
-    }
-    if (static_cast<uint32_t>(holder) == slot) {
+    const bool is_held = holder >= 0 && holder < VIDEO_FRAMES_Q_SLOTS;
+    if (is_held && static_cast<uint32_t>(holder) == slot) {
         return PACKET_DROP_DUPLICATE;
     }
-    const bool is_newer = zeb_uint32_after(video->header.frame_seq, queue->video_frames[holder].frame_seq) != 0;
-    return is_newer ? PACKET_DROP_NO_MEMORY : PACKET_DROP_LATE;
+    if (is_held && zeb_uint32_after(video->header.frame_seq, queue->video_frames[holder].frame_seq) == 0) {
+        return PACKET_DROP_LATE;
+    }
+    return __has_place(tenant, video) ? PACKET_DROP_DUPLICATE : PACKET_DROP_NO_MEMORY;
+}
+
+// Takes back that the packet came. The queue keeps its entry for a packet of a frame that there was no memory for, and
+// would refuse a retransmission for it.
+static void __forget(stream_state *state, seq_t seq)
+{
+    state->stream->video_frames_q.pkt_frame_pos[seq % VIDEO_FRAMES_Q_PKT_INDEX] = -1;
+    reception_forget(&state->arrivals, &state->report, reception_number(&state->arrivals, seq));
 }
 
 static packet_drop_e __insert(stream_state *state, PVideoData4 *video, const zeb_ts_t *now_p)
@@ -172,7 +191,7 @@ static packet_drop_e __insert(stream_state *state, PVideoData4 *video, const zeb
         return PACKET_DROP_REASONS;
     }
     if (refusal == PACKET_DROP_NO_MEMORY) {
-        reception_forget(&state->arrivals, &state->report, seq);
+        __forget(state, seq);
     }
     return __drop(state, refusal);
 }
@@ -265,8 +284,8 @@ packet_drop_e native_intake_take(stream_state *state, PVideoData4 *video, const 
     state->stream->is_nass = 1;
     state->stream->codec = video->header.codec;
     const reception_verdict verdict = __note(state, video, view, is_retrans, *now_p);
-    __padding_cut(video, view);
     video_stream_send_bandwidth_est(state->stream, video, !is_retrans, now_p);
+    __padding_cut(video, view);
     __room_append(video, view);
     return __place(state, video, is_retrans, verdict, now_p);
 }

@@ -1,4 +1,4 @@
-#include "rtc_packet.h"
+#include "packet.h"
 
 #include <cstring>
 
@@ -10,4 +10,10 @@ void video_data4_take(PVideoData4 *dst, PVideoData4 *src)
     }
     *dst = *src;
     memset(src, 0, sizeof(*src));
+}
+
+void video_data4_release(PVideoData4 *video)
+{
+    zeb_fini_typed_obj(&zeb_dynamic_bytes_type, &video->extension.contents);
+    zeb_fini_typed_obj(&zeb_dynamic_bytes_type, &video->payload);
 }

@@ -1,6 +1,6 @@
 #include "packet_hold.h"
 
-#include <cstring>
+#include "packet.h"
 
 void packet_hold_init(packet_hold *self)
 {
@@ -107,7 +107,7 @@ held_packet *packet_hold_take_up_to(packet_hold *self, uint32_t number, uint32_t
 
 void held_packet_free(held_packet *packet)
 {
-    zeb_fini_typed_obj(&zeb_dynamic_bytes_type, &packet->video.payload);
+    video_data4_release(&packet->video);
     zeb_free_impl(packet);
 }
 

@@ -25,8 +25,8 @@ struct packet_hold {
 
 void packet_hold_init(packet_hold *self);
 
-// Moves the payload of `packet`, of which all but `node` is filled in, into the hold. False without memory; the payload
-// stays the caller's.
+// Moves `packet`, of which all but `node` is filled in, into the hold with the buffers of its record. False without
+// memory; the buffers stay the caller's.
 bool packet_hold_add(packet_hold *self, held_packet *packet);
 
 // The key-frame packet with the lowest number, or null.
@@ -56,7 +56,7 @@ held_packet *packet_hold_take_delta(packet_hold *self);
 // Of those with that timestamp, or with numbers before `number`.
 held_packet *packet_hold_take_up_to(packet_hold *self, uint32_t number, uint32_t timestamp);
 
-// Releases a packet that was taken out.
+// Releases a packet that was taken out, with the buffers of its record.
 void held_packet_free(held_packet *packet);
 
 // Releases all.

@@ -494,13 +494,25 @@ static reception_verdict __note(stream_state *state, const rtp_view *view, packe
     return verdict;
 }
 
-packet_drop_e rtp_intake_take(stream_state *state, const uint8_t *packet, const rtp_view *view, uint8_t codec,
-                              bool is_retrans, const zeb_ts_t *now_p)
+// The record borrows the bytes.
+static void __sample_bandwidth(stream_state *state, const uint8_t *packet, const rtp_view *view, size_t received_size,
+                               bool is_retrans, const zeb_ts_t *now_p)
+{
+    PVideoData4 received = {};
+    received.common.sent_ts = __sent_ts(view);
+    received.payload.values = const_cast<uint8_t *>(packet);
+    received.payload.count = static_cast<uint16_t>(received_size);
+    video_stream_send_bandwidth_est(state->stream, &received, !is_retrans, now_p);
+}
+
+packet_drop_e rtp_intake_take(stream_state *state, const uint8_t *packet, const rtp_view *view, size_t received_size,
+                              uint8_t codec, bool is_retrans, const zeb_ts_t *now_p)
 {
     user_video_stream *stream = state->stream;
     stream->is_webrtc = 1;
     stream->is_nass = 1;
     stream->codec = codec;
+    __sample_bandwidth(state, packet, view, received_size, is_retrans, now_p);
     const nal_summary summary = nal_inspect(codec, packet + view->header_size, view->payload_size);
     const reception_verdict verdict = __note(state, view, __role_of(view, &summary), is_retrans, *now_p);
     PVideoData4 video;
@@ -513,7 +525,6 @@ packet_drop_e rtp_intake_take(stream_state *state, const uint8_t *packet, const 
     parameter_sets_note_payload(&state->sets, codec, packet + view->header_size, view->payload_size);
     packet_drop_e result = PACKET_DROP_NO_MEMORY;
     if (__video_make(state, &video, packet, view, summary.is_key)) {
-        video_stream_send_bandwidth_est(stream, &video, !is_retrans, now_p);
         if (summary.is_key) {
             feedback_note_key_packet(state, *now_p);
         }

@@ -1,8 +1,10 @@
 #include "stray_packet.h"
 
+#include "packet.h"
+
 static packet_drop_e __drop(stream_state *state, PVideoData4 *video, packet_drop_e reason)
 {
-    zeb_fini_typed_obj(&zeb_dynamic_bytes_type, &video->payload);
+    video_data4_release(video);
     state->report.packets_dropped[reason] += 1;
     return reason;
 }
