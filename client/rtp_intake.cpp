@@ -4,6 +4,7 @@
 
 #include "annexb.h"
 #include "byte_order.h"
+#include "cache_time.h"
 #include "client_log.h"
 #include "frame_output.h"
 #include "loss_watch.h"
@@ -166,21 +167,11 @@ static bool __may_open(const stream_state *state, const held_packet *first)
     return __is_waiting_for_key_frame(&state->stream->video_cache_q) && __starts_access_unit(first);
 }
 
-// Gives the cache what it should have had since `*since_p`: its patience counts from then on. That of the next frame begins
-// with a delivery, which is now.
-static void __feed_belated(stream_state *state, PVideoData4 *video, bool is_retrans, const zeb_ts_t *since_p)
-{
-    webrtc_video_cache_t *cache = &state->stream->video_cache_q;
-    const zeb_ts_t delivered_before = cache->last_deliver_frm_ts;
-    __feed(state, video, is_retrans, since_p);
-    if (cache->last_deliver_frm_ts != delivered_before) {
-        cache->last_deliver_frm_ts = state->now;
-    }
-}
-
 static void __feed_and_free(stream_state *state, held_packet *packet)
 {
-    __feed_belated(state, &packet->video, packet->is_retrans, &packet->held_since);
+    cache_run_as_of(state, packet->held_since, [state, packet](const zeb_ts_t *since_p) {
+        __feed(state, &packet->video, packet->is_retrans, since_p);
+    });
     held_packet_free(packet);
 }
 
@@ -594,16 +585,11 @@ static void __floor_set(stream_state *state)
     state->floor = state->arrivals.newest;
 }
 
-// Lets the cache's own patience end now, by a later time than it is, so that it goes on with the key frame it holds. The
-// time of that delivery must not stay in the future.
+// Lets the cache's own patience end now, so that it goes on with the key frame it holds.
 static void __drop_to_held_key_frame(stream_state *state)
 {
-    webrtc_video_cache_t *cache = &state->stream->video_cache_q;
-    const zeb_ts_t later = state->now + kWatchdogFramePatience;
-    __check(state, &later);
-    if (cache->last_deliver_frm_ts > state->now) {
-        cache->last_deliver_frm_ts = state->now;
-    }
+    cache_run_as_of(state, state->now + kWatchdogFramePatience,
+                    [state](const zeb_ts_t *later_p) { __check(state, later_p); });
 }
 
 static void __end_hopeless_wait(stream_state *state)
@@ -656,7 +642,8 @@ static void __fill_in(stream_state *state, uint32_t number, const padding_gap *g
         return;
     }
     video.common.seq = static_cast<seq_t>(packet_numbering_assign(&state->numbering, number));
-    __feed_belated(state, &video, false, &gap->since);
+    cache_run_as_of(state, gap->since,
+                    [state, &video](const zeb_ts_t *since_p) { __feed(state, &video, false, since_p); });
 }
 
 static void __fill_in_lost_padding(stream_state *state)
