@@ -99,6 +99,35 @@ void parameter_sets_note(parameter_sets *self, uint8_t codec, const uint8_t *nal
     memcpy(set->nal, nal, size);
 }
 
+// One that is cut or holds something else is damaged, and where its units begin is not certain.
+static void __note_aggregate(parameter_sets *self, uint8_t codec, const nal_format *format,
+                             const nal_payload *aggregate)
+{
+    if (nal_contents_inspect(format, aggregate).fault != PAYLOAD_FAULTS) {
+        return;
+    }
+    nal_bytes rest = aggregate->bytes;
+    nal_bytes unit;
+    while (nal_aggregate_next(&rest, &unit)) {
+        parameter_sets_note(self, codec, unit.data, unit.size);
+    }
+}
+
+// A unit in one fragment.
+static void __note_fragment(parameter_sets *self, uint8_t codec, const nal_payload *fragment)
+{
+    uint8_t unit[kParameterSetMax];
+    const size_t size = fragment->header_size + fragment->bytes.size;
+    if (!fragment->is_start || !fragment->is_end || size > sizeof(unit)) {
+        return;
+    }
+    memcpy(unit, fragment->header, fragment->header_size);
+    if (fragment->bytes.size > 0) {
+        memcpy(unit + fragment->header_size, fragment->bytes.data, fragment->bytes.size);
+    }
+    parameter_sets_note(self, codec, unit, size);
+}
+
 void parameter_sets_note_payload(parameter_sets *self, uint8_t codec, const uint8_t *payload, size_t size)
 {
     const set_kinds *kinds = __kinds_of(codec);
@@ -106,14 +135,18 @@ void parameter_sets_note_payload(parameter_sets *self, uint8_t codec, const uint
         return;
     }
     const nal_payload parsed = kinds->format->payload_parse({payload, size});
-    if (parsed.kind == NAL_PAYLOAD_SINGLE) {
+    switch (parsed.kind) {
+    case NAL_PAYLOAD_SINGLE:
         parameter_sets_note(self, codec, parsed.bytes.data, parsed.bytes.size);
-    } else if (parsed.kind == NAL_PAYLOAD_AGGREGATE) {
-        nal_bytes rest = parsed.bytes;
-        nal_bytes unit;
-        while (nal_aggregate_next(&rest, &unit)) {
-            parameter_sets_note(self, codec, unit.data, unit.size);
-        }
+        break;
+    case NAL_PAYLOAD_AGGREGATE:
+        __note_aggregate(self, codec, kinds->format, &parsed);
+        break;
+    case NAL_PAYLOAD_FRAGMENT:
+        __note_fragment(self, codec, &parsed);
+        break;
+    case NAL_PAYLOAD_OTHER:
+        break;
     }
 }
 

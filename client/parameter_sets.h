@@ -25,7 +25,8 @@ struct parameter_sets {
 // type and identifier. Everything else is ignored.
 void parameter_sets_note(parameter_sets *self, uint8_t codec, const uint8_t *nal, size_t size);
 
-// Notes all that an RTP payload carries whole (RFC 6184: single NAL unit, STAP-A; RFC 7798: single NAL unit, AP).
+// Notes all that an RTP payload carries whole (RFC 6184: single NAL unit, STAP-A, FU-A that is start and end; RFC 7798:
+// single NAL unit, AP, FU that is start and end). An aggregate with a fault teaches nothing.
 void parameter_sets_note_payload(parameter_sets *self, uint8_t codec, const uint8_t *payload, size_t size);
 
 // True when some set of every kind that the codec has is known.

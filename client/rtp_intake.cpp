@@ -121,6 +121,16 @@ static uint32_t __outer_number(const stream_state *state, const PVideoData4 *vid
     return reception_number(&state->arrivals, be16_read(static_cast<const uint8_t *>(video->payload.values) + 2));
 }
 
+// Only what the cache takes teaches parameter sets, and before it comes out: its frame, or one behind it, may need them.
+static void __sets_note(stream_state *state, const PVideoData4 *video)
+{
+    const auto *bytes = static_cast<const uint8_t *>(video->payload.values);
+    rtp_view view;
+    if (rtp_parse(bytes, video->payload.count, &view) == PACKET_DROP_REASONS) {
+        parameter_sets_note_payload(&state->sets, video->header.codec, bytes + view.header_size, view.payload_size);
+    }
+}
+
 // Gives the packet to the cache, which may deliver. Returns PACKET_DROP_REASONS or why the packet was released.
 static packet_drop_e __feed(stream_state *state, PVideoData4 *video, bool is_retrans, const zeb_ts_t *now_p)
 {
@@ -128,6 +138,9 @@ static packet_drop_e __feed(stream_state *state, PVideoData4 *video, bool is_ret
     const seq_t seq = video->common.seq;
     const uint32_t number = __outer_number(state, video);
     const packet_drop_e refusal = __refusal_of(cache, video);
+    if (refusal == PACKET_DROP_NO_MEMORY) {
+        __sets_note(state, video);
+    }
     webrtc_video_cache_process(cache, video, is_retrans, now_p);
     if (video->payload.values != nullptr) {
         __video_release(video);
@@ -418,20 +431,10 @@ static packet_drop_e __admit(stream_state *state, PVideoData4 *video, bool is_re
     return __hold_or_feed(state, video, is_retrans, now_p);
 }
 
-static void __sets_note(stream_state *state, const PVideoData4 *video)
-{
-    const auto *bytes = static_cast<const uint8_t *>(video->payload.values);
-    rtp_view view;
-    if (rtp_parse(bytes, video->payload.count, &view) == PACKET_DROP_REASONS) {
-        parameter_sets_note_payload(&state->sets, video->header.codec, bytes + view.header_size, view.payload_size);
-    }
-}
-
 static void __stray_take_in(stream_state *state, const zeb_ts_t *now_p)
 {
     held_packet *stray = packet_hold_take_first(&state->stray);
     if (stray != nullptr) {
-        __sets_note(state, &stray->video);
         __admit(state, &stray->video, stray->is_retrans, now_p);
         held_packet_free(stray);
     }
@@ -513,7 +516,6 @@ packet_drop_e rtp_intake_take(stream_state *state, const uint8_t *packet, const 
     if (verdict == RECEPTION_RESTARTED || verdict == RECEPTION_RESUMED) {
         __stray_take_in(state, now_p);
     }
-    parameter_sets_note_payload(&state->sets, codec, packet + view->header_size, view->payload_size);
     packet_drop_e result = PACKET_DROP_NO_MEMORY;
     if (__video_make(state, &video, packet, view, summary.is_key)) {
         if (summary.is_key) {

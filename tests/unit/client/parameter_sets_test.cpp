@@ -117,11 +117,29 @@ TEST_F(ParameterSets, AreTakenOutOfAggregates)
     EXPECT_EQ(missing({kIdr}), annexb({kSps0, kPps0}));
 }
 
-TEST_F(ParameterSets, AreNotTakenOutOfFragments)
+TEST_F(ParameterSets, AreNotTakenOutOfAggregatesThatAreCutOrHoldPackets)
+{
+    const Bytes cut = {0x78, 0, 6, 0x67, 0x42, 0xC0, 0x1E, 0x80, 0x11, 0, 3, 0x68, 0x80};
+    parameter_sets_note_payload(&sets, VIDEO_TYPE_H264, cut.data(), cut.size());
+    const Bytes nested = {0x78, 0, 6, 0x67, 0x42, 0xC0, 0x1E, 0x80, 0x11, 0, 3, 0x78, 0x00, 0x00};
+    parameter_sets_note_payload(&sets, VIDEO_TYPE_H264, nested.data(), nested.size());
+    EXPECT_EQ(missing({kIdr}), Bytes());
+}
+
+TEST_F(ParameterSets, AreNotTakenOutOfPartsOfAUnit)
 {
     const Bytes start = {0x7C, 0x87, 0x42, 0xC0};
     parameter_sets_note_payload(&sets, VIDEO_TYPE_H264, start.data(), start.size());
+    const Bytes end = {0x7C, 0x47, 0x42, 0xC0};
+    parameter_sets_note_payload(&sets, VIDEO_TYPE_H264, end.data(), end.size());
     EXPECT_EQ(missing({kIdr}), Bytes());
+}
+
+TEST_F(ParameterSets, AreTakenOutOfAUnitInOneFragment)
+{
+    const Bytes whole = {0x7C, 0xC7, 0x42, 0xC0, 0x1E, 0x80, 0x11};
+    parameter_sets_note_payload(&sets, VIDEO_TYPE_H264, whole.data(), whole.size());
+    EXPECT_EQ(missing({kIdr}), annexb({kSps0}));
 }
 
 TEST_F(ParameterSets, IgnoreWhatIsNoneOrTooLargeOrDamaged)

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <ostream>
+#include <string>
 #include <vector>
 
 #include "client_bench.h"
@@ -184,6 +186,11 @@ struct way {
     const payload_format *format;
     transport path;
 };
+
+inline void PrintTo(const way &way, std::ostream *out)
+{
+    *out << way.format->name;
+}
 
 inline std::string way_name(const testing::TestParamInfo<way> &info)
 {
