@@ -40,7 +40,7 @@ namespace
 
 bool may_tell(const stream_state *state, zeb_ts_t now)
 {
-    return __may_send(state) && !state->feedback.has_left && now - state->report.last_packet_at < kFeedbackSilence;
+    return __may_send(state) && !state->report.has_left && now - state->report.last_packet_at < kFeedbackSilence;
 }
 
 } // namespace
@@ -192,7 +192,7 @@ void feedback_note_packet(stream_state *state, reception_verdict verdict, const 
 {
     stream_feedback *self = &state->feedback;
     const uint32_t number = reception_number(&state->arrivals, packet->seq);
-    self->has_left = false;
+    state->report.has_left = false;
     switch (verdict) {
     case RECEPTION_NEWEST:
         __note_newest(state, packet, number, newest_before, now);
@@ -463,7 +463,7 @@ static void __take_bye(channel_state *channel, const rtcp_item *item)
     for (size_t i = 0; i < item->bye.ssrcs.count; i++) {
         stream_state *state = __stream_of(channel, rtcp_ssrc_at(&item->bye.ssrcs, i));
         if (state != nullptr) {
-            state->feedback.has_left = true;
+            state->report.has_left = true;
             nack_list_clear(&state->feedback.nacks);
             state->report.byes += 1;
         }

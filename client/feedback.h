@@ -26,7 +26,6 @@ constexpr uint64_t kFeedbackHeaders = 48; // bytes of IPv6 and UDP, the longest
 struct stream_feedback {
     nack_list nacks;
     frame_end_watch frame_end;
-    bool has_left; // the sender said BYE, and nothing came since
     bool has_sender_report;
     uint32_t sender_report_ntp; // middle 32 bits of its NTP time
     zeb_ts_t sender_report_at;

@@ -143,4 +143,6 @@ struct stream_report {
     uint32_t jitter;                          // RFC 3550 interarrival jitter, timestamp units
 
     stream_second last_second; // the last full one; all 0 before
+
+    bool has_left; // the last that came from the sender is a BYE (RFC 3550, 6.6)
 };

@@ -8,6 +8,7 @@
 #include <csignal>
 #include <exception>
 #include <memory>
+#include <new>
 #include <optional>
 #include <vector>
 
@@ -29,6 +30,9 @@ namespace
 constexpr zeb_ts_t kStart = 10'000;
 
 constexpr uint64_t kStatsIntervalMs = 1000;
+
+// Frames of a possible successor that are held, bytes: of a second, at 500 Mbit/s.
+constexpr size_t kHoldMax = 64u << 20;
 constexpr const char *kWipeLine = "\r\x1B[K";
 
 // The video that comes to one pair of ports, and those ports.
@@ -44,7 +48,8 @@ class listener
     explicit listener(const listen_options &options)
         : options_(options), session_(listen_session_make(options)),
           succession_([this](uint32_t ssrc) { return medias_.front().media->receiver().report(ssrc); },
-                      [this](const channel_frame &frame) { write(0, frame); })
+                      [this](const channel_frame &frame) { write(0, frame); },
+                      {kHoldMax, !session_.sections.front().keys.empty()})
     {
         std::optional<feedback_peer> named_peer;
         if (!options.rtcp.empty()) {
@@ -62,6 +67,7 @@ class listener
     {
         tick();
         loop_.run();
+        succession_.finish();
         outputs_->write_records(result().streams);
         if (is_status_shown_) {
             fmt::print(stderr, "{}", kWipeLine);
@@ -88,6 +94,8 @@ class listener
         if (!options_.is_all) {
             streams_join(&result);
         }
+        result.limits.times_without_memory += times_without_memory_;
+        result.limits.frames_not_held = succession_.frames_not_held();
         result.duration_ms = now() - kStart;
         return result;
     }
@@ -163,11 +171,14 @@ class listener
         return static_cast<listener *>(handle->data);
     }
 
-    // Nothing may be thrown through the event loop: it is kept for the end.
+    // Nothing may be thrown through the event loop or a receiver. What there is no memory for is dropped and counted, as
+    // there may be some for the next; anything else ends the run, and is kept for its end.
     template <typename Action> void guard(Action action) noexcept
     {
         try {
             action();
+        } catch (const std::bad_alloc &) {
+            ++times_without_memory_;
         } catch (...) {
             error_ = error_ ? error_ : std::current_exception();
             loop_.stop();
@@ -202,6 +213,7 @@ class listener
     void tick()
     {
         const zeb_ts_t time = now();
+        tick_plan(time, time + kServiceTickInterval); // whatever comes of this one
         zeb_ts_t next = kServiceNever;
         for (const listened_media &one : medias_) {
             next = std::min(next, one.media->tick(time));
@@ -218,7 +230,7 @@ class listener
         if (options_.is_all) {
             write(section, frame);
         } else {
-            succession_.take(frame, now());
+            guard([&] { succession_.take(frame, now()); });
         }
     }
 
@@ -300,6 +312,7 @@ class listener
     uint64_t start_ns_ = uv_hrtime();
     bool is_status_shown_ = false;
     bool is_key_warned_ = false;
+    uint64_t times_without_memory_ = 0;
     std::exception_ptr error_;
 };
 

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <new>
 #include <utility>
 
 #include "rtcp.h"
@@ -103,12 +104,23 @@ byte_view listen_media::protect(uint32_t ssrc, byte_view datagram)
     return protectors_[key < protectors_.size() ? key : 0].protect(datagram);
 }
 
-// Called from within the receiver. What cannot be sent now is not worth sending later.
-void listen_media::send(uint32_t ssrc, byte_view datagram) noexcept
+bool listen_media::try_send(uint32_t ssrc, byte_view datagram)
 {
     const std::optional<feedback_peer> to = feedback_to_.get(ssrc);
     const byte_view bytes = protectors_.empty() ? datagram : protect(ssrc, datagram);
-    const bool is_sent = to && !bytes.empty() && outputs_.send_rtcp(*to, bytes);
+    return to && !bytes.empty() && outputs_.send_rtcp(*to, bytes);
+}
+
+// Called from within the receiver, through which nothing may be thrown. What cannot be sent now is not worth sending
+// later.
+void listen_media::send(uint32_t ssrc, byte_view datagram) noexcept
+{
+    bool is_sent = false;
+    try {
+        is_sent = try_send(ssrc, datagram);
+    } catch (const std::bad_alloc &) {
+        is_sent = false;
+    }
     ++(is_sent ? counts_.rtcp_sent : counts_.rtcp_unsent);
 }
 

@@ -84,6 +84,7 @@ class listen_media
   private:
     void take_rtp(const udp_arrival &arrival, const udp_datagram &datagram, zeb_ts_t now);
     void take_rtcp(const udp_arrival &arrival, byte_view datagram, zeb_ts_t now);
+    bool try_send(uint32_t ssrc, byte_view datagram);
     void send(uint32_t ssrc, byte_view datagram) noexcept;
     byte_view protect(uint32_t ssrc, byte_view datagram);
 

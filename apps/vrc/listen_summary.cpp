@@ -66,6 +66,26 @@ std::string streams_text(const listen_result &result)
     return text;
 }
 
+std::string limits_text(const listen_limits &limits)
+{
+    std::string text;
+    if (limits.frames_not_held > 0) {
+        text += fmt::format("note        {} frames of another sender were dropped before it was clear that it follows: "
+                            "too many bytes to hold\n",
+                            limits.frames_not_held);
+    }
+    if (limits.times_without_memory > 0) {
+        text += fmt::format("note        {} times there was no memory, and what was at hand was dropped\n",
+                            limits.times_without_memory);
+    }
+    return text;
+}
+
+json limits_json(const listen_limits &limits)
+{
+    return {{"frames_not_held", limits.frames_not_held}, {"times_without_memory", limits.times_without_memory}};
+}
+
 std::string notes_text(const listen_result &result)
 {
     std::string text;
@@ -140,7 +160,7 @@ std::string listen_text(const listen_result &result)
                        "sent        {} RTCP datagrams, {} could not be\n",
                        result.where, counts.rtp_datagrams, counts.rtcp_datagrams, result.rtcp_malformed,
                        seconds(result.duration_ms), counts.rtcp_sent, counts.rtcp_unsent) +
-           streams_text(result) + notes_text(result);
+           streams_text(result) + notes_text(result) + limits_text(result.limits);
 }
 
 json listen_json(const listen_result &result)
@@ -151,6 +171,7 @@ json listen_json(const listen_result &result)
                      {"rtcp_datagrams", result.counts.rtcp_datagrams},
                      {"rtcp_malformed", result.rtcp_malformed},
                      {"duration_s", seconds(result.duration_ms)}}}};
+    object["limits"] = limits_json(result.limits);
     object["feedback"] = {{"rtcp_sent", result.counts.rtcp_sent}, {"rtcp_unsent", result.counts.rtcp_unsent}};
     if (result.is_all) {
         object.update(all_json(result));

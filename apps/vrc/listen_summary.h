@@ -19,6 +19,12 @@ struct listened_stream {
     std::string file;          // of this stream alone; empty: none
 };
 
+// What was left out because a limit was reached.
+struct listen_limits {
+    uint64_t frames_not_held = 0;      // of a sender that might have followed the one that is written
+    uint64_t times_without_memory = 0; // what was at hand was dropped: a datagram, a frame or a record of statistics
+};
+
 struct listen_result {
     // Every stream; unless `is_all`, one: what was written, or would have been.
     std::vector<listened_stream> streams;
@@ -28,6 +34,7 @@ struct listen_result {
     std::array<uint64_t, PACKET_DROP_REASONS> refused{}; // packets of no stream
     srtp_counts decryption;
     media_counts counts;
+    listen_limits limits;
     uint64_t rtcp_malformed = 0;
     std::string where; // was listened
     uint64_t duration_ms = 0;

@@ -94,6 +94,7 @@ void report_add(stream_report *total, const stream_report &next)
     add(&total->restarts, next.restarts);
     freezes_add(total, next); // before the times, which it looks at
     times_add(total, next);
+    total->has_left = next.has_left;
     total->jitter = next.jitter;
     total->last_second = next.last_second;
 }

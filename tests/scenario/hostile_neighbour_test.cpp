@@ -105,6 +105,20 @@ std::ostream &operator<<(std::ostream &out, const attack &one)
     return out << one.name;
 }
 
+constexpr uint32_t kOther = 99; // an SSRC of the neighbour's own
+
+// A key frame each turn, of a sender that would like to be written.
+void send_key_frame(neighbour &attacker, unsigned turn, size_t size)
+{
+    const auto first = static_cast<uint16_t>(turn * 100);
+    attacker.send_rtp(rtp({first, turn * 900, false, kOther}, h264_parameter_sets()));
+    const std::vector<bytes> fragments = h264_fragments(h264_idr_slice(size), size / 1000 + 2);
+    for (size_t i = 0; i < fragments.size(); ++i) {
+        const auto seq = static_cast<uint16_t>(first + 1 + i);
+        attacker.send_rtp(rtp({seq, turn * 900, i + 1 == fragments.size(), kOther}, fragments[i]));
+    }
+}
+
 const attack kAttacks[] = {
     {"Nothing", false, "", [](neighbour &, unsigned) {}},
     {"NothingUnderSrtp", true, "", [](neighbour &, unsigned) {}},
@@ -113,6 +127,12 @@ const attack kAttacks[] = {
      [](neighbour &attacker, unsigned turn) {
          if (turn % 20 == 10) {
              attacker.send_rtp(rtp({static_cast<uint16_t>(turn * 2), turn * 900, true, 0xBAD}, {0x41}));
+         }
+     }},
+    {"SecondSenderWithLargeKeyFrames", false, "",
+     [](neighbour &attacker, unsigned turn) {
+         if (turn > 0) {
+             send_key_frame(attacker, turn, 50'000);
          }
      }},
 };

@@ -269,7 +269,9 @@ TEST_F(Feedback, AsksNobodyWhoSaidBye)
     client.pass(2000);
     EXPECT_EQ(texts(), Texts());
     EXPECT_EQ(client.report().byes, 1u);
+    EXPECT_TRUE(client.report().has_left);
     client.receive(sender.delta_frame());
+    EXPECT_FALSE(client.report().has_left) << "it goes on";
     client.pass(10);
     EXPECT_EQ(texts().size(), 1u);
 }

@@ -110,6 +110,20 @@ TEST(ListenSummary, TellsOfEachStreamWhenAllAreWanted)
     EXPECT_EQ(object["feedback"]["rtcp_unsent"], 9);
 }
 
+TEST(ListenSummary, TellsWhatWasLeftOutForALimit)
+{
+    listen_result result = result_of(false, {stream_of(1, 10)});
+    EXPECT_EQ(listen_text(result).find("note"), std::string::npos);
+    result.limits.frames_not_held = 21;
+    result.limits.times_without_memory = 22;
+    const std::string text = listen_text(result);
+    EXPECT_TRUE(contains(text, "note        21 frames of another sender were dropped")) << text;
+    EXPECT_TRUE(contains(text, "note        22 times there was no memory")) << text;
+    const json limits = listen_json(result)["limits"];
+    EXPECT_EQ(limits["frames_not_held"], 21);
+    EXPECT_EQ(limits["times_without_memory"], 22);
+}
+
 TEST(ListenSummary, FitsStatusOnALine)
 {
     listen_result result = result_of(true, {stream_of(1, 10), stream_of(2, 20)});
