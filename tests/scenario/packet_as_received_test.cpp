@@ -386,7 +386,7 @@ TEST_F(BandwidthSample, HasTheSendersTimeWhereThatIsAgreed)
 
 TEST_F(BandwidthSample, OfANativePacketIsThePacketAsReceived)
 {
-    for (const uint8_t codec : {VIDEO_TYPE_H264, VIDEO_TYPE_GENERIC}) {
+    for (const uint8_t codec : {uint8_t{VIDEO_TYPE_H264}, uint8_t{VIDEO_TYPE_GENERIC}}) {
         native_packet packet;
         packet.frame_seq = codec;
         packet.seq = static_cast<uint16_t>(100 + codec);
