@@ -5,10 +5,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "zeb_platform.h"
 
 namespace vrc
 {
@@ -19,13 +22,23 @@ struct feedback_peer {
     std::optional<size_t> binding; // which of our addresses it knows; none: any of its family
 };
 
-// Chooses for each sender (SSRC) among the addresses that were named or heard from. Senders beyond the first 256 are
-// not told apart.
+// Chooses for each sender (SSRC) among the addresses that were named or heard from.
+//
+// Anybody can send in a sender's name, so an address is believed by rules:
+// - RTP teaches the address that it comes from (RFC 4961). Another one takes its place when kMovePackets came from there in
+//   the order of their numbers, and the old one has been silent for kMoveSilence, or never sent as many.
+// - RTCP teaches an address for a sender only from the host of the sender's RTP. What names the sender goes before what
+//   names none, and holds until it has been silent for kRtcpSilence or the sender moves to another host. Before RTP came,
+//   RTCP is remembered, and counts when RTP comes from its host.
+// With authentic packets alone, each that names a sender is believed at once.
+//
+// It knows kFeedbackSendersMax senders. A new one takes the place of one that was not heard kMovePackets times, or has been
+// silent for kSenderSilence; when there is none, it gets no feedback.
 class feedback_address
 {
   public:
-    // With `trusts_senders_only` what came without a sender's name does not count against what a sender sent itself.
-    explicit feedback_address(bool trusts_senders_only = false) : trusts_senders_only_(trusts_senders_only)
+    // With `are_authentic` only packets are noted that somebody with the key sent.
+    explicit feedback_address(bool are_authentic = false) : are_authentic_(are_authentic)
     {
     }
 
@@ -35,35 +48,66 @@ class feedback_address
         named_ = peer;
     }
 
-    // Something came to the RTCP port: whoever sent it has a socket for RTCP, even if it was no RTCP. `ssrcs` are the
-    // senders that it came from, as far as it says.
-    void note_rtcp(const feedback_peer &peer, const std::vector<uint32_t> &ssrcs);
+    // Well-formed RTCP came, or what opens a path for it. `ssrcs` are the senders that it came from, as far as it says.
+    // The time is in milliseconds and never decreases, here and below.
+    void note_rtcp(const feedback_peer &peer, const std::vector<uint32_t> &ssrcs, zeb_ts_t now);
 
-    // RTP came: a sender that uses one socket each way hears RTCP there as well (RFC 4961).
-    void note_rtp(const feedback_peer &peer, uint32_t ssrc);
+    // RTP of the sender `ssrc` came.
+    void note_rtp(const feedback_peer &peer, uint32_t ssrc, uint16_t seq, zeb_ts_t now);
 
-    // For a sender: the named address; or the one that its RTCP came from, or newer RTCP of nobody else on its host; or
-    // the one that its RTP comes from, or RTP came from last. None before all of them.
+    // For a sender: the named address; the one that its RTCP comes from; the one that RTCP of nobody else comes from on
+    // its host; or the one that its RTP comes from. None for a sender that is not known.
     std::optional<feedback_peer> get(uint32_t ssrc) const;
 
   private:
-    struct sender {
-        std::optional<feedback_peer> rtp;
-        std::optional<feedback_peer> rtcp;
-        uint64_t rtcp_order = 0; // what came later has a higher number
+    // Where RTP of one sender comes from.
+    struct rtp_source {
+        feedback_peer peer;
+        uint16_t seq = 0;      // of the newest packet
+        unsigned n_in_row = 0; // packets with rising numbers, kMovePackets at most
+        zeb_ts_t last_at = 0;
     };
 
-    sender *find_or_add(uint32_t ssrc);
-    bool is_announced_for(const sender &one) const;
+    struct rtcp_source {
+        feedback_peer peer;
+        zeb_ts_t last_at = 0;
+    };
 
-    bool trusts_senders_only_;
+    struct sender {
+        rtp_source rtp;
+        std::optional<rtp_source> mover; // may be the sender at another address
+        std::optional<rtcp_source> rtcp;
+    };
+
+    // RTCP that came from nobody who was known to send RTP.
+    struct announcement {
+        feedback_peer peer;
+        std::vector<uint32_t> ssrcs;
+    };
+
+    static rtp_source source_begin(const feedback_peer &peer, uint16_t seq, zeb_ts_t now);
+    static void source_advance(rtp_source *source, uint16_t seq, zeb_ts_t now);
+    static bool may_be_forgotten(const sender &one, zeb_ts_t now);
+    bool make_room(zeb_ts_t now);
+    static bool mover_advance(sender *known, const rtp_source &next, zeb_ts_t now);
+    void move(uint32_t ssrc, sender *known, const rtp_source &to);
+    void adopt_announcement(uint32_t ssrc, sender *known);
+    void learn_rtcp(sender *known, const feedback_peer &peer, zeb_ts_t now) const;
+    void announce(const feedback_peer &peer, const std::vector<uint32_t> &ssrcs);
+    const announcement *announcement_for(const sender &one) const;
+    bool has_sender_on_host(const feedback_peer &peer) const;
+
+    bool are_authentic_;
     std::optional<feedback_peer> named_;
-    std::optional<feedback_peer> last_rtp_; // for senders that are not told apart
-    std::map<uint32_t, sender> senders_;
-    std::optional<feedback_peer> announced_; // by RTCP that names no sender of RTP
-    uint64_t announced_order_ = 0;
-    uint64_t order_ = 0;
+    std::map<uint32_t, sender> senders_; // by SSRC
+    std::deque<announcement> announcements_;
 };
+
+constexpr size_t kFeedbackSendersMax = 256;
+constexpr unsigned kMovePackets = 10;
+constexpr zeb_ts_t kMoveSilence = 1000;   // milliseconds
+constexpr zeb_ts_t kSenderSilence = 5000; // milliseconds
+constexpr zeb_ts_t kRtcpSilence = 25'000; // milliseconds: five report intervals (RFC 3550, 6.3.5)
 
 // Reads "HOST:PORT" or "[ADDRESS]:PORT"; names are looked up. Throws failure: wrong_usage for what is neither,
 // no_access when there is no such host.

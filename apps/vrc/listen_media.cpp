@@ -25,6 +25,15 @@ std::vector<uint32_t> rtcp_senders(byte_view datagram)
     return ssrcs;
 }
 
+// Whether its sender may have a socket for RTCP: it is RTCP, or the empty RTP packet with which some gateways open the
+// path before they send anything else.
+bool shows_socket(byte_view datagram)
+{
+    rtp_view view{};
+    return rtcp_validate(datagram.data(), datagram.size()) ||
+           rtp_parse(datagram.data(), datagram.size(), &view) == PACKET_DROP_REASONS;
+}
+
 } // namespace
 
 media_counts &media_counts::operator+=(const media_counts &more)
@@ -68,8 +77,8 @@ void listen_media::take(const udp_arrival &arrival, zeb_ts_t now)
     if (is_authentic) {
         outputs_.on_datagram(datagram);
     }
-    if (is_rtcp) {
-        take_rtcp(arrival, is_authentic ? bytes : byte_view(), now);
+    if (is_rtcp && is_authentic) {
+        take_rtcp(arrival, bytes, now);
     } else if (is_authentic) {
         take_rtp(arrival, datagram, now);
     }
@@ -79,7 +88,7 @@ void listen_media::take_rtp(const udp_arrival &arrival, const udp_datagram &data
 {
     rtp_view view{};
     if (rtp_parse(datagram.payload.data(), datagram.payload.size(), &view) == PACKET_DROP_REASONS) {
-        feedback_to_.note_rtp(arrival.from, view.ssrc);
+        feedback_to_.note_rtp(arrival.from, view.ssrc, view.seq, now);
         if (srtp_.has_keys()) {
             key_of_[view.ssrc] = srtp_.last_key();
         }
@@ -87,13 +96,12 @@ void listen_media::take_rtp(const udp_arrival &arrival, const udp_datagram &data
     receiver_.receive_rtp(datagram, now);
 }
 
-// What is not authentic is empty here. It shows a socket all the same.
 void listen_media::take_rtcp(const udp_arrival &arrival, byte_view datagram, zeb_ts_t now)
 {
-    feedback_to_.note_rtcp(arrival.from, rtcp_senders(datagram));
-    if (!datagram.empty()) {
-        receiver_.receive_rtcp(datagram, now);
+    if (shows_socket(datagram)) {
+        feedback_to_.note_rtcp(arrival.from, rtcp_senders(datagram), now);
     }
+    receiver_.receive_rtcp(datagram, now);
 }
 
 // With its own key, or with the one that the sender uses.

@@ -93,6 +93,12 @@ class neighbour
     std::mt19937 random_{1};
 };
 
+// A sender report without a block.
+bytes report_of(uint32_t ssrc)
+{
+    return bytes{0x80, 200} + be16(6) + be32(ssrc) + be32(1) + be32(2) + be32(3) + be32(4) + be32(5);
+}
+
 struct attack {
     const char *name;
     bool is_encrypted;
@@ -133,6 +139,35 @@ const attack kAttacks[] = {
      [](neighbour &attacker, unsigned turn) {
          if (turn > 0) {
              send_key_frame(attacker, turn, 50'000);
+         }
+     }},
+    {"RandomBytes", false, "",
+     [](neighbour &attacker, unsigned) {
+         attacker.send_rtp(attacker.random_bytes(attacker.random() % 1400));
+         attacker.send_rtcp(attacker.random_bytes(attacker.random() % 1400));
+     }},
+    {"RandomBytesUnderSrtp", true, "",
+     [](neighbour &attacker, unsigned) {
+         attacker.send_rtp(attacker.random_bytes(attacker.random() % 1400));
+         attacker.send_rtcp(attacker.random_bytes(attacker.random() % 1400));
+     }},
+    {"WordsToTheRtcpPort", false, "",
+     [](neighbour &attacker, unsigned turn) {
+         const bytes words[] = {{0}, {0x80}, bytes{0x80} + bytes(11, 0), report_of(kHonest), report_of(0xBAD)};
+         attacker.send_rtcp(words[turn % std::size(words)]);
+         attacker.send_rtp(report_of(kHonest));
+     }},
+    {"WordsToTheRtcpPortUnderSrtp", true, "",
+     [](neighbour &attacker, unsigned turn) {
+         const bytes words[] = {{0}, {0x80}, bytes{0x80} + bytes(11, 0), report_of(kHonest), report_of(0xBAD)};
+         attacker.send_rtcp(words[turn % std::size(words)]);
+         attacker.send_rtp(report_of(kHonest));
+     }},
+    // A packet that came before, so that it does nothing to the stream itself.
+    {"CopiesOfTheSendersPackets", false, "",
+     [](neighbour &attacker, unsigned turn) {
+         if (turn > 20) {
+             attacker.send_rtp(rtp({kFirstNumber, 0, false, kHonest}, h264_parameter_sets()));
          }
      }},
 };
@@ -193,6 +228,9 @@ outcome play(const attack &what, uint8_t host, uint32_t rollovers = 0)
                        [&cipher](const bytes &datagram) { return cipher.unprotect(datagram); });
     }
     neighbour attacker(port, host);
+    if (host == 1 && !what.is_encrypted) {
+        sender.say_rtcp(report_of(kHonest)); // nothing else tells the two apart
+    }
     for (unsigned turn = 0; turn < kPictures; ++turn) {
         what.act(attacker, turn);
         sender.send_pictures(1);

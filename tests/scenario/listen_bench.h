@@ -242,6 +242,8 @@ class listening_tool
     pid_t process_ = 0;
 };
 
+constexpr uint16_t kFirstNumber = 65500; // so that numbers begin anew
+
 // Sends pictures of three packets each, every one from the same socket; the first one is a key frame.
 class plain_sender
 {
@@ -330,7 +332,7 @@ class plain_sender
     uint16_t port_;
     uint32_t ssrc_;
     udp_socket socket_;
-    uint16_t seq_ = 65500; // so that numbers begin anew
+    uint16_t seq_ = kFirstNumber;
     unsigned pictures_ = 0;
     std::string bitstream_;
 };
@@ -352,15 +354,19 @@ class lossy_sender : public plain_sender
         incoming_ = std::move(incoming);
     }
 
+    // From a socket of its own, where it listens too.
+    void say_rtcp(const bytes &datagram) const
+    {
+        rtcp_socket_.send(static_cast<uint16_t>(port() + 1), datagram);
+    }
+
     // Repeats what it is asked for as long as `patience`.
     void answer(milliseconds patience)
     {
         const auto end = steady_clock::now() + patience;
         while (steady_clock::now() < end) {
-            const bytes datagram = socket().receive(milliseconds(2));
-            if (!datagram.empty()) {
-                take_feedback(incoming_ ? incoming_(datagram) : datagram);
-            }
+            answer_from(socket());
+            answer_from(rtcp_socket_);
         }
     }
 
@@ -393,6 +399,14 @@ class lossy_sender : public plain_sender
         answer(milliseconds(10));
     }
 
+    void answer_from(const udp_socket &socket)
+    {
+        const bytes datagram = socket.receive(milliseconds(1));
+        if (!datagram.empty()) {
+            take_feedback(incoming_ ? incoming_(datagram) : datagram);
+        }
+    }
+
     void take_feedback(const bytes &datagram)
     {
         rtcp_cursor cursor = rtcp_cursor_begin(datagram.data(), datagram.size());
@@ -409,6 +423,7 @@ class lossy_sender : public plain_sender
         }
     }
 
+    udp_socket rtcp_socket_;
     conversion outgoing_;
     conversion incoming_;
     std::map<uint16_t, bytes> sent_; // by number, as it went out

@@ -82,11 +82,12 @@ class media_scene
     {
     }
 
-    void take(udp_role role, uint16_t from_port, const bytes &datagram)
+    // `host` is the last number of the address that it comes from.
+    void take(udp_role role, uint16_t from_port, const bytes &datagram, uint8_t host = 1)
     {
         sockaddr_in address{};
         address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK - 1 + host);
         address.sin_port = htons(from_port);
         udp_arrival arrival{role, {{}, {datagram.data(), datagram.size()}}, {}};
         std::memcpy(&arrival.from.address, &address, sizeof address);
@@ -296,4 +297,70 @@ TEST(ListenMedia, TakesRtcpThatComesToThePortOfRtp)
     EXPECT_EQ(scene.media().counts().rtp_datagrams, 2u);
     EXPECT_EQ(scene.media().counts().rtcp_datagrams, 1u);
     EXPECT_EQ(scene.media().receiver().report(kSender)->sender_reports, 1u);
+}
+
+TEST(ListenMedia, LetsNobodyElseMoveItsFeedback)
+{
+    encryption stranger(key_of('b'));
+    struct {
+        const char *what;
+        udp_role role;
+        bytes datagram;
+    } const rows[] = {
+        {"a byte", udp_role::rtcp, {0}},
+        {"a byte of RTP's version", udp_role::rtcp, {0x80}},
+        {"zeros", udp_role::rtcp, bytes(40, 0)},
+        {"RTCP that is cut off", udp_role::rtcp, bytes{0x80, 200, 0, 6} + be32(kSender)},
+        {"a report in the sender's name", udp_role::rtcp, sender_report()},
+        {"a report in the name of nobody", udp_role::rtcp, bytes{0x80, 201, 0, 1} + be32(99)},
+        {"an empty RTP packet", udp_role::rtcp, bytes{0x80} + bytes(11, 0)},
+        {"a report under another key", udp_role::rtcp, stranger.protect_rtcp(sender_report())},
+        {"a copy of a packet", udp_role::rtp, parameter_sets(1)},
+        {"a packet", udp_role::rtp, picture(1000)},
+        {"a report to the port of RTP", udp_role::rtp, sender_report()},
+    };
+    for (const auto &row : rows) {
+        for (const bool is_encrypted : {false, true}) {
+            for (const bool is_before : {false, true}) {
+                media_scene scene(is_encrypted ? std::vector<sdp_crypto>{key_of('a')} : std::vector<sdp_crypto>{});
+                encryption sender(key_of('a'));
+                for (uint16_t seq = 1; seq < 150; ++seq) {
+                    if (seq == (is_before ? 1 : 12)) {
+                        scene.take(row.role, 666, row.datagram, 66);
+                    }
+                    const bytes packet = picture(seq);
+                    scene.take_rtp(is_encrypted ? sender.protect(packet) : packet);
+                    scene.pass(10);
+                }
+                EXPECT_FALSE(scene.sent.empty());
+                size_t to_stranger = 0;
+                for (const sent_datagram &one : scene.sent) {
+                    to_stranger += one.to_port == 666 ? 1 : 0;
+                }
+                // Only somebody who comes first in the sender's own name is answered, until the sender has proven itself.
+                const bool is_first = !is_encrypted && is_before && row.role == udp_role::rtp;
+                EXPECT_LE(to_stranger, is_first ? 2u : 0u) << row.what << (is_encrypted ? ", encrypted" : "");
+                EXPECT_EQ(scene.sent.back().to_port, kRtpPort) << row.what;
+            }
+        }
+    }
+}
+
+// With keys the host alone proves nothing.
+TEST(ListenMedia, LearnsNoAddressFromWhatIsNotAuthentic)
+{
+    encryption stranger(key_of('b'));
+    for (const bytes &datagram : {bytes{0}, bytes(12, 0x80), bytes{0x80} + bytes(11, 0), sender_report(),
+                                  stranger.protect_rtcp(sender_report())}) {
+        media_scene scene({key_of('a')});
+        encryption sender(key_of('a'));
+        scene.take(udp_role::rtcp, 666, datagram);
+        scene.take_rtp(sender.protect(picture(5)));
+        scene.take(udp_role::rtcp, 666, datagram);
+        scene.pass(1500);
+        ASSERT_FALSE(scene.sent.empty());
+        for (const sent_datagram &one : scene.sent) {
+            EXPECT_EQ(one.to_port, kRtpPort);
+        }
+    }
 }
