@@ -38,6 +38,7 @@
 #define INCLUDE_vTaskDelay 1
 #define INCLUDE_vTaskSuspend 1 /* a wait without end is one */
 #define INCLUDE_uxTaskGetStackHighWaterMark 1
+#define INCLUDE_xTaskGetIdleTaskHandle 1
 #define INCLUDE_xSemaphoreGetMutexHolder 1
 
 /* The core has 8 priority bits here; 0 is the highest and must not call the kernel. */

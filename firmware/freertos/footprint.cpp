@@ -1,9 +1,7 @@
 #include "footprint.h"
 
+#include <cstddef>
 #include <cstdio>
-
-#include <FreeRTOS.h>
-#include <task.h>
 
 namespace
 {
@@ -29,10 +27,10 @@ void footprint_begin()
     free_at_begin = xPortGetFreeHeapSize();
 }
 
-void footprint_take_stack(const char *name, uint32_t words)
+void footprint_take_stack(TaskHandle_t task, const char *name, uint32_t words)
 {
     if (n_stacks < kTasksMax) {
-        stacks[n_stacks++] = {name, words, static_cast<uint32_t>(uxTaskGetStackHighWaterMark(nullptr))};
+        stacks[n_stacks++] = {name, words, static_cast<uint32_t>(uxTaskGetStackHighWaterMark(task))};
     }
 }
 
@@ -43,7 +41,8 @@ void footprint_write(const char *name, uint32_t words)
     }
     (void)std::printf("heap lowest %lu\n", static_cast<unsigned long>(xPortGetMinimumEverFreeHeapSize()));
     (void)std::printf("heap left %ld\n", static_cast<long>(free_at_begin) - static_cast<long>(xPortGetFreeHeapSize()));
-    footprint_take_stack(name, words);
+    footprint_take_stack(nullptr, name, words);
+    footprint_take_stack(xTaskGetIdleTaskHandle(), "idle", configMINIMAL_STACK_SIZE);
     for (size_t i = 0; i < n_stacks; ++i) {
         (void)std::printf("stack %s %lu %lu\n", stacks[i].name, static_cast<unsigned long>(stacks[i].words),
                           static_cast<unsigned long>(stacks[i].never_used));

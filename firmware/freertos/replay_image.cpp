@@ -69,7 +69,7 @@ void write_log(const char *text, size_t size)
 // In the service task, as the last thing it does.
 void service_stopped(void *context)
 {
-    footprint_take_stack("service", kServiceStackWords);
+    footprint_take_stack(nullptr, "service", kServiceStackWords);
     xTaskNotifyGive(static_cast<replay *>(context)->application);
 }
 
@@ -103,7 +103,7 @@ void run_network(void *parameter)
     vTaskDelay(kSettled * configTICK_RATE_HZ / 1000);
     self->has_dropped = service_task_dropped(self->task) != 0;
     service_task_stop(self->task);
-    footprint_take_stack("network", kNetworkStackWords);
+    footprint_take_stack(nullptr, "network", kNetworkStackWords);
     vTaskDelete(nullptr);
 }
 

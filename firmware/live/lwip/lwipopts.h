@@ -28,6 +28,11 @@
 #define SYS_LIGHTWEIGHT_PROT 1 /* the driver's task allocates what lwIP's frees */
 #define LWIP_TCPIP_CORE_LOCKING 1
 #define LWIP_ASSERT_CORE_LOCKED() sys_assert_core_locked()
+#ifdef __cplusplus
+extern "C"
+#endif
+    void
+    sys_assert_core_locked(void); /* that the task which calls lwIP has its lock */
 #define TCPIP_THREAD_NAME "tcpip"
 #define TCPIP_THREAD_PRIO 3
 #define TCPIP_THREAD_STACKSIZE 512              /* words */

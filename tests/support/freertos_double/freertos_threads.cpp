@@ -241,6 +241,14 @@ TaskHandle_t xTaskGetCurrentTaskHandle(void)
     return g_kernel.running;
 }
 
+// No thread: when all tasks wait, time goes on.
+TaskHandle_t xTaskGetIdleTaskHandle(void)
+{
+    static freertos_double_task idle;
+    idle.stack_size = configMINIMAL_STACK_SIZE * sizeof(StackType_t);
+    return &idle;
+}
+
 // The threads have stacks of their own: nothing of the one that was asked for is ever used.
 UBaseType_t uxTaskGetStackHighWaterMark(TaskHandle_t xTask)
 {

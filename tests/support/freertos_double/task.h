@@ -29,6 +29,10 @@ void vTaskDelete(TaskHandle_t xTaskToDelete);
 UBaseType_t uxTaskGetStackHighWaterMark(TaskHandle_t xTask);
 #endif
 
+#if defined(INCLUDE_xTaskGetIdleTaskHandle) && INCLUDE_xTaskGetIdleTaskHandle == 1
+TaskHandle_t xTaskGetIdleTaskHandle(void);
+#endif
+
 #ifdef __cplusplus
 }
 #endif
