@@ -112,9 +112,14 @@ class Program
     sender *any_sender(uint8_t code, uint32_t *ssrc);
     bytes rtp_bytes(uint8_t payload_type, bool marker, uint16_t seq, uint32_t timestamp, uint32_t ssrc) const;
     void append_payload(bytes *packet, const payload_kind &kind, uint8_t size) const;
+    void append_padding(bytes *packet);
+    void append_native_padding(bytes *packet, uint8_t shape) const;
+    void set_buffers(PVideoData4 *video, const bytes &packet, uint8_t extension_words);
     void receive(const bytes &packet, bool is_retrans);
 
     void check_stream(uint32_t uid, uint8_t stream_id);
+    void check_delivery_time(uint32_t uid);
+    void check_delivery_times();
     void check_all();
     void check_budget();
     void collect_user(user_state *user, std::vector<const void *> *owned) const;
@@ -136,6 +141,7 @@ class Program
     bool calls_back_in_ = false;
     size_t n_sent_in_call_ = 0; // RTCP datagrams
     std::map<uint32_t, zeb_ts_t> key_frame_asked_at_;
+    uint64_t n_handed_over_[kSenders] = {}; // frames, by the stream's reorder cache, when it was looked at last
     size_t most_budget_ = 0;
     uint32_t seen_ = 0; // of what came out: makes the sanitizer look at each byte
 };
@@ -247,12 +253,41 @@ void Program::check_stream(uint32_t uid, uint8_t stream_id)
     fuzz::check(state->feedback.nacks.count <= kNackListMax, "the list of missing packets has its limit");
 }
 
+// What a stream's bandwidth estimate has been told.
+struct sampled {
+    uint64_t n_packets;        // that came for the stream
+    uint64_t n_bytes, n_again; // of the samples
+    bool is_estimated;
+};
+
+sampled sampled_of(rtc_channel *channel, uint32_t uid, uint8_t stream_id)
+{
+    const user_video_stream *stream = rtc_channel_find_stream(channel, uid, stream_id);
+    const stream_report *report = stream == nullptr ? nullptr : rtc_channel_stream_report(stream);
+    if (report == nullptr || stream->bcm_stat == nullptr) {
+        return {};
+    }
+    return {report->packets, stream->bcm_stat->n_bytes, stream->bcm_stat->n_retransmitted, true};
+}
+
+// A packet that came for a stream is sampled once, with all its bytes.
+void check_sample(const sampled &before, const sampled &after, size_t size, bool is_retrans)
+{
+    if (!after.is_estimated || after.n_packets != before.n_packets + 1) {
+        return;
+    }
+    fuzz::check(after.n_bytes == before.n_bytes + size, "a bandwidth sample is the packet as received");
+    fuzz::check(after.n_again == before.n_again + (is_retrans ? 1 : 0), "a bandwidth sample says what was sent again");
+}
+
 void collect_held(const packet_hold &hold, std::vector<const void *> *owned)
 {
     const list_head *head = &hold.packets.head;
     for (const list_head *node = head->next; node != head; node = node->next) {
         owned->push_back(node);
-        owned->push_back(reinterpret_cast<const held_packet *>(node)->video.payload.values);
+        const PVideoData4 &video = reinterpret_cast<const held_packet *>(node)->video;
+        owned->push_back(video.payload.values);
+        owned->push_back(video.extension.contents.values);
     }
 }
 
@@ -272,6 +307,28 @@ void Program::collect_user(user_state *user, std::vector<const void *> *owned) c
             collect_held(state->hold, owned);
             collect_held(state->stray, owned);
         }
+    }
+}
+
+// Whatever time a reorder cache was given, its delivery is when it happened, or was forgotten with all else.
+void Program::check_delivery_time(uint32_t uid)
+{
+    const size_t place = uid - kFirstSsrc;
+    const user_video_stream *stream = place < kSenders ? rtc_channel_find_stream(channel_, uid, 0) : nullptr;
+    const stream_state *state = stream_state_of(stream);
+    if (state == nullptr) {
+        return;
+    }
+    const zeb_ts_t delivered_at = stream->video_cache_q.last_deliver_frm_ts;
+    fuzz::check(state->rtp.n_handed_over <= n_handed_over_[place] || delivered_at == now_ || delivered_at == 0,
+                "a delivery is when it happens");
+    n_handed_over_[place] = state->rtp.n_handed_over;
+}
+
+void Program::check_delivery_times()
+{
+    for (size_t i = 0; i < kSenders; i++) {
+        check_delivery_time(kFirstSsrc + static_cast<uint32_t>(i));
     }
 }
 
@@ -417,15 +474,31 @@ void Program::append_payload(bytes *packet, const payload_kind &kind, uint8_t si
     packet->insert(packet->end(), size, static_cast<uint8_t>(0x80 | size));
 }
 
+// Behind the payload, with the bit that says so; the count may be wrong.
+void Program::append_padding(bytes *packet)
+{
+    const uint8_t what = input_.u8();
+    const uint8_t size = what & 0x3F;
+    packet->insert(packet->end(), size, uint8_t{0});
+    packet->push_back(static_cast<uint8_t>((what & 0x40) != 0 ? what : size + 1));
+    (*packet)[0] |= 0x20;
+}
+
 void Program::receive(const bytes &packet, bool is_retrans)
 {
     largest_packet_ = std::max(largest_packet_, packet.size());
     packets_since_tick_++;
     n_sent_in_call_ = 0;
+    // Retransmissions come under an SSRC of their own.
+    const uint32_t ssrc = packet.size() < 12 ? 0 : be32_read(&packet[8]);
+    const uint32_t uid = ssrc - kFirstRtxSsrc < kSenders ? ssrc - kFirstRtxSsrc + kFirstSsrc : ssrc;
+    const sampled before = sampled_of(channel_, uid, 0);
     rtc_channel_receive_rtp(channel_, packet.data(), packet.size(), is_retrans, &now_);
     fuzz::check(n_sent_in_call_ <= 2, "a packet causes one request for packets and one for a key frame at most");
+    check_sample(before, sampled_of(channel_, uid, 0), packet.size(), is_retrans);
+    check_delivery_times();
     if (packet.size() >= 12) {
-        check_stream(be32_read(&packet[8]), 0);
+        check_stream(ssrc, 0);
     }
 }
 
@@ -445,6 +518,9 @@ void Program::send_rtp()
         packet[0] = input_.u8();
     }
     append_payload(&packet, kind, size);
+    if ((what & 0x40) != 0) {
+        append_padding(&packet);
+    }
     packet.shrink_to_fit();
     if ((what & 0x20) == 0) {
         from->seq = static_cast<uint16_t>(seq + 1);
@@ -474,6 +550,9 @@ void Program::send_retransmission()
     be16_write(number, static_cast<uint16_t>(from->seq - back));
     packet.insert(packet.end(), number, number + ((what & 0x40) != 0 ? 1 : 2));
     append_payload(&packet, kind, size);
+    if ((what & 0x80) != 0) {
+        append_padding(&packet);
+    }
     packet.shrink_to_fit();
     receive(packet, true);
     check_stream(ssrc, 0);
@@ -533,18 +612,50 @@ void Program::send_native()
     } else {
         append_payload(&packet, kPayloads[size % std::size(kPayloads)], size);
     }
-    video.payload.values = zeb_malloc_impl_dbg(packet.size(), "packet", __LINE__);
-    if (video.payload.values != nullptr && !packet.empty()) {
-        memcpy(video.payload.values, packet.data(), packet.size());
-        video.payload.count = video.payload.allocated = static_cast<uint16_t>(packet.size());
+    const uint8_t shape = (flags & 0x80) != 0 ? input_.u8() : 0;
+    if ((shape & 0x80) != 0 && !packet.empty()) {
+        append_native_padding(&packet, shape);
     }
-    largest_packet_ = std::max(largest_packet_, packet.size());
-    packets_since_tick_++;
+    const bool is_retrans = (flags & 0x40) != 0;
     const uint8_t stream_id = who >> 5;
-    rtc_channel_receive_native(channel_, &video, stream_id, (flags & 0x40) != 0, &now_);
+    set_buffers(&video, packet, shape & 0x0F);
+    const sampled before = sampled_of(channel_, uid, stream_id);
+    rtc_channel_receive_native(channel_, &video, stream_id, is_retrans, &now_);
     fuzz::check(video.payload.values == nullptr && video.extension.contents.values == nullptr,
                 "a packet is taken over");
+    check_sample(before, sampled_of(channel_, uid, stream_id), packet.size(), is_retrans);
     check_stream(uid, stream_id);
+}
+
+// The same byte up to the count, as generic payloads are padded, or zeros; with the bit or without.
+void Program::append_native_padding(bytes *packet, uint8_t shape) const
+{
+    const auto count = static_cast<uint8_t>(1 + (shape & 0x0F));
+    packet->insert(packet->end(), count - size_t{1}, (shape & 0x20) != 0 ? uint8_t{0} : count);
+    packet->push_back(count);
+    if ((shape & 0x40) != 0) {
+        (*packet)[0] |= 0x20;
+    }
+}
+
+// Without memory the record has no payload or no extension.
+void Program::set_buffers(PVideoData4 *video, const bytes &packet, uint8_t extension_words)
+{
+    video->payload.values = zeb_malloc_impl_dbg(packet.size(), "packet", __LINE__);
+    if (video->payload.values != nullptr && !packet.empty()) {
+        memcpy(video->payload.values, packet.data(), packet.size());
+        video->payload.count = video->payload.allocated = static_cast<uint16_t>(packet.size());
+    }
+    const size_t extension_size = extension_words * sizeof(uint32_t);
+    if (extension_words != 0) {
+        video->extension.contents.values = zeb_malloc_impl_dbg(extension_size, "extension", __LINE__);
+    }
+    if (video->extension.contents.values != nullptr) {
+        memset(video->extension.contents.values, 0xE7, extension_size);
+        video->extension.contents.count = video->extension.contents.allocated = extension_words;
+    }
+    largest_packet_ = std::max(largest_packet_, packet.size() + extension_size);
+    packets_since_tick_++;
 }
 
 // Many packets in a row: what fills lists and windows.
@@ -565,10 +676,12 @@ void Program::send_burst()
         packets_since_tick_++;
         now_ += (who & 0x40) != 0 ? 1 : 0;
         rtc_channel_receive_rtp(channel_, packet.data(), packet.size(), false, &now_);
+        check_delivery_time(ssrc);
     }
     check_stream(ssrc, 0);
 }
 
+// Of a sender's numbers and times, or of our own clock: ahead, or to where it began.
 void Program::jump()
 {
     const uint8_t who = input_.u8();
@@ -577,6 +690,8 @@ void Program::jump()
     from->seq = static_cast<uint16_t>(from->seq + input_.u16());
     from->timestamp += (who & 0x10) != 0 ? input_.u32() : 0;
     from->frame_seq += (who & 0x20) != 0 ? input_.u32() : 0;
+    now_ += (who & 0x40) != 0 ? input_.u32() : 0;
+    now_ = (who & 0x80) != 0 ? input_.u16() : now_;
 }
 
 // ---- Everything else ----
@@ -590,6 +705,7 @@ void Program::pass_time()
         now_ = std::min(now_ + step, end);
         const zeb_ts_t next = rtc_service_tick(service_, &now_);
         fuzz::check(next > now_, "the next tick is later");
+        check_delivery_times();
     }
     packets_since_tick_ = 0;
     check_all();
@@ -652,6 +768,7 @@ void Program::renew_channel()
     rtc_channel_destroy(channel_);
     create_channel();
     key_frame_asked_at_.clear();
+    std::fill(std::begin(n_handed_over_), std::end(n_handed_over_), 0);
     check_all();
 }
 

@@ -25,19 +25,22 @@ def program(*operations, options=0, origins=0):
     return bytes([options, origins]) + b"".join(operations)
 
 
-def rtp(kind, *, step=0, marker=False, new=False, who=0, retrans=False, size=20, stays=False, first_byte=None):
+def rtp(kind, *, step=0, marker=False, new=False, who=0, retrans=False, size=20, stays=False, first_byte=None,
+        padding=None):
     """The sender's next packet, or one `step` away; `new` begins a new timestamp."""
     flags = who | marker << 4 | new << 5 | retrans << 6 | (first_byte is not None) << 7
-    out = bytes([RTP, flags, step & 0xFF, kind | stays << 5, size])
-    return out + (bytes([first_byte]) if first_byte is not None else b"")
+    out = bytes([RTP, flags, step & 0xFF, kind | stays << 5 | (padding is not None) << 6, size])
+    out += bytes([first_byte]) if first_byte is not None else b""
+    return out + (bytes([padding - 1]) if padding is not None else b"")
 
 
 def raw_rtp(data):
     return bytes([RAW_RTP, min(len(data), 255)]) + data[:255]
 
 
-def retransmission(back, kind, *, who=0, marker=False, size=20, cut=False):
-    return bytes([RETRANSMISSION, who | marker << 4, back, kind | cut << 6, size])
+def retransmission(back, kind, *, who=0, marker=False, size=20, cut=False, padding=None):
+    out = bytes([RETRANSMISSION, who | marker << 4, back, kind | cut << 6 | (padding is not None) << 7, size])
+    return out + (bytes([padding - 1]) if padding is not None else b"")
 
 
 def raw_rtcp(data):
@@ -57,15 +60,19 @@ def passes(ms):
 
 
 def native(frame, n, index, *, new=False, key=False, codec=0, who=0, stream=0, seq=None, frame_seq=None, fec=None,
-           method=0, size=20, raw=None, retrans=False):
+           method=0, size=20, raw=None, retrans=False, words=0, padding=0, zeros=False, has_bit=True):
+    """`words` stand in the extension; `padding` stands behind the payload, with the header's bit or without."""
+    has_shape = words != 0 or padding != 0
+    shape = padding - 1 | zeros << 5 | has_bit << 6 | 0x80 if padding else words
     flags = ((frame_seq is not None) | (index > 255) << 1 | (seq is not None) << 2 | key << 3 | (fec is not None) << 4
-             | (raw is not None) << 5 | retrans << 6)
+             | (raw is not None) << 5 | retrans << 6 | has_shape << 7)
     out = bytes([NATIVE, who | new << 4 | stream << 5, flags, codec | method << 3])
     out += be(frame_seq, 4) if frame_seq is not None else bytes([frame & 0xFF])
     out += bytes([n]) + (be(index, 2) if index > 255 else bytes([index]))
     out += be(seq, 2) if seq is not None else b""
     out += bytes([fec]) if fec is not None else b""
-    return out + (bytes([len(raw)]) + raw if raw is not None else bytes([size]))
+    out += bytes([len(raw)]) + raw if raw is not None else bytes([size])
+    return out + (bytes([shape]) if has_shape else b"")
 
 
 def describe(text):
@@ -83,6 +90,12 @@ def burst(kind, count, *, who=0, marker=True, new=True, takes_time=True, with_ga
 def jump(seq, timestamp=None, who=0):
     return bytes([JUMP, who | (timestamp is not None) << 4]) + be(seq, 2) + (
         be(timestamp, 4) if timestamp is not None else b"")
+
+
+def clock(ahead=None, reset=None):
+    """Our own clock jumps ahead, or begins again."""
+    out = bytes([JUMP, (ahead is not None) << 6 | (reset is not None) << 7, 0, 0])
+    return out + (be(ahead, 4) if ahead is not None else b"") + (be(reset, 2) if reset is not None else b"")
 
 
 def key_frame(who=0):
@@ -179,6 +192,26 @@ SYNTHETIC = {
                                    seq=9001), native(0, 1, 0, frame_seq=7, seq=9002, key=True),
                                    native(0, 1, 0, frame_seq=8, seq=30000), native(0, 1, 0, frame_seq=9, seq=30001)),
     "native_streams_of_a_user": program(*[native(0, 1, 0, key=True, stream=s) for s in range(6)], passes(100)),
+    "native_stray_packets_with_extensions": program(
+        native(0, 1, 0, key=True, words=3), native(1, 1, 0, key=True, seq=20000, words=5),
+        native(1, 1, 0, key=True, seq=40000, words=1), native(1, 1, 0, words=15), native(2, 1, 0, seq=20000, words=5),
+        native(3, 1, 0, key=True, seq=20001, words=2), native(4, 1, 0, seq=50000, words=2, retrans=True), options=ESTIMATES),
+    "native_extension_and_no_memory": program(
+        native(0, 1, 0, key=True), REFUSE_ALL, native(1, 1, 0, seq=20000, words=5), MEMORY_IS_BACK, REFUSE_NTH(3),
+        native(1, 1, 0, seq=20000, words=5), native(1, 1, 0, words=5), MEMORY_IS_BACK, native(1, 1, 0, words=5)),
+    "native_padding_with_and_without_the_bit": program(
+        *[native(f, 2, i, key=True, codec=codec, padding=i * 4, zeros=zeros, has_bit=has_bit)
+          for f, (codec, zeros, has_bit) in enumerate((c, z, b) for c in (0, 1) for z in (False, True) for b in (False, True))
+          for i in range(2)], passes(50), options=ESTIMATES),
+    "padding_behind_payloads": program(
+        key_frame(), rtp(DELTA, new=True, marker=True, padding=20), rtp(FU_DELTA, new=True, padding=1),
+        rtp(FU_DELTA_END, marker=True, padding=64), rtp(FILLER, size=60), lose(DELTA), passes(50),
+        retransmission(2, DELTA, marker=True, padding=30), delta_frame(), passes(100), options=0xFF),
+    "clock_jumps": program(key_frame(), delta_frame(), clock(ahead=100000), delta_frame(), passes(100), lose(DELTA),
+                           clock(reset=7), delta_frame(), passes(3000), key_frame(), clock(ahead=0xFFFFFFFF), delta_frame(),
+                           passes(300), clock(reset=0), key_frame(), delta_frame(), passes(100), options=0xFF),
+    "held_since_the_delivery_before": program(
+        key_frame(), rtp(SPS, step=1, new=True), rtp(PPS), rtp(IDR, marker=True), passes(300), delta_frame(), passes(100)),
     "both_paths_in_one_stream": program(key_frame(), native(0, 1, 0, key=True), native(0, 1, 0, who=1, key=True),
                                         key_frame(1), passes(100)),
     "memory_runs_out": program(*[REFUSE_NTH(nth) + key_frame() + delta_frame() for nth in range(1, 9)], REFUSE_ALL,
