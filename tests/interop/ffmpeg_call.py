@@ -10,10 +10,12 @@ from lossy_path import LOOPBACK, free_port_pair
 from receiver import Receiver
 
 LIMIT_S = 60
+SLICE_HEIGHT = 16  # a row of macroblocks, the least that a slice has
 # Parameter sets stand in the file's header alone, and so in the session description alone.
 ENCODERS = {
-    "h264": "-c:v libx264 -tune zerolatency -x264-params scenecut=0",
-    "h265": "-c:v libx265 -preset ultrafast -tune zerolatency -x265-params log-level=error:info=0:pools=1 -tag:v hvc1",
+    "h264": "-c:v libx264 -tune zerolatency -x264-params scenecut=0:sliced-threads=0:slices={slices}",
+    "h265": "-c:v libx265 -preset ultrafast -tune zerolatency -tag:v hvc1"
+            " -x265-params log-level=error:info=0:pools=1:ctu=16:slices={slices}",
 }
 RAW_FORMATS = {"h264": "h264", "h265": "hevc"}
 
@@ -27,10 +29,13 @@ def ffmpeg(*arguments):
 
 
 class FfmpegCall:
-    def __init__(self, vrc, codec, directory, pictures, suite=None, has_described_key=True):
+    def __init__(self, vrc, codec, directory, pictures, bitrate, slices=1, suite=None,
+                 has_described_key=True):
         self.codec, self.directory, self.film = codec, directory, directory / "film.mp4"
-        ffmpeg("-f", "lavfi", "-i", "testsrc2=size=320x240:rate=30", "-frames:v", str(pictures),
-               *ENCODERS[codec].split(), "-g", "30", "-bf", "0", "-b:v", "500k", "-pix_fmt", "yuv420p", self.film)
+        height = max(240, slices * SLICE_HEIGHT)
+        ffmpeg("-f", "lavfi", "-i", f"testsrc2=size=320x{height}:rate=30", "-frames:v", str(pictures),
+               *ENCODERS[codec].format(slices=slices).split(), "-g", "30", "-bf", "0", "-b:v", f"{bitrate}k",
+               "-pix_fmt", "yuv420p", self.film)
         port, sdp, key = free_port_pair(), directory / "call.sdp", base64.b64encode(os.urandom(30)).decode()
         secret = ["-srtp_out_suite", suite, "-srtp_out_params", key] if suite else []
         self.output = [*secret, "-f", "rtp", f"{'srtp' if suite else 'rtp'}://{LOOPBACK}:{port}"]
