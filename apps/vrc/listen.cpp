@@ -7,6 +7,7 @@
 #include <array>
 #include <csignal>
 #include <exception>
+#include <filesystem>
 #include <memory>
 #include <new>
 #include <optional>
@@ -17,6 +18,7 @@
 #include "listen_session.h"
 #include "listen_summary.h"
 #include "output_file.h"
+#include "sandbox.h"
 #include "sender_succession.h"
 #include "tool_log.h"
 #include "udp_sockets.h"
@@ -316,6 +318,31 @@ class listener
     std::exception_ptr error_;
 };
 
+// The directory that files are created in while it listens; empty for none.
+std::string creation_directory(const listen_options &options)
+{
+    if (!options.is_all || options.output.empty()) {
+        return "";
+    }
+    const std::filesystem::path path(options.output);
+    return path.has_parent_path() ? path.parent_path().string() : ".";
+}
+
+void privileges_drop(const listen_options &options)
+{
+#ifdef VRC_SANITIZED
+    constexpr bool is_possible = false; // the sanitizers open files and start a process when they report
+#else
+    constexpr bool is_possible = true;
+#endif
+    if (options.has_sandbox && is_possible) {
+        const sandbox_state state = sandbox_enter(creation_directory(options));
+        if (options.verbosity > 0) {
+            text_write(stderr, fmt::format("vrc: from now on {}\n", sandbox_text(state)));
+        }
+    }
+}
+
 bool has_frames(const listen_result &result)
 {
     return std::any_of(result.streams.begin(), result.streams.end(),
@@ -330,6 +357,7 @@ exit_code listen_run(const listen_options &options)
     log_prepare(options.verbosity);
     std::signal(SIGPIPE, SIG_IGN); // a player that is closed ends the run, with all that belongs to its end
     listener session(options);
+    privileges_drop(options);
     session.run();
 
     const listen_result result = session.result();

@@ -35,6 +35,7 @@ struct listen_options {
     double duration_s = 0;                    // 0: until stopped
     uint64_t frames = 0;                      // the same
     bool is_json = false;
+    bool has_sandbox = true; // gives up what it does not need once its ports and files are open
     int verbosity = 0;
 };
 

@@ -25,7 +25,11 @@ Examples:
 
 RTCP comes to the port above the one of RTP, and goes to where --rtcp says, else to where the sender's RTCP comes
 from, else to where its RTP comes from. Without --all one sender at a time is written; one that is started again
-goes on in the same file.)";
+goes on in the same file.
+
+Once its ports and files are open, it gives up what it does not need, as far as the kernel can (Landlock, seccomp): opening
+files (with --all it creates some in the directory of OUT still), starting programs, making sockets. -v says what was given up,
+--no-sandbox keeps it. Files of frames and packets are created for their owner alone to read.)";
 
 struct feedback_name {
     const char *name;
@@ -137,6 +141,8 @@ void output_options_add(CLI::App *command, listen_options *options)
         ->check(CLI::Range(uint64_t{1}, UINT64_MAX))
         ->type_name("COUNT");
     command->add_flag("--json", options->is_json, "Write the summary as JSON");
+    command->add_flag("!--no-sandbox", options->has_sandbox,
+                      "Keep what is given up while it listens: opening files, starting programs, making sockets");
     command->add_flag("-v,--verbose", options->verbosity,
                       "Print the receiver's log to standard error; twice for all of it");
 }

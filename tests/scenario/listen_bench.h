@@ -209,6 +209,18 @@ class listening_tool
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
+    // What the system says of the process under a name: "NoNewPrivs", "Seccomp". Empty when there is nothing.
+    std::string system_status(const std::string &name) const
+    {
+        std::ifstream file("/proc/" + std::to_string(process_) + "/status");
+        for (std::string line; std::getline(file, line);) {
+            if (line.compare(0, name.size() + 2, name + ":\t") == 0) {
+                return line.substr(name.size() + 2);
+            }
+        }
+        return "";
+    }
+
     json summary() const
     {
         return json::parse(content(out_.path()));

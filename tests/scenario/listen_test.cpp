@@ -348,6 +348,40 @@ TEST(VrcListen, SendsRtcpToWhoeverShowsASocketForIt)
     EXPECT_EQ(tool.summary()["listen"]["rtcp_malformed"], 1);
 }
 
+TEST(VrcListen, GivesUpWhatItDoesNotNeedOnceItListens)
+{
+    const auto settles = [](const listening_tool &tool, const std::string &filter) {
+        const auto end = steady_clock::now() + std::chrono::seconds(5);
+        while (tool.system_status("Seccomp") != filter && steady_clock::now() < end) {
+            std::this_thread::sleep_for(milliseconds(10));
+        }
+        return tool.system_status("Seccomp") == filter;
+    };
+    {
+        const uint16_t port = free_port_pair();
+        const temporary_file out;
+        listening_tool tool(port, "-v --codec h264 --pt 96 --frames 10 -o " + out.path());
+        EXPECT_TRUE(settles(tool, VRC_HAS_SANDBOX ? "2" : "0")) << tool.system_status("Seccomp");
+        EXPECT_EQ(tool.system_status("NoNewPrivs"), VRC_HAS_SANDBOX ? "1" : "0");
+        plain_sender sender(port, 7);
+        sender.send_pictures(10);
+        EXPECT_EQ(tool.status(), 0) << tool.error();
+        EXPECT_TRUE(content(out.path()) == sender.bitstream());
+        EXPECT_EQ(tool.error().find("vrc: from now on") != std::string::npos, bool{VRC_HAS_SANDBOX}) << tool.error();
+    }
+    {
+        const uint16_t port = free_port_pair();
+        listening_tool tool(port, "--no-sandbox --codec h264 --pt 96 --frames 10");
+        plain_sender sender(port, 7);
+        sender.send_pictures(5); // it is past the point where it would
+        std::this_thread::sleep_for(milliseconds(100));
+        EXPECT_EQ(tool.system_status("Seccomp"), "0");
+        EXPECT_EQ(tool.system_status("NoNewPrivs"), "0");
+        sender.send_pictures(5);
+        EXPECT_EQ(tool.status(), 0) << tool.error();
+    }
+}
+
 TEST(VrcListen, SaysWhenNothingComes)
 {
     listening_tool tool(free_port_pair(), "--codec h264");
@@ -389,6 +423,9 @@ TEST(VrcListen, SaysWhatIsWrongBeforeItListens)
         {"--codec h264 --rtx 97", 2, "'97' is not two payload types"},
         {"--codec h264 --port " + in_use, 3, "cannot listen on 127.0.0.1:" + in_use + " (UDP): address already in use"},
         {"--codec h264 --bind 192.0.2.1", 3, "cannot listen on 192.0.2.1:5004 (UDP): address not available"},
+#if VRC_HAS_SANDBOX
+        {"--codec h264 --all -o /no/such/call.h264", 3, "cannot write in '/no/such': No such file or directory"},
+#endif
         {"--sdp /no/such.sdp", 3, "cannot read '/no/such.sdp': No such file or directory"},
     };
     for (const auto &row : rows) {
