@@ -246,6 +246,11 @@ void Program::check_stream(uint32_t uid, uint8_t stream_id)
     }
     fuzz::check(dropped < kCountMax && report->packets_lost < kCountMax && report->gaps < kCountMax,
                 "counters of packets never go below 0");
+    uint64_t faults = 0;
+    for (const uint64_t count : report->payload_faults) {
+        faults += count;
+    }
+    fuzz::check(faults == report->frames_dropped[FRAME_DROP_MALFORMED], "a malformed frame has one fault");
     fuzz::check(report->key_frames <= report->frames && report->frames < kCountMax, "key frames are frames");
     const stream_state *state = stream_state_of(stream);
     fuzz::check(state->hold.packets.count <= kPacketHoldMax && state->stray.packets.count <= 1,

@@ -1,14 +1,12 @@
 // From the packets of a native frame to its bitstream: any headers, any payloads, each way of joining them.
 
 #include "check.h"
-#include "fuzz_input.h"
-#include "video_stream.h"
+#include "depacketize.h"
 
 namespace
 {
 
 constexpr size_t kPacketsMax = 64;
-constexpr size_t kRoomOfPacket = 32; // bytes beyond the payload
 constexpr PACKETIZER_TYPE kPacketizers[] = {PACKETIZER_TYPE_GENERIC, PACKETIZER_TYPE_H264, PACKETIZER_TYPE_H265,
                                             PACKETIZER_TYPE_UNKNOWN};
 
@@ -28,7 +26,7 @@ class Frame
         packets_.resize(record.n_pkts_total);
         status_.resize(record.n_pkts_total);
         for (size_t i = 0; i < packets_.size() && !input.is_empty(); i++) {
-            bytes_[i] = input.bytes(input.u8());
+            bytes_[i] = fuzz::next_packet(&input, input.u8());
             const auto count = static_cast<uint16_t>(bytes_[i].size());
             packets_[i] = {count, count, bytes_[i].data()};
             status_[i].is_received = count != 0;
@@ -63,7 +61,7 @@ void regroup(video_frame *frame)
 {
     size_t room = 0;
     for (size_t i = 0; i < frame->n_pkts_total; i++) {
-        room += frame->pkts[i].count + kRoomOfPacket;
+        room += frame->pkts[i].count + fuzz::kRoomOfPacket;
     }
     for (const PACKETIZER_TYPE packetizer : kPacketizers) {
         size_t size = 0;
@@ -77,6 +75,44 @@ void regroup(video_frame *frame)
         fuzz::check(sum <= size * 255, "every byte can be read");
         zeb_free_impl(bitstream);
     }
+}
+
+// The payloads of a frame's media packets.
+std::vector<fuzz::bytes> payloads_of(const video_frame &parsed)
+{
+    std::vector<fuzz::bytes> payloads;
+    for (size_t i = 0; i < parsed.n_pkts_media && i < parsed.n_pkts_total; i++) {
+        const auto *begin = static_cast<const uint8_t *>(parsed.pkts[i].values);
+        payloads.emplace_back(begin, begin + parsed.pkts[i].count);
+    }
+    return payloads;
+}
+
+// A whole frame without fault is its NAL units, each of them and nothing else.
+void check_units(video_frame *parsed, const fuzz::depacketizer_of &format, PACKETIZER_TYPE packetizer)
+{
+    const std::vector<fuzz::bytes> payloads = payloads_of(*parsed);
+    const auto units = fuzz::units_of(format.codec, payloads);
+    const payload_fault_e fault = fuzz::fault_of(format.codec, payloads);
+    fuzz::check((fault == PAYLOAD_FAULTS || fault == PAYLOAD_FAULT_NO_ROOM) || !units, "whole units are no fault");
+    if (fault != PAYLOAD_FAULTS) {
+        return;
+    }
+    size_t size = 0;
+    uint8_t *bitstream = video_frame_regroup_pkts(parsed, packetizer, &size);
+    fuzz::check(units && fuzz::bytes(bitstream, bitstream + size) == fuzz::annexb_of(*units),
+                "the units that went in come out");
+    zeb_free_impl(bitstream);
+}
+
+bool is_whole(const video_frame &frame)
+{
+    for (size_t i = 0; i < frame.n_pkts_total; i++) {
+        if (frame.pkts_status[i].is_received == 0) {
+            return false;
+        }
+    }
+    return true;
 }
 
 } // namespace
@@ -95,6 +131,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     video_frame_parse_payload(&frame.record, &parsed);
     if (are_sound(parsed, frame.record)) {
         regroup(&parsed);
+        if (is_whole(frame.record)) {
+            check_units(&parsed, {VIDEO_TYPE_H264, depacketizer_h264_packet}, PACKETIZER_TYPE_H264);
+            check_units(&parsed, {VIDEO_TYPE_H265, depacketizer_h265_packet}, PACKETIZER_TYPE_H265);
+        }
     }
     regroup(&frame.record);
     zeb_free_impl(parsed.pkts);

@@ -7,9 +7,21 @@ from seeds_captures import datagrams, file_start
 from seeds_text import DESCRIPTIONS
 
 
+def size_of(payload):
+    return bytes([len(payload)]) if len(payload) < 254 else struct.pack(">BH", 254, len(payload))
+
+
 def packets(*payloads, ends=False):
-    """Sizes in front; 255 ends a frame."""
-    return b"".join(bytes([len(payload)]) + payload for payload in payloads) + (b"\xff" if ends else b"")
+    """Sizes in front, from 254 on in two bytes behind that number; 255 ends a frame."""
+    return b"".join(size_of(payload) + payload for payload in payloads) + (b"\xff" if ends else b"")
+
+
+def aggregate(header, *units):
+    return header + b"".join(struct.pack(">H", len(unit)) + unit for unit in units)
+
+
+def slices(header, count, size):
+    return [header + bytes(1 + (i + k) % 250 for k in range(size - len(header))) for i in range(count)]
 
 
 H264_FRAGMENTS = [b"\x7c\x85" + b"a" * 9, b"\x7c\x05" + b"b" * 9, b"\x7c\x45" + b"c" * 3]
@@ -25,6 +37,19 @@ DEPACKETIZER_H264 = {
     "fragments_interrupted": packets(H264_FRAGMENTS[0], b"\x41\x9a", *H264_FRAGMENTS[1:], b"\x41\x9b"),
     "fragments_go_on_in_the_next_frame": packets(*H264_FRAGMENTS[:2], ends=True) + packets(*H264_FRAGMENTS[1:]),
     "fragment_start_and_end_at_once": packets(b"\x7c\xc5" + b"a" * 4),
+    "fragment_start_and_end_at_once_between_units": packets(b"\x41\x9a", b"\x7c\xc1" + b"a" * 4, b"\x41\x9b"),
+    "aggregates_around_the_room_of_a_packet": b"".join(
+        packets(aggregate(b"\x78", *slices(b"\x41", count, 2)), ends=True) for count in (15, 16, 17, 18, 60)),
+    "aggregate_of_the_largest_packet": packets(aggregate(b"\x78", *slices(b"\x41", 480, 1)), b"\x41\x9a"),
+    "aggregates_of_a_frame": packets(*(aggregate(b"\x78", *slices(b"\x41", 60, 5)) for _ in range(3))),
+    "aggregate_with_a_byte_left": packets(b"\x78" + b"\0\x01\x41" * 20 + b"\0"),
+    "aggregate_in_an_aggregate": packets(aggregate(b"\x78", b"\x41\x9a", aggregate(b"\x78", b"\x41\x9a"))),
+    "fragment_in_an_aggregate": packets(aggregate(b"\x78", b"\x41\x9a", H264_FRAGMENTS[0])),
+    "fragment_of_an_aggregate": packets(b"\x7c\x98\0\x01\x41", b"\x7c\x58\0\x01\x41"),
+    "fragment_without_its_end": packets(*H264_FRAGMENTS[:2], b"\x41\x9a"),
+    "fragments_of_two_types": packets(H264_FRAGMENTS[0], b"\x7c\x41" + b"c" * 3),
+    "interleaved": packets(b"\x79\0\0\0\x02\x65\x88", b"\x7a\0\0\0\x04\0\0\0\x65", b"\x7b\0\0\0\x05\0\0\0\0\x65",
+                           b"\x7d\x85\0\0a"),
     "empty_and_reserved": packets(b"", b"\x00", b"\x7e\x01", b"\x7c", b"\x78", b"\x1a\x00\x00"),
 }
 DEPACKETIZER_H265 = {
@@ -36,6 +61,17 @@ DEPACKETIZER_H265 = {
     "fragments_without_start": packets(*H265_FRAGMENTS[1:]),
     "fragments_interrupted": packets(H265_FRAGMENTS[0], b"\x02\x01\xd0", *H265_FRAGMENTS[1:]),
     "fragments_go_on_in_the_next_frame": packets(*H265_FRAGMENTS[:2], ends=True) + packets(*H265_FRAGMENTS[1:]),
+    "fragment_start_and_end_at_once": packets(b"\x02\x01\xd0", b"\x62\x01\xc1" + b"a" * 4, b"\x02\x01\x50"),
+    "aggregates_around_the_room_of_a_packet": b"".join(
+        packets(aggregate(b"\x60\x01", *slices(b"\x02\x01", count, 3)), ends=True) for count in (16, 17, 18, 19, 60)),
+    "aggregate_of_the_largest_packet": packets(aggregate(b"\x60\x01", *slices(b"\x02\x01", 360, 2)), b"\x02\x01\xd0"),
+    "aggregate_with_a_byte_left": packets(b"\x60\x01" + b"\0\x02\x02\x01" * 20 + b"\0"),
+    "aggregate_with_half_a_header": packets(b"\x60\x01\0\x02\x02\x01\0\x01\x02"),
+    "aggregate_in_an_aggregate": packets(aggregate(b"\x60\x01", aggregate(b"\x60\x01", b"\x02\x01\xd0"))),
+    "fragment_in_an_aggregate": packets(aggregate(b"\x60\x01", b"\x02\x01\xd0", H265_FRAGMENTS[0])),
+    "fragment_without_its_end": packets(*H265_FRAGMENTS[:2], b"\x02\x01\xd0"),
+    "fragments_of_two_types": packets(H265_FRAGMENTS[0], b"\x62\x01\x41" + b"c" * 3),
+    "content_information": packets(b"\x64\x01\x26\x10\xab\0\0\xaf"),
     "empty_and_reserved": packets(b"", b"\x62", b"\x62\x01", b"\x60", b"\x64\x01\x00", b"\x02"),
 }
 
@@ -61,6 +97,12 @@ PAYLOAD_ASSEMBLY = {
     "sources_and_extension": frame(2, 10, 0, b"\x92\x60" + RTP[2:] + b"ABCDEFGH" + b"\xbe\xde\0\x01abcd" + b"\x65\x88"),
     "header_beyond_the_packet": frame(2, 10, 0, b"\x9f\x60" + RTP[2:] + b"ABC"),
     "extension_of_256_words": frame(2, 10, 0, b"\x90\x60" + RTP[2:] + b"\xbe\xde\x01\x00" + b"x" * 200),
+    "h264_aggregate_of_many_units": frame(2, 10, 0, RTP + aggregate(b"\x78", *slices(b"\x41", 200, 3)) + bytes(400)),
+    "h264_aggregate_without_room": frame(2, 10, 0, RTP + aggregate(b"\x78", *slices(b"\x41", 40, 3))),
+    "h264_fragments": frame(2, 10, 0, *(RTP + fragment for fragment in H264_FRAGMENTS), RTP + b"\x7c\xc1abc"),
+    "h264_fragment_without_its_end": frame(2, 10, 0, RTP + H264_FRAGMENTS[0], RTP + b"\x41\x9a"),
+    "h265_aggregate_of_many_units": frame(3, 10, 0, RTP + aggregate(b"\x60\x01", *slices(b"\x02\x01", 200, 3)) + bytes(400)),
+    "h265_fragments": frame(3, 10, 0, *(RTP + fragment for fragment in H265_FRAGMENTS)),
     "packets_missing": frame(2, 10, 0, RTP + b"\x67\x42", b"", RTP + b"\x65\x88", b""),
 }
 

@@ -5,6 +5,7 @@
 
 #include "depacketizer_frame.h"
 #include "depacketizer_random.h"
+#include "video_stream.h"
 
 namespace
 {
@@ -215,7 +216,7 @@ bytes fragment_of(const bytes &unit, size_t begin, size_t end, bool is_first, bo
     return packet;
 }
 
-const packet_writer kWriter = {random_unit, fragment_of, {0x78}, 1};
+const packet_writer kWriter = {random_unit, fragment_of, {0x78}, 1, VIDEO_TYPE_H264};
 
 TEST(DepacketizerH264Random, GivesBackWhatWasSent)
 {

@@ -7,6 +7,7 @@
 #include <random>
 #include <vector>
 
+#include "annexb.h"
 #include "depacketizer_frame.h"
 
 // The NAL units of a stream whose units hold no start code.
@@ -35,6 +36,7 @@ struct packet_writer {
     bytes (*fragment)(const bytes &unit, size_t begin, size_t end, bool is_first, bool is_last);
     bytes aggregate_header;
     size_t header_size;
+    uint8_t codec;
 };
 
 // Seeded, so that a failure comes back with the same number.
@@ -98,32 +100,42 @@ class packet_source
         return packet;
     }
 
+    bytes unit(uint32_t extra)
+    {
+        return writer_.unit(random_, writer_.header_size + below(extra));
+    }
+
     bytes unit()
     {
-        return writer_.unit(random_, writer_.header_size + 2 + below(60));
+        return unit(60);
     }
 
     void aggregate(std::vector<bytes> *units, std::vector<std::vector<bytes>> *packets_of_units)
     {
+        const uint32_t extra = 1 + below(12); // short units, so that their start codes count
         bytes packet = writer_.aggregate_header;
-        for (uint32_t left = 1 + below(5); left > 0; left--) {
-            units->push_back(unit());
+        for (uint32_t left = 1 + below(60); left > 0; left--) {
+            units->push_back(unit(extra));
             packet.push_back(0);
             packet.push_back(static_cast<uint8_t>(units->back().size()));
             packet.insert(packet.end(), units->back().begin(), units->back().end());
         }
+        const size_t room =
+            annexb_room_appended(writer_.codec, packet.data(), packet.size(), UINT16_MAX - packet.size());
+        packet.insert(packet.end(), room, 0);
         packets_of_units->push_back({packet});
     }
 
     std::vector<bytes> fragments(const bytes &unit)
     {
         std::vector<bytes> packets;
-        const size_t step = 1 + below(20);
-        const size_t first_end = std::min(unit.size() - 1, writer_.header_size + step);
-        for (size_t begin = writer_.header_size, end = first_end; begin < unit.size();
-             begin = end, end = std::min(unit.size(), end + step)) {
+        const size_t step = 1 + below(60);
+        size_t begin = writer_.header_size;
+        do {
+            const size_t end = std::min(unit.size(), begin + step);
             packets.push_back(writer_.fragment(unit, begin, end, begin == writer_.header_size, end == unit.size()));
-        }
+            begin = end;
+        } while (begin < unit.size());
         return packets;
     }
 

@@ -139,7 +139,7 @@ struct slice_case {
     const char *name;
     uint8_t codec;
     const char *payload;
-    bool is_first_slice;
+    bool is_so;
 };
 
 // The first bit behind the NAL unit's header decides.
@@ -168,7 +168,30 @@ const slice_case kSlices[] = {
 TEST(NalInspect, KnowsThePicturesFirstSlice)
 {
     for (const slice_case &row : kSlices) {
-        EXPECT_EQ(row.is_first_slice, inspect(row.codec, hex(row.payload)).is_first_slice) << row.name;
+        EXPECT_EQ(row.is_so, inspect(row.codec, hex(row.payload)).is_first_slice) << row.name;
+    }
+}
+
+const slice_case kContinuing[] = {
+    {"H.264 slice", VIDEO_TYPE_H264, "41 9A 01", false},
+    {"H.264 STAP-A", VIDEO_TYPE_H264, "18 00 02 67 42", false},
+    {"H.264 FU-A start", VIDEO_TYPE_H264, "7C 85 11", false},
+    {"H.264 FU-A middle", VIDEO_TYPE_H264, "7C 05 11", true},
+    {"H.264 FU-A end", VIDEO_TYPE_H264, "7C 45 11", true},
+    {"H.264 FU-A start and end", VIDEO_TYPE_H264, "7C C5 11", false},
+    {"H.264 FU-A middle with the forbidden bit", VIDEO_TYPE_H264, "FC 05 11", true},
+    {"H.265 slice", VIDEO_TYPE_H265, "02 01 D0", false},
+    {"H.265 FU start", VIDEO_TYPE_H265, "62 01 94 AF", false},
+    {"H.265 FU middle", VIDEO_TYPE_H265, "62 01 14 AF", true},
+    {"H.265 FU end", VIDEO_TYPE_H265, "62 01 54 AF", true},
+    {"no payload", VIDEO_TYPE_H264, "", false},
+    {"a codec without fragments", VIDEO_TYPE_GENERIC, "7C 05 11", false},
+};
+
+TEST(NalInspect, KnowsAPayloadThatGoesOnWithAUnit)
+{
+    for (const slice_case &row : kContinuing) {
+        EXPECT_EQ(row.is_so, inspect(row.codec, hex(row.payload)).continues_unit) << row.name;
     }
 }
 
