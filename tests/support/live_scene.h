@@ -206,7 +206,7 @@ class Scene
         return unit;
     }
 
-    // Without memory for it the packet has no payload.
+    // Without memory for them the packet has no payload or no words in its extension.
     void deliver_native(const frame &made, uint16_t index)
     {
         const bytes &packet = made.packets[index];
@@ -224,6 +224,9 @@ class Scene
             video.payload.count = video.payload.allocated = static_cast<uint16_t>(packet.size());
             memcpy(video.payload.values, packet.data(), packet.size());
         }
+        uint32_vector_t *words = &video.extension.contents;
+        words->values = zeb_malloc_impl_dbg(2 * sizeof(uint32_t), __func__, __LINE__);
+        words->count = words->allocated = words->values == nullptr ? 0 : 2;
         rtc_channel_receive_native(client.channel, &video, 0, false, &client.now);
     }
 
