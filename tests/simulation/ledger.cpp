@@ -10,51 +10,74 @@ namespace
 
 constexpr zeb_ts_t kMemory = 30000; // ms
 
-// Takes `size` bytes of `expected` off the front of the frame's rest, if they stand there.
-bool take_off(const uint8_t *expected, size_t size, const uint8_t **rest, const uint8_t *end)
+// What comes out of the frame next.
+struct frame_rest {
+    const uint8_t *at;
+    const uint8_t *end;
+};
+
+// Takes the unit off the front of the frame's rest, if it stands there.
+bool take_off(const picture &made, const picture_unit &unit, frame_rest *rest)
 {
-    if (static_cast<size_t>(end - *rest) < size || std::memcmp(expected, *rest, size) != 0) {
-        return false;
-    }
-    *rest += size;
-    return true;
+    const size_t size = unit.end - unit.begin;
+    const bool is_there = static_cast<size_t>(rest->end - rest->at) >= size &&
+                          std::memcmp(&made.expected[unit.begin], rest->at, size) == 0;
+    rest->at += is_there ? size : 0;
+    return is_there;
 }
 
-bool is_same(const sent_frame &sent, const channel_frame &frame)
+// The first unit that is not as it was sent, as words; empty when all are.
+std::string difference(const picture &made, const channel_frame &frame)
 {
-    const uint8_t *rest = frame.data;
-    const uint8_t *end = frame.data + frame.size;
-    size_t at = 0;
-    for (const optional_bytes &optional : sent.optional) {
-        if (!take_off(&sent.expected[at], optional.begin - at, &rest, end)) {
-            return false;
+    frame_rest rest = {frame.data, frame.data + frame.size};
+    for (size_t i = 0; i < made.units.size(); i++) {
+        const picture_unit &unit = made.units[i];
+        if (!take_off(made, unit, &rest) && !unit.is_optional) {
+            return "unit " + std::to_string(i) + " of " + std::to_string(made.units.size()) + ", " +
+                   std::to_string(unit.end - unit.begin) + " bytes at " + std::to_string(rest.at - frame.data);
         }
-        take_off(&sent.expected[optional.begin], optional.end - optional.begin, &rest, end);
-        at = optional.end;
     }
-    return take_off(&sent.expected[at], sent.expected.size() - at, &rest, end) && rest == end;
+    return rest.at == rest.end ? "" : std::to_string(rest.end - rest.at) + " bytes behind all units";
 }
 
 std::string words(const sent_frame &frame)
 {
-    return (frame.is_key ? "key frame " : "frame ") + std::to_string(frame.place) + " of " +
-           std::to_string(frame.expected.size()) + " bytes, sent at " + std::to_string(frame.at);
+    return (frame.made.is_key ? "key frame " : "frame ") + std::to_string(frame.place) + " of " +
+           std::to_string(frame.made.expected.size()) + " bytes, sent at " + std::to_string(frame.at);
 }
 
 } // namespace
 
-void Ledger::note(uint32_t name, seq_t first_seq, picture *made, zeb_ts_t now)
+void Ledger::note(uint32_t name, seq_t first_seq, picture made, zeb_ts_t now)
 {
-    sent_.push_back({numbering_, n_sent_++, name, first_seq, made->payloads.size(), made->is_key, now,
-                     std::move(made->expected), std::move(made->optional), false});
+    const size_t n_packets = made.payloads.size();
+    made.payloads.clear();
+    sent_.push_back({numbering_, n_sent_++, name, first_seq, n_packets, now, std::move(made), false});
     while (sent_.front().at + kMemory < now) {
-        sent_.pop_front();
+        forget_first();
+    }
+}
+
+void Ledger::forget_first()
+{
+    const sent_frame &first = sent_.front();
+    if (!first.is_out && !is_passed_over(0) && n_missing_++ == 0) {
+        first_missing_ = words(first);
+    }
+    sent_.pop_front();
+}
+
+void Ledger::shift(zeb_ts_t span)
+{
+    for (sent_frame &sent : sent_) {
+        sent.at += span;
     }
 }
 
 void Ledger::renumber()
 {
     numbering_++;
+    has_given_sets_ = false;
 }
 
 void Ledger::taint(uint32_t name)
@@ -82,7 +105,7 @@ sent_frame *Ledger::find(const channel_frame &frame, uint32_t name)
 {
     sent_frame *named = nullptr;
     for (auto sent = sent_.rbegin(); sent != sent_.rend(); ++sent) {
-        if (sent->name == name && is_same(*sent, frame)) {
+        if (sent->name == name && difference(sent->made, frame).empty()) {
             return &*sent;
         }
         if (sent->name == name && named == nullptr) {
@@ -94,10 +117,14 @@ sent_frame *Ledger::find(const channel_frame &frame, uint32_t name)
 
 std::string Ledger::judge(const sent_frame &sent, const channel_frame &frame) const
 {
-    if (!is_same(sent, frame)) {
-        return "other bytes than sent, " + std::to_string(frame.size) + " of them";
+    if (!sent.made.fault.empty()) {
+        return "came out with " + sent.made.fault;
     }
-    if (frame.codec != codec_ || frame.is_key != sent.is_key) {
+    const std::string other = difference(sent.made, frame);
+    if (!other.empty()) {
+        return "other bytes than sent, " + std::to_string(frame.size) + " of them: " + other;
+    }
+    if (frame.codec != codec_ || frame.is_key != sent.made.is_key) {
         return "another codec or kind than sent";
     }
     if (sent.is_out) {
@@ -107,7 +134,7 @@ std::string Ledger::judge(const sent_frame &sent, const channel_frame &frame) co
         return "behind frame " + std::to_string(last_place_);
     }
     const bool is_next = has_last_ && sent.place == last_place_ + 1 && sent.numbering == last_numbering_;
-    if (!sent.is_key && !is_next && tainted_.empty()) {
+    if (!sent.made.is_key && !is_next && tainted_.empty()) {
         return "no key frame, and the one before did not come out";
     }
     return "";
@@ -120,6 +147,7 @@ std::string Ledger::take_unknown(uint32_t name) const
 
 std::string Ledger::take(const channel_frame &frame, uint32_t name)
 {
+    n_out_++;
     sent_frame *sent = find(frame, name);
     if (sent == nullptr) {
         return take_unknown(name);
@@ -130,9 +158,14 @@ std::string Ledger::take(const channel_frame &frame, uint32_t name)
         has_last_ = true;
         last_numbering_ = sent->numbering;
         last_place_ = sent->place;
+        has_given_sets_ = has_given_sets_ || (sent->made.has_sets && sent->numbering == numbering_);
     }
     std::string text = wrong.empty() ? "" : words(*sent) + ": " + wrong;
-    n_shortened_ += wrong.empty() && frame.size < sent->expected.size() ? 1 : 0;
+    if (n_known_++ == 0) {
+        first_out_ = sent->place;
+        n_missing_ = 0;
+    }
+    n_shortened_ += wrong.empty() && frame.size < sent->made.expected.size() ? 1 : 0;
     sent->is_out = true;
     return text;
 }
@@ -148,6 +181,29 @@ size_t Ledger::count_missing(zeb_ts_t from, zeb_ts_t to, std::string *first) con
             *first = words(sent);
         }
         n++;
+    }
+    return n;
+}
+
+bool Ledger::is_passed_over(size_t index) const
+{
+    const sent_frame &sent = sent_[index];
+    if (sent.is_out || sent.n_packets != 1 || index + 1 == sent_.size()) {
+        return false;
+    }
+    const sent_frame &next = sent_[index + 1];
+    return next.made.is_key && next.is_out;
+}
+
+size_t Ledger::count_missing(zeb_ts_t to, std::string *first) const
+{
+    size_t n = n_missing_;
+    *first = first_missing_;
+    for (size_t i = 0; i < sent_.size(); i++) {
+        const sent_frame &sent = sent_[i];
+        if (sent.place >= first_out_ && sent.at < to && !sent.is_out && !is_passed_over(i) && n++ == 0) {
+            *first = words(sent);
+        }
     }
     return n;
 }

@@ -17,10 +17,8 @@ struct sent_frame {
     uint32_t name;      // RTP timestamp, or the frame number of the native path
     seq_t first_seq;
     size_t n_packets;
-    bool is_key;
     zeb_ts_t at;
-    bytes expected;
-    std::vector<optional_bytes> optional;
+    picture made; // without its payloads
     bool is_out;
 };
 
@@ -31,10 +29,13 @@ class Ledger
     {
     }
 
-    void note(uint32_t name, seq_t first_seq, picture *made, zeb_ts_t now);
+    void note(uint32_t name, seq_t first_seq, picture made, zeb_ts_t now);
 
     // The frames from now on are numbered otherwise.
     void renumber();
+
+    // The clock was set ahead.
+    void shift(zeb_ts_t span);
 
     // A packet that names that frame, or that number, was changed under way and arrived: the frame, or the one whose
     // packet cannot take its place any more, may come out as anything.
@@ -47,13 +48,43 @@ class Ledger
     // Frames sent in that time, the end not included, that have not come out; and the first of them, as words.
     size_t count_missing(zeb_ts_t from, zeb_ts_t to, std::string *first) const;
 
-    // Frames that came out without some of their optional bytes.
+    // The same behind the first frame that came out, however long ago that was; all when none did. A frame of one packet
+    // in front of a key frame that came out is not counted: where it is lost nothing of it is left, and the key frame goes
+    // on without it.
+    size_t count_missing(zeb_ts_t to, std::string *first) const;
+
+    // A key frame with parameter sets came out since the sender began to number so.
+    bool has_given_sets() const
+    {
+        return has_given_sets_;
+    }
+
+    // The receiver begins anew.
+    void forget_given_sets()
+    {
+        has_given_sets_ = false;
+    }
+
+    // Where the first frame that came out stands among those that were sent.
+    uint64_t first_out() const
+    {
+        return first_out_;
+    }
+
+    uint64_t n_out() const
+    {
+        return n_out_;
+    }
+
+    // Frames that came out without some of their optional units.
     uint64_t n_shortened() const
     {
         return n_shortened_;
     }
 
   private:
+    void forget_first();
+    bool is_passed_over(size_t index) const;
     sent_frame *find(const channel_frame &frame, uint32_t name);
     bool is_tainted(const sent_frame &sent) const;
     std::string judge(const sent_frame &sent, const channel_frame &frame) const;
@@ -65,7 +96,13 @@ class Ledger
     std::set<seq_t> tainted_seqs_;
     uint32_t numbering_ = 0;
     uint64_t n_sent_ = 0;
+    uint64_t n_out_ = 0;
+    uint64_t n_known_ = 0; // of those, frames that were sent
     uint64_t n_shortened_ = 0;
+    uint64_t first_out_ = 0;
+    uint64_t n_missing_ = 0; // behind the first that came out, of those that are not remembered
+    std::string first_missing_;
+    bool has_given_sets_ = false;
     bool has_last_ = false;
     uint32_t last_numbering_ = 0; // of the frame that came out last
     uint64_t last_place_ = 0;

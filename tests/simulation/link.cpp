@@ -16,6 +16,15 @@ void Link::set_clean(bool is_clean)
     outage_begin_ = outage_end_ = 0;
 }
 
+void Link::shift(zeb_ts_t span)
+{
+    free_at_ += static_cast<double>(span);
+    in_order_ += span;
+    latest_ += span;
+    outage_begin_ += span;
+    outage_end_ += span;
+}
+
 bool Link::is_out(zeb_ts_t now)
 {
     if (settings_.outage_every == 0) {

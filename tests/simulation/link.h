@@ -46,6 +46,9 @@ class Link
     // A clean link delays and does nothing else. Packets that are under way stay so.
     void set_clean(bool is_clean);
 
+    // The clock was set ahead.
+    void shift(zeb_ts_t span);
+
     // No packet that was sent so far comes out after this.
     zeb_ts_t latest() const
     {

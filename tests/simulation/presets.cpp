@@ -13,6 +13,22 @@ preset named(const char *name)
     return made;
 }
 
+preset clean()
+{
+    preset made = named("clean");
+    made.kbps_max = 300;
+    return made;
+}
+
+preset lan()
+{
+    preset made = named("lan");
+    made.link.one_way = 1;
+    made.kbps_min = 300;
+    made.kbps_max = 3000;
+    return made;
+}
+
 preset wifi()
 {
     preset made = named("wifi");
@@ -98,6 +114,7 @@ preset corrupt(const char *name, bool arrive)
     made.link.corrupted = 0.02;
     made.link.corrupted_arrive = arrive;
     made.link.loss_good = 0.005;
+    made.forged = arrive ? 0 : made.forged; // what was changed teaches parameter sets too
     return made;
 }
 
@@ -118,6 +135,26 @@ preset restart()
     made.restart_every = 9000;
     made.pause_every = 25000;
     made.stay = 60000;
+    made.forged = 0; // may pass for the former numbering
+    return made;
+}
+
+// A request is answered before the client has made all that it makes, one each 100 ms.
+preset far()
+{
+    preset made = named("far");
+    made.link.one_way = 450;
+    made.link.loss_good = 0.02;
+    made.repairs_all = true;
+    return made;
+}
+
+preset suspend()
+{
+    preset made = named("suspend");
+    made.link.loss_good = 0.01;
+    made.link.jitter = 20;
+    made.suspend_every = 15000;
     return made;
 }
 
@@ -141,6 +178,8 @@ preset hostile_mix()
     made.restart_every = 20000;
     made.pause_every = 30000;
     made.stay = 45000;
+    made.suspend_every = 90000;
+    made.forged = 0;
     return made;
 }
 
@@ -149,7 +188,7 @@ preset hostile_mix()
 const std::vector<preset> &presets()
 {
     static const std::vector<preset> all = {
-        named("clean"),
+        clean(),
         wifi(),
         cellular(),
         lossy("lossy2", 0.02),
@@ -163,8 +202,19 @@ const std::vector<preset> &presets()
         outage(),
         restart(),
         hostile_mix(),
+        lan(),
+        suspend(),
+        far(),
     };
     return all;
+}
+
+bool is_lossless(const preset &kind)
+{
+    const link_settings &link = kind.link;
+    const bool is_whole = kind.repairs_all || (link.to_bad == 0 && link.loss_good == 0);
+    return is_whole && link.reordered == 0 && link.corrupted == 0 && link.rate_kbps == 0 && link.outage_every == 0 &&
+           kind.restart_every == 0 && kind.pause_every == 0 && kind.suspend_every == 0;
 }
 
 const preset *find_preset(const std::string &name)

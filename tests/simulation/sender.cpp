@@ -27,6 +27,7 @@ class RtpSender : public Sender
         wire_packet packet = on_the_wire(kept.fields);
         packet.is_retrans = settings.repairs == repair::flagged;
         if (settings.repairs == repair::rtx) {
+            packet.is_rtx = true;
             packet.data = rtp_builder::rtp_packet(repeated(kept.fields));
         }
         return {packet};
@@ -35,7 +36,7 @@ class RtpSender : public Sender
   protected:
     uint32_t name_next(zeb_ts_t now) override
     {
-        timestamp_ = base_ + static_cast<uint32_t>(now * 90);
+        timestamp_ = base_ + ticks_at(now);
         return timestamp_;
     }
 
@@ -56,6 +57,7 @@ class RtpSender : public Sender
             rtp_builder::rtp_fields fields = next_fields();
             fields.payload = payload;
             fields.marker = packets.size() + 1 == made.payloads.size();
+            fields.padding = draw_padding();
             packets.push_back(on_the_wire(fields));
             keep(std::move(fields));
         }
@@ -81,6 +83,7 @@ class RtpSender : public Sender
         fields.ssrc = settings.uid;
         fields.payload_type = settings.encoder.codec == VIDEO_TYPE_H265 ? kPayloadTypeH265 : kPayloadTypeH264;
         fields.extension_words = settings.extension_words;
+        fields.csrcs = settings.csrcs;
         return fields;
     }
 
@@ -202,12 +205,23 @@ class NativeSender : public Sender
         packet.header.reserved = n_fec == 0 ? 0 : static_cast<uint32_t>(n_fec) << 8 | method << 3;
         rtp_builder::rtp_fields fields;
         fields.seq = packet.common.seq;
-        fields.timestamp = base_ + static_cast<uint32_t>(now * 90);
+        fields.timestamp = base_ + ticks_at(now);
         fields.ssrc = settings.uid;
         fields.marker = index + 1 == packet.header.n_pkts;
         fields.extension_words = settings.extension_words;
-        fields.payload = index < made.payloads.size() ? made.payloads[index] : bytes(made.payloads[0].size(), 0xFE);
+        fields.csrcs = settings.csrcs;
+        const bool is_media = index < made.payloads.size();
+        fields.payload = is_media ? made.payloads[index] : bytes(made.payloads[0].size(), 0xFE);
+        const bool is_generic = settings.encoder.codec == VIDEO_TYPE_GENERIC;
+        fields.padding = is_media && !is_generic ? draw_padding() : uint8_t{0};
         packet.data = rtp_builder::rtp_packet(fields);
+        // A generic frame ends with padding that reads as RTP's too.
+        if (is_generic && index + 1 == made.payloads.size() && made.fault.empty() && random_.happens(settings.padded)) {
+            packet.data[0] |= 0x20;
+        }
+        if (random_.happens(settings.extension_records)) {
+            packet.extension.assign(random_.between(1, 20), static_cast<uint32_t>(random_.next()));
+        }
         return packet;
     }
 
@@ -229,6 +243,21 @@ zeb_ts_t Sender::next_at() const
     return began_at_ + static_cast<zeb_ts_t>(static_cast<double>(n_frames_) * 1000 / settings.fps);
 }
 
+uint8_t Sender::draw_padding()
+{
+    return random_.happens(settings.padded) ? static_cast<uint8_t>(random_.between(1, 255)) : uint8_t{0};
+}
+
+void Sender::shift(zeb_ts_t span, bool with_sender)
+{
+    began_at_ += span;
+    key_at_ += span;
+    silent_until_ += span;
+    disturbed_at += span;
+    behind_ += with_sender ? 0 : span;
+    ledger.shift(span);
+}
+
 bool Sender::is_key_due(zeb_ts_t now) const
 {
     if (!has_key_) {
@@ -238,6 +267,16 @@ bool Sender::is_key_due(zeb_ts_t now) const
     return is_asked || (settings.key_every != 0 && now - key_at_ >= settings.key_every);
 }
 
+picture_wish Sender::draw_wish(zeb_ts_t now)
+{
+    picture_wish wish;
+    wish.is_key = is_key_due(now);
+    wish.omits_sets =
+        wish.is_key && settings.omits_sets && !wants_key_frame_ && ledger.has_given_sets() && random_.happens(0.7);
+    wish.is_spoiled = spoils_next_;
+    return wish;
+}
+
 std::vector<wire_packet> Sender::send(zeb_ts_t now)
 {
     n_frames_++;
@@ -245,16 +284,20 @@ std::vector<wire_packet> Sender::send(zeb_ts_t now)
         disturbed_at = silent_until_;
         return {};
     }
-    const bool is_key = is_key_due(now);
-    if (is_key) {
+    const picture_wish wish = draw_wish(now);
+    if (wish.is_key) {
         has_key_ = true;
         key_at_ = now;
         wants_key_frame_ = false;
     }
-    picture made = encoder_.encode(is_key);
+    if (wish.is_spoiled) {
+        spoils_next_ = false;
+        disturbed_at = now;
+    }
+    picture made = encoder_.encode(wish);
     const uint32_t name = name_next(now);
     std::vector<wire_packet> packets = wrap(made, now);
-    ledger.note(name, packets.front().seq, &made, now);
+    ledger.note(name, packets.front().seq, std::move(made), now);
     return packets;
 }
 
@@ -263,6 +306,7 @@ void Sender::restart(bool packets_too)
     renumber(packets_too);
     encoder_.draw_parameter_sets();
     ledger.renumber();
+    n_restarts_++;
     has_key_ = false; // begins with a key frame
 }
 

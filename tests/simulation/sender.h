@@ -33,6 +33,11 @@ struct sender_settings {
     double probes = 0;         // share of frames that padding follows
     bool keeps_probes = false; // padding is sent again like anything else
     int extension_words = -1;
+    uint8_t csrcs = 0;
+    double padded = 0;            // share of media packets with padding (RFC 3550, 5.1)
+    double extension_records = 0; // native path: share of packets with words beside them
+    bool omits_sets = false;      // from key frames that nobody asked for, when the receiver has them
+    zeb_ts_t spoils_every = 0;    // ms, mean: sends a frame that a receiver must not take; 0: never
 };
 
 constexpr uint8_t kPayloadTypeH264 = 96; // retransmissions have the next one
@@ -44,10 +49,13 @@ struct wire_packet {
     uint32_t name = 0; // of its frame, as in the ledger
     seq_t seq = 0;
     bool is_retrans = false;
+    bool is_rtx = false;
+    bool is_changed = false; // under way
     bool is_native = false;
     uint8_t stream_id = 0;
     PVideoData4Common common = {}; // native path, as the next
     Video4Header header = {};
+    std::vector<uint32_t> extension; // native path: what the record holds beside the packet
     bytes data;
 };
 
@@ -92,6 +100,21 @@ class Sender
     // Numbers anew: packets and frames, or the frames alone.
     void restart(bool packets_too);
 
+    // The next frame is one that a receiver must not take.
+    void spoil_next()
+    {
+        spoils_next_ = true;
+    }
+
+    // The receiver's clock was set ahead, and the sender's with it or not.
+    void shift(zeb_ts_t span, bool with_sender);
+
+    // Numberings so far.
+    uint32_t n_restarts() const
+    {
+        return n_restarts_;
+    }
+
     const sender_settings settings; // as given
     Ledger ledger;
     zeb_ts_t disturbed_at; // began, came back or numbered anew last
@@ -101,10 +124,20 @@ class Sender
     virtual void renumber(bool packets_too) = 0;
     virtual uint32_t name_next(zeb_ts_t now) = 0;
 
+    // Bytes of padding of the next media packet; 0: none.
+    uint8_t draw_padding();
+
+    // The sender's clock at the receiver's time `now`, in RTP timestamp units.
+    uint32_t ticks_at(zeb_ts_t now) const
+    {
+        return static_cast<uint32_t>((now - behind_) * 90);
+    }
+
     Random random_;
 
   private:
     bool is_key_due(zeb_ts_t now) const;
+    picture_wish draw_wish(zeb_ts_t now);
 
     Encoder encoder_;
     zeb_ts_t began_at_;
@@ -113,6 +146,9 @@ class Sender
     bool has_key_ = false;
     bool wants_key_frame_ = false;
     bool has_left_ = false;
+    bool spoils_next_ = false;
+    uint32_t n_restarts_ = 0;
+    zeb_ts_t behind_ = 0; // the receiver's clock
     zeb_ts_t silent_until_ = 0;
 };
 

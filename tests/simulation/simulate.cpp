@@ -79,12 +79,15 @@ world_result run(const options &given, uint64_t seed)
     settings.traced = given.traced;
     world_result result = simulation::World(settings).run();
     std::printf("seed %llu %s %g h: %llu calls, %llu senders, %llu packets, %llu of %llu frames, %llu shortened, "
-                "%llu heals, %llu checks, digest %016llx, %zu findings\n",
+                "%llu heals, %llu checks, %llu spoiled, %llu forged, %llu samples, %llu suspends, digest %016llx, %zu "
+                "findings\n",
                 static_cast<unsigned long long>(seed), settings.kind->name, given.hours,
                 static_cast<unsigned long long>(result.calls), static_cast<unsigned long long>(result.senders),
                 static_cast<unsigned long long>(result.packets), static_cast<unsigned long long>(result.frames),
                 static_cast<unsigned long long>(result.frames_sent), static_cast<unsigned long long>(result.shortened),
                 static_cast<unsigned long long>(result.heals), static_cast<unsigned long long>(result.checks),
+                static_cast<unsigned long long>(result.spoiled), static_cast<unsigned long long>(result.forged),
+                static_cast<unsigned long long>(result.samples), static_cast<unsigned long long>(result.suspends),
                 static_cast<unsigned long long>(result.digest), result.findings.size());
     for (const std::string &finding : result.findings) {
         std::printf("    %s\n", finding.c_str());

@@ -5,6 +5,9 @@
 #include <algorithm>
 #include <numeric>
 
+#include "blocks.h"
+#include "failing_memory.h"
+#include "kelvra_bcm_stat.h"
 #include "kelvra_rtc_log.h"
 #include "world.h"
 
@@ -88,8 +91,8 @@ class LedgerOfFour : public testing::Test
             made.is_key = is_key(i);
             made.payloads = {{9, i}, {5, i}};
             made.expected = data_.back();
-            made.optional = {{0, 6}};
-            ledger_.note(100u + i, static_cast<seq_t>(65533 + 2 * i), &made, 1000 + 40 * i);
+            made.units = {{0, 6, true}, {6, 12, false}};
+            ledger_.note(100u + i, static_cast<seq_t>(65533 + 2 * i), std::move(made), 1000 + 40 * i);
         }
     }
 
@@ -176,6 +179,123 @@ TEST_F(LedgerOfFour, AsksNothingOfFramesThatWereChangedUnderWay)
     EXPECT_EQ(take(2), "");
     data_[3][11] ^= 1;
     EXPECT_NE(take(3), "");
+}
+
+TEST_F(LedgerOfFour, NamesTheFirstUnitThatDiffers)
+{
+    data_[0][11] ^= 1;
+    EXPECT_NE(take(0).find("unit 1 of 2, 6 bytes at 6"), std::string::npos);
+    data_[0].resize(6);
+    EXPECT_NE(take(0).find("unit 1 of 2, 6 bytes at 6"), std::string::npos);
+    data_[0].insert(data_[0].end(), {0, 0, 0, 1, 5, 0, 7});
+    EXPECT_NE(take(0).find("1 bytes behind all units"), std::string::npos);
+}
+
+TEST_F(LedgerOfFour, FindsAFrameThatMustNotComeOut)
+{
+    picture made;
+    made.is_key = true;
+    made.payloads = {{5, 4}};
+    made.expected = {0, 0, 0, 1, 5, 4};
+    made.units = {{0, 6, false}};
+    made.fault = "a reserved type";
+    const bytes data = made.expected;
+    ledger_.note(104, 5, std::move(made), 1160);
+    EXPECT_NE(ledger_.take(frame_of(data, true), 104).find("came out with a reserved type"), std::string::npos);
+}
+
+TEST_F(LedgerOfFour, CountsWhatDidNotComeOutHoweverLongAgo)
+{
+    std::string first;
+    EXPECT_EQ(ledger_.count_missing(1120, &first), 3u);
+    EXPECT_EQ(take(0), "");
+    EXPECT_EQ(take(3), "");
+    EXPECT_EQ(ledger_.count_missing(2000, &first), 2u);
+    EXPECT_EQ(first, "frame 1 of 12 bytes, sent at 1040");
+    picture later;
+    later.payloads = {{1}};
+    ledger_.note(200, 9, std::move(later), 60000);
+    EXPECT_EQ(ledger_.count_missing(2000, &first), 2u);
+    EXPECT_EQ(first, "frame 1 of 12 bytes, sent at 1040");
+}
+
+TEST_F(LedgerOfFour, PassesOverAFrameOfOnePacketInFrontOfAKeyFrame)
+{
+    for (const bool is_key : {true, false, true}) {
+        picture made;
+        made.is_key = is_key;
+        made.payloads = {{5}};
+        made.expected = {0, 0, 0, 1, 5};
+        made.units = {{0, 5, false}};
+        ledger_.note(is_key ? 300 : 301, 9, std::move(made), 1200);
+    }
+    EXPECT_EQ(take(3), "");
+    EXPECT_EQ(ledger_.take(frame_of({0, 0, 0, 1, 5}, true), 300), "");
+    std::string first;
+    EXPECT_EQ(ledger_.count_missing(2000, &first), 1u); // the key frame behind the one in front of them
+}
+
+TEST_F(LedgerOfFour, KnowsWhenAKeyFrameWithParameterSetsCameOut)
+{
+    picture made;
+    made.is_key = made.has_sets = true;
+    made.payloads = {{5}};
+    made.expected = {0, 0, 0, 1, 5};
+    made.units = {{0, 5, false}};
+    ledger_.note(104, 5, std::move(made), 1160);
+    EXPECT_EQ(take(3), "");
+    EXPECT_FALSE(ledger_.has_given_sets());
+    EXPECT_EQ(ledger_.take(frame_of({0, 0, 0, 1, 5}, true), 104), "");
+    EXPECT_TRUE(ledger_.has_given_sets());
+    ledger_.renumber();
+    EXPECT_FALSE(ledger_.has_given_sets());
+}
+
+TEST(SimulatedSamples, AreThoseThatTheStatisticsGot)
+{
+    take_samples();
+    const KelvraBcmStatisticsConfig config = {};
+    KelvraBcmStatistics *stat = KelvraBcmStat_Create(&config);
+    ASSERT_NE(stat, nullptr);
+    KelvraBcmStat_OnRecvPacket(stat, 65535, 4000000000u, 1200, 5000000000u, 1);
+    const std::vector<received_sample> samples = take_samples();
+    ASSERT_EQ(samples.size(), 1u);
+    EXPECT_EQ(samples[0].seq, 65535);
+    EXPECT_EQ(samples[0].timestamp, 4000000000u);
+    EXPECT_EQ(samples[0].size, 1200);
+    EXPECT_EQ(samples[0].now, 5000000000u);
+    EXPECT_TRUE(samples[0].is_retrans);
+    EXPECT_TRUE(take_samples().empty());
+    KelvraBcmStat_Destroy(stat);
+}
+
+TEST(CountedBlocks, AreThoseOfAServiceAndNoOthers)
+{
+    const long before = failing_memory::in_use();
+    rtc_service *service = rtc_service_create();
+    channel_config config = {};
+    config.name = "blocks";
+    config.enable_bandwidth_est_downlink = true;
+    rtc_channel *channel = rtc_channel_create(service, &config);
+    rtc_channel_set_payload_type(channel, kPayloadTypeH264, VIDEO_TYPE_H264);
+    const zeb_ts_t now = 1000;
+    for (const uint32_t ssrc : {1u, 2u}) {
+        rtp_builder::rtp_fields fields;
+        fields.ssrc = ssrc;
+        fields.payload_type = kPayloadTypeH264;
+        fields.payload = {0x65, 0x88, 1, 2, 3};
+        const bytes packet = rtp_builder::rtp_packet(fields);
+        rtc_channel_receive_rtp(channel, packet.data(), packet.size(), false, &now);
+    }
+    EXPECT_GT(count_blocks(*service, channel), 8);
+    EXPECT_EQ(count_blocks(*service, channel), failing_memory::in_use() - before);
+    void *other = zeb_malloc_impl_dbg(1, "other", 0);
+    EXPECT_EQ(count_blocks(*service, channel), failing_memory::in_use() - before - 1);
+    zeb_free_impl(other);
+    rtc_channel_destroy(channel);
+    EXPECT_EQ(count_blocks(*service, nullptr), failing_memory::in_use() - before);
+    rtc_service_destroy(service);
+    EXPECT_EQ(failing_memory::in_use(), before);
 }
 
 // ---- Links ----

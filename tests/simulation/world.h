@@ -8,9 +8,9 @@
 #include <set>
 #include <utility>
 
-#include "presets.h"
+#include "cast.h"
 #include "rtcp.h"
-#include "sender.h"
+#include "samples.h"
 #include "service.h"
 
 namespace simulation
@@ -35,6 +35,10 @@ struct world_result {
     uint64_t frames = 0;    // that came out
     uint64_t shortened = 0; // of those, without some of what leads a picture
     uint64_t heals = 0;     // times a sender's frames had to flow again
+    uint64_t spoiled = 0;   // frames sent that a receiver must not take
+    uint64_t forged = 0;    // packets with other parameter sets than the sender's
+    uint64_t samples = 0;   // of received packets, compared with those
+    uint64_t suspends = 0;  // times the clock was set ahead
     uint64_t checks = 0;    // full looks at a stream record
     uint64_t digest = 0;    // of every frame that came out and when
     std::vector<std::string> findings;
@@ -52,6 +56,9 @@ class World
         std::unique_ptr<Sender> sender;
         std::unique_ptr<Link> link;
         zeb_ts_t healed_at = 0;
+        zeb_ts_t out_at = 0;           // the latest frame
+        zeb_ts_t reported_since = 0;   // the stream's record counts from then on
+        uint64_t n_out_unreported = 0; // frames that came out before
     };
     struct event {
         zeb_ts_t at;
@@ -74,11 +81,11 @@ class World
 
     // Senders.
     void join();
-    sender_settings draw_sender();
-    encoder_settings draw_encoder(bool is_native, double fps);
+    uint32_t draw_uid();
     void announce(const Sender &sender);
     void schedule_frame(member *of);
     void schedule_fate(member *of);
+    void schedule_again(member *of, zeb_ts_t every, const std::function<void()> &what);
     void say_bye(member *of);
     size_t count_present() const;
 
@@ -86,6 +93,9 @@ class World
     void transmit(member *of, const wire_packet &packet, int tries);
     void corrupt(wire_packet *packet);
     void arrive(const wire_packet &packet);
+    int give(const wire_packet &packet);
+    void forge(const wire_packet &packet);
+    wire_packet forged_of(const wire_packet &packet);
     PVideoData4 native_record(const wire_packet &packet) const;
     void answer(const bytes &datagram);
     void answer_nack(member *of, const rtcp_nack &nack);
@@ -97,6 +107,8 @@ class World
     zeb_ts_t patience_of(const member &of) const;
     void check_flow();
     void check_flow_of(const member &of, zeb_ts_t end);
+    void schedule_suspends();
+    void suspend();
 
     // The application.
     void take_frame(const channel_frame &frame);
@@ -104,6 +116,13 @@ class World
     void trace(const channel_frame &frame) const;
     void look_at(const Sender &sender);
     void check_floor();
+    void check_blocks();
+    void check_samples(const wire_packet &packet);
+    void check_delivery_time(const member &of);
+    void check_report(member *of);
+    void check_all_came_out(const member &of);
+    void check_call();
+    const stream_report *report_of(const member &of) const;
     void find(const std::string &what);
     member *member_of(uint32_t uid);
     static void on_frame(void *context, const channel_frame *frame);
@@ -112,15 +131,16 @@ class World
     world_settings settings_;
     Random random_;
     world_result result_;
-    zeb_ts_t now_ = 1000000;
+    std::map<std::string, size_t> found_; // findings of a kind
+    zeb_ts_t now_;
+    zeb_ts_t world_end_ = 0;
     rtc_service *service_ = nullptr;
     rtc_channel *channel_ = nullptr;
-    channel_feedback agreed_ = {};
-    std::map<uint8_t, std::vector<bytes>> described_; // parameter sets in the call's session description, by codec
+    call_terms terms_ = {};
     bool is_clean_ = false;
     zeb_ts_t tick_at_ = 0;
     zeb_ts_t end_ = 0; // of the call
-    long floor_ = 0;   // blocks in use without any channel
+    long before_ = 0;  // blocks in use without the service
     uint32_t n_calls_of_client_ = 0;
     uint64_t order_ = 0;
     std::priority_queue<event> events_;
