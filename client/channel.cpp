@@ -52,6 +52,7 @@ rtc_channel *rtc_channel_create(rtc_service *service, const channel_config *conf
     rtc_list_init(&state->users);
     state->on_frame = config->on_frame;
     state->on_frame_context = config->on_frame_context;
+    state->max_senders = config->max_senders != 0 ? config->max_senders : kChannelSendersDefault;
     __feedback_set_up(state, config);
     rtc_channel *channel = &state->channel;
     __name_copy(channel, config->name);

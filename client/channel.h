@@ -45,6 +45,10 @@ struct channel_feedback {
     bool give_up_early;
 };
 
+// Senders that a channel lets in when its configuration says nothing else. Each RTP stream takes a packet ring of a
+// megabyte, so strangers must not be able to ask for many.
+constexpr uint16_t kChannelSendersDefault = 8;
+
 // All zero, but for what the caller wants, is a channel that only listens.
 struct channel_config {
     const char *name; // printable; cut to RTC_CHANNEL_NAME_SIZE - 1 bytes
@@ -56,6 +60,9 @@ struct channel_config {
     void *on_rtcp_context = nullptr;
     uint32_t local_ssrc = 0;     // of the receiver, in what it sends
     const char *cname = nullptr; // of the receiver (RFC 3550, 6.5.1), copied; null: no SDES is sent
+    // Senders at a time; 0: kChannelSendersDefault. Packets of another one are refused as PACKET_DROP_TOO_MANY_SENDERS until
+    // one of them was silent for 5 s. Of more than eight, eight are paired with their retransmissions at a time.
+    uint16_t max_senders = 0;
 };
 
 // A new channel, owned by the service; null without memory.

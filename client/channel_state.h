@@ -31,6 +31,7 @@ struct channel_state {
     channel_rtcp_callback on_rtcp;
     void *on_rtcp_context;
     uint32_t local_ssrc;
+    uint16_t max_senders;
     char cname[kChannelCnameMax];
     size_t cname_size;           // bytes; 0: none
     uint64_t rtcp_malformed;     // datagrams that were refused

@@ -79,7 +79,7 @@ void user_destroy(channel_state *channel, user_state *user)
 
 static bool __make_room(channel_state *channel, zeb_ts_t now)
 {
-    if (channel->users.count < kChannelUsersMax) {
+    if (channel->users.count < channel->max_senders) {
         return true;
     }
     user_state *silent = __user_find_most_silent(channel);
@@ -107,6 +107,37 @@ static user_state *__user_admit(channel_state *channel, uint32_t uid, zeb_ts_t n
 
 // ---- Streams ----
 
+namespace
+{
+
+// The module ends the process when it gets no memory for a new stream's statistics. They are made in front of it, so that
+// a stream without is refused.
+user_video_stream *stream_create(channel_state *self, rtc_user *user, uint8_t stream_id, const zeb_ts_t *now_p)
+{
+    rtc_channel *channel = &self->channel;
+    bool &is_estimated = channel->bandwidth_est_opt.enable_bandwidth_est_downlink;
+    const bool was_estimated = is_estimated;
+    const bool wants_statistics = is_estimated && stream_id == 0;
+    const KelvraBcmStatisticsConfig config = {};
+    KelvraBcmStatistics *statistics = wants_statistics ? KelvraBcmStat_Create(&config) : nullptr;
+    if (wants_statistics && statistics == nullptr) {
+        return nullptr;
+    }
+    is_estimated = false;
+    user_video_stream *stream = service_video_streams_get_video_stream(channel->service, user, channel,
+                                                                       &user->video_streams_q, stream_id, 1, now_p);
+    is_estimated = was_estimated;
+    if (stream == nullptr) {
+        KelvraBcmStat_Destroy(statistics);
+    } else if (statistics != nullptr) {
+        statistics->stream = stream;
+        stream->bcm_stat = statistics;
+    }
+    return stream;
+}
+
+} // namespace
+
 stream_state *user_find_stream(user_state *user, uint8_t stream_id)
 {
     for (stream_state *state : user->streams) {
@@ -130,14 +161,13 @@ stream_state *channel_admit_stream(channel_state *channel, uint32_t uid, uint8_t
         return known;
     }
     rtc_list_t *streams = &user->user.video_streams_q;
-    const bool is_new = video_streams_find_video_stream(streams, stream_id) == nullptr;
-    if (is_new && streams->count >= kUserStreamsMax) {
+    user_video_stream *stream = video_streams_find_video_stream(streams, stream_id);
+    if (stream == nullptr && streams->count >= kUserStreamsMax) {
         *reason = PACKET_DROP_TOO_MANY_SENDERS;
         return nullptr;
     }
     *reason = PACKET_DROP_NO_MEMORY;
-    user_video_stream *stream = service_video_streams_get_video_stream(channel->channel.service, &user->user,
-                                                                       &channel->channel, streams, stream_id, 1, now_p);
+    stream = stream != nullptr ? stream : stream_create(channel, &user->user, stream_id, now_p);
     if (stream == nullptr) {
         return nullptr;
     }

@@ -4,8 +4,6 @@
 #include "channel_state.h"
 #include "stream_state.h"
 
-// Each RTP stream takes a packet ring of a megabyte, so strangers must not be able to ask for many.
-constexpr size_t kChannelUsersMax = 8;
 constexpr size_t kUserStreamsMax = 4;
 constexpr zeb_ts_t kUserSilence = 5000; // milliseconds after which a user may be put out for a new one
 

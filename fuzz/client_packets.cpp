@@ -356,7 +356,7 @@ void Program::check_all()
                 }
             }
         }
-        fuzz::check(n_users == channel_->state->users.count && n_users <= kChannelUsersMax,
+        fuzz::check(n_users == channel_->state->users.count && n_users <= kChannelSendersDefault,
                     "a channel has a few users");
     }
     const list_head *pool = &service_->free_user_video_streams.head;

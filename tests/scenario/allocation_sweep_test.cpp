@@ -8,21 +8,10 @@
 #include <gtest/gtest.h>
 
 #include "damaged_link.h"
-#include "kelvra_bcm_stat.h"
 #include "lossy_link.h"
 #include "real_senders.h"
 #include "restarts.h"
 #include "user.h"
-
-// A stream that has to report does not start without its statistics object: the process ends. So that one is always had.
-extern "C" KelvraBcmStatistics *__real_KelvraBcmStat_Create(const KelvraBcmStatisticsConfig *config);
-extern "C" KelvraBcmStatistics *__wrap_KelvraBcmStat_Create(const KelvraBcmStatisticsConfig *config)
-{
-    failing_memory::spare(true);
-    KelvraBcmStatistics *stat = __real_KelvraBcmStat_Create(config);
-    failing_memory::spare(false);
-    return stat;
-}
 
 namespace
 {
@@ -210,12 +199,12 @@ void codecs_in_turns(Scene &scene)
 // More than a channel has room for: the silent ones make room.
 void senders_come_and_go(Scene &scene)
 {
-    for (size_t i = 0; i <= kChannelUsersMax; i++) {
+    for (size_t i = 0; i <= kChannelSendersDefault; i++) {
         restarts::move_on(scene, kFrameInterval);
         if (i % 3 == 1) {
             restarts::bye(scene);
         }
-        if (i + 1 == kChannelUsersMax) {
+        if (i + 1 == kChannelSendersDefault) {
             scene.rest(kUserSilence);
         }
     }

@@ -49,6 +49,8 @@ const asker kAskers[] = {
     {"__payload_copy", {}, loss::one},
     {"packet_hold_add", {}, loss::one},
     {"__user_create", {}, loss::one},
+    {"KelvraBcmStat_Create", {}, loss::one},
+    {"__create", {}, loss::one}, // the statistics' estimator
     {"__receive_rtx", {}, loss::one},
     {"stream_state_attach", {}, loss::none},  // is tried twice
     {"net_rcv_analyzer_new", {}, loss::none}, // a stream does without

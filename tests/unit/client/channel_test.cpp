@@ -288,6 +288,25 @@ TEST(ChannelSenders, AreAtMostEightWhileAllSpeak)
     EXPECT_EQ(client.receive(packet_of(1, 2)), 0) << "those who are in stay in";
 }
 
+TEST(ChannelSenders, AreAsManyAsTheConfigurationSays)
+{
+    for (const uint16_t max_senders : {uint16_t{1}, uint16_t{3}, uint16_t{12}}) {
+        rtc_service *service = rtc_service_create();
+        channel_config config = {};
+        config.max_senders = max_senders;
+        rtc_channel *channel = rtc_channel_create(service, &config);
+        rtc_channel_set_payload_type(channel, 96, VIDEO_TYPE_H264);
+        zeb_ts_t now = 1000;
+        for (uint32_t ssrc = 1; ssrc <= max_senders + 1u; ssrc++) {
+            const bytes packet = packet_of(ssrc, 1);
+            const int result = rtc_channel_receive_rtp(channel, packet.data(), packet.size(), false, &now);
+            EXPECT_EQ(result, ssrc <= max_senders ? 0 : -1) << ssrc << " of " << max_senders;
+        }
+        EXPECT_EQ(rtc_channel_packets_refused(channel)[PACKET_DROP_TOO_MANY_SENDERS], 1u);
+        rtc_service_destroy(service);
+    }
+}
+
 TEST(ChannelSenders, OneSilentForFiveSecondsMakesRoom)
 {
     Client client;
