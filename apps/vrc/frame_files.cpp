@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <filesystem>
+#include <new>
 
 #include "rtp_finder.h"
 
@@ -25,28 +26,69 @@ std::string sender_file_name(const std::string &path, uint32_t ssrc, uint8_t cod
     return (whole.parent_path() / name).string();
 }
 
-frame_files::frame_files(const std::string &path, bool is_split) : path_(path), is_split_(is_split)
+frame_files::frame_files(const std::string &path, bool is_split, const frame_file_limits &limits)
+    : path_(path), is_split_(is_split), limits_(limits)
 {
     if (!path.empty() && !is_split) {
-        files_[kEverybody] = {path, std::make_unique<output_file>(path, file_privacy::owner_only)};
+        files_[kEverybody] = {path, open(path, file_start::anew)};
+        open_files_ = 1;
     }
 }
 
-output_file *frame_files::find_or_open(size_t section, const channel_frame &frame)
+// Of a sender that was put out and came back under another codec there is one already.
+std::string frame_files::free_name(const channel_frame &frame) const
 {
-    const frame_owner owner = is_split_ ? frame_owner{section, frame.uid} : kEverybody;
-    const auto found = files_.find(owner);
-    if (found != files_.end()) {
-        return found->second.file.get();
-    }
     std::string name;
     for (unsigned copy = 1; name.empty() || paths_.count(name) > 0; ++copy) {
         name = sender_file_name(path_, frame.uid, frame.codec, copy);
     }
-    named_file &added = files_[owner];
-    added = {name, std::make_unique<output_file>(name, file_privacy::owner_only)};
+    return name;
+}
+
+// Null when there are enough.
+frame_files::named_file *frame_files::find_or_add(size_t section, const channel_frame &frame)
+{
+    const frame_owner owner = is_split_ ? frame_owner{section, frame.uid} : kEverybody;
+    const auto found = files_.find(owner);
+    if (found != files_.end()) {
+        if (!found->second.file) {
+            found->second.file = open(found->second.path, file_start::at_end);
+            ++open_files_;
+        }
+        return &found->second;
+    }
+    if (files_.size() >= limits_.files) {
+        return nullptr;
+    }
+    const std::string name = free_name(frame);
+    named_file added = {name, open(name, file_start::anew)};
     paths_.insert(name);
-    return added.file.get();
+    named_file *place = &files_.emplace(owner, std::move(added)).first->second;
+    ++open_files_;
+    return place;
+}
+
+// Makes room for it. Whoever keeps it counts it.
+std::unique_ptr<output_file> frame_files::open(const std::string &path, file_start start)
+{
+    if (open_files_ >= limits_.open_files) {
+        close_least_used();
+    }
+    return std::make_unique<output_file>(path, file_privacy::owner_only, start);
+}
+
+void frame_files::close_least_used()
+{
+    named_file *least = nullptr;
+    for (auto &[owner, named] : files_) {
+        if (named.file && (least == nullptr || named.used_at < least->used_at)) {
+            least = &named;
+        }
+    }
+    if (least != nullptr) {
+        --open_files_;
+        std::exchange(least->file, nullptr)->close();
+    }
 }
 
 bool frame_files::write(size_t section, const channel_frame &frame) noexcept
@@ -55,8 +97,16 @@ bool frame_files::write(size_t section, const channel_frame &frame) noexcept
         return true;
     }
     try {
-        output_file *file = error_ ? nullptr : find_or_open(section, frame);
-        return file != nullptr && file->write(frame.data, frame.size) && file->flush();
+        named_file *named = error_ ? nullptr : find_or_add(section, frame);
+        if (named == nullptr) {
+            ++unwritten_;
+            return !error_;
+        }
+        named->used_at = ++uses_;
+        return named->file->write(frame.data, frame.size) && named->file->flush();
+    } catch (const std::bad_alloc &) {
+        ++unwritten_;
+        return true;
     } catch (...) {
         error_ = std::current_exception();
         return false;

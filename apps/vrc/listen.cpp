@@ -98,6 +98,7 @@ class listener
         }
         result.limits.times_without_memory += times_without_memory_;
         result.limits.frames_not_held = succession_.frames_not_held();
+        result.limits.frames_without_file = outputs_->frames_without_file();
         result.duration_ms = now() - kStart;
         return result;
     }
@@ -279,6 +280,7 @@ class listener
             go_on_if(outputs_->write_records(result().streams));
         }
         key_warn();
+        files_warn();
         if (options_.verbosity == 0 && isatty(STDERR_FILENO) != 0) {
             is_status_shown_ = true;
             fmt::print(stderr, "{}{}", kWipeLine, listen_status(result()));
@@ -298,6 +300,15 @@ class listener
         }
     }
 
+    void files_warn()
+    {
+        if (!are_files_warned_ && outputs_->frames_without_file() > 0) {
+            fmt::print(stderr, "{}vrc: more senders than files: the frames of further ones are counted, not written\n",
+                       is_status_shown_ ? kWipeLine : "");
+            are_files_warned_ = true;
+        }
+    }
+
     static constexpr std::array<int, 2> kSignals = {SIGINT, SIGTERM};
 
     const listen_options &options_;
@@ -314,6 +325,7 @@ class listener
     uint64_t start_ns_ = uv_hrtime();
     bool is_status_shown_ = false;
     bool is_key_warned_ = false;
+    bool are_files_warned_ = false;
     uint64_t times_without_memory_ = 0;
     std::exception_ptr error_;
 };

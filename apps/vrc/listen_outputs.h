@@ -42,6 +42,12 @@ class listen_outputs
         return frames_.name_of(owner);
     }
 
+    // Frames of senders beyond those that files are created for.
+    uint64_t frames_without_file() const
+    {
+        return frames_.unwritten();
+    }
+
     // Throws failure (no_access) when something could not be written.
     void close();
 

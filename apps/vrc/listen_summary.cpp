@@ -74,6 +74,10 @@ std::string limits_text(const listen_limits &limits)
                             "too many bytes to hold\n",
                             limits.frames_not_held);
     }
+    if (limits.frames_without_file > 0) {
+        text += fmt::format("note        {} frames were not written: there were more senders than files\n",
+                            limits.frames_without_file);
+    }
     if (limits.times_without_memory > 0) {
         text += fmt::format("note        {} times there was no memory, and what was at hand was dropped\n",
                             limits.times_without_memory);
@@ -83,7 +87,9 @@ std::string limits_text(const listen_limits &limits)
 
 json limits_json(const listen_limits &limits)
 {
-    return {{"frames_not_held", limits.frames_not_held}, {"times_without_memory", limits.times_without_memory}};
+    return {{"frames_not_held", limits.frames_not_held},
+            {"frames_without_file", limits.frames_without_file},
+            {"times_without_memory", limits.times_without_memory}};
 }
 
 std::string notes_text(const listen_result &result)

@@ -21,12 +21,13 @@ namespace
 }
 
 // Null with errno.
-std::FILE *file_open(const std::string &path, file_privacy privacy)
+std::FILE *file_open(const std::string &path, file_privacy privacy, file_start start)
 {
     constexpr mode_t owner = S_IRUSR | S_IWUSR;
     constexpr mode_t everybody = owner | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH; // less the umask
     const mode_t mode = privacy == file_privacy::owner_only ? owner : everybody;
-    const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, mode);
+    const int flags = start == file_start::at_end ? O_WRONLY | O_APPEND | O_CLOEXEC : O_WRONLY | O_CREAT | O_CLOEXEC;
+    const int descriptor = open(path.c_str(), flags, mode);
     std::FILE *stream = descriptor < 0 ? nullptr : fdopen(descriptor, "wb");
     if (descriptor >= 0 && stream == nullptr) {
         close(descriptor);
@@ -36,9 +37,10 @@ std::FILE *file_open(const std::string &path, file_privacy privacy)
 
 } // namespace
 
-output_file::output_file(const std::string &path, file_privacy privacy)
+output_file::output_file(const std::string &path, file_privacy privacy, file_start start)
     : name_(path == "-" ? "standard output" : fmt::format("'{}'", path)),
-      stream_(path == "-" ? stdout : file_open(path, privacy)), is_started_(path == "-")
+      stream_(path == "-" ? stdout : file_open(path, privacy, start)),
+      is_started_(path == "-" || start == file_start::at_end)
 {
     if (stream_ == nullptr) {
         fail(name_, errno);

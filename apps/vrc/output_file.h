@@ -16,6 +16,11 @@ enum class file_privacy {
     shared,     // as the umask allows: counts
 };
 
+enum class file_start {
+    anew,   // in place of what was there
+    at_end, // behind it: the file was closed for a while
+};
+
 // A file that is written from front to back; "-" is standard output. An error is kept until close, so that
 // writing is safe where nothing may be thrown.
 class output_file
@@ -23,7 +28,7 @@ class output_file
   public:
     // Creates the file. What is in it stays until something is written, or it is closed: a run that ends before because
     // another file cannot be opened loses nothing. Throws failure (no_access) when it cannot be opened for writing.
-    output_file(const std::string &path, file_privacy privacy);
+    output_file(const std::string &path, file_privacy privacy, file_start start = file_start::anew);
     ~output_file();
     output_file(const output_file &) = delete;
     output_file &operator=(const output_file &) = delete;

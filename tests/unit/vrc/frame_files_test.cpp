@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -78,6 +79,74 @@ TEST(FrameFiles, GivesEachSenderItsOwn)
         std::remove(name.c_str());
     }
     EXPECT_EQ(files.name_of({1, 2}), "");
+}
+
+namespace
+{
+
+size_t open_descriptors()
+{
+    const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+    return static_cast<size_t>(std::distance(begin(descriptors), end(descriptors)));
+}
+
+} // namespace
+
+// Each of many senders sends twice, so that every file is closed once and gone on with.
+TEST(FrameFiles, KeepsFewFilesOpenForAnyNumberOfSenders)
+{
+    constexpr uint32_t senders = 500;
+    const temporary_file place;
+    frame_files files(place.path(), true, {1000, 8});
+    const size_t open_before = open_descriptors();
+    for (const uint8_t letter : {'a', 'b'}) {
+        for (uint32_t ssrc = 1; ssrc <= senders; ++ssrc) {
+            ASSERT_TRUE(write(&files, 0, ssrc, {letter})) << ssrc;
+            ASSERT_LE(open_descriptors(), open_before + 8);
+        }
+    }
+    files.close();
+    EXPECT_EQ(files.unwritten(), 0u);
+    for (uint32_t ssrc = 1; ssrc <= senders; ++ssrc) {
+        const std::string name = files.name_of({0, ssrc});
+        EXPECT_EQ(content(name), "ab") << name;
+        std::remove(name.c_str());
+    }
+}
+
+TEST(FrameFiles, ClosesTheOneThatWasWrittenLeastRecently)
+{
+    const temporary_file place;
+    frame_files files(place.path(), true, {1000, 2});
+    EXPECT_TRUE(write(&files, 0, 1, {'a'}));
+    EXPECT_TRUE(write(&files, 0, 2, {'a'}));
+    EXPECT_TRUE(write(&files, 0, 1, {'b'}));
+    std::remove(files.name_of({0, 2}).c_str()); // it cannot be gone on with once it is closed
+    EXPECT_TRUE(write(&files, 0, 3, {'a'}));
+    EXPECT_TRUE(write(&files, 0, 1, {'c'}));
+    EXPECT_FALSE(write(&files, 0, 2, {'b'}));
+    EXPECT_THROW(files.close(), failure);
+    EXPECT_EQ(content(files.name_of({0, 1})), "abc");
+    std::remove(files.name_of({0, 1}).c_str());
+    std::remove(files.name_of({0, 3}).c_str());
+}
+
+TEST(FrameFiles, CreatesNoMoreThanItMayAndGoesOn)
+{
+    const temporary_file place;
+    frame_files files(place.path(), true, {3, 2});
+    for (const uint8_t letter : {'a', 'b'}) {
+        for (uint32_t ssrc = 1; ssrc <= 5; ++ssrc) {
+            EXPECT_TRUE(write(&files, 0, ssrc, {letter}));
+        }
+    }
+    files.close();
+    EXPECT_EQ(files.unwritten(), 4u);
+    for (uint32_t ssrc = 1; ssrc <= 3; ++ssrc) {
+        EXPECT_EQ(content(files.name_of({0, ssrc})), "ab");
+        std::remove(files.name_of({0, ssrc}).c_str());
+    }
+    EXPECT_EQ(files.name_of({0, 4}), "");
 }
 
 TEST(FrameFiles, TellsAtTheEndWhatCouldNotBeCreated)

@@ -116,12 +116,15 @@ TEST(ListenSummary, TellsWhatWasLeftOutForALimit)
     EXPECT_EQ(listen_text(result).find("note"), std::string::npos);
     result.limits.frames_not_held = 21;
     result.limits.times_without_memory = 22;
+    result.limits.frames_without_file = 23;
     const std::string text = listen_text(result);
     EXPECT_TRUE(contains(text, "note        21 frames of another sender were dropped")) << text;
     EXPECT_TRUE(contains(text, "note        22 times there was no memory")) << text;
     const json limits = listen_json(result)["limits"];
     EXPECT_EQ(limits["frames_not_held"], 21);
     EXPECT_EQ(limits["times_without_memory"], 22);
+    EXPECT_TRUE(contains(text, "note        23 frames were not written: there were more senders than files\n")) << text;
+    EXPECT_EQ(limits["frames_without_file"], 23);
 }
 
 TEST(ListenSummary, FitsStatusOnALine)
