@@ -91,6 +91,7 @@ sender_settings draw_sender(const call_terms &terms, Random *random)
     if (terms.kind->repairs_all) {
         drawn.repairs = random->happens(0.5) ? repair::plain : repair::rtx;
         drawn.is_rtx_paired = drawn.keeps_probes = true;
+        drawn.keeps = 4096; // of more than a round trip
     }
     drawn.probes = random->happens(0.4) ? random->real(0, 0.2) : 0;
     drawn.extension_words = static_cast<int>(random->between(0, 8)) - 1;

@@ -11,7 +11,7 @@ namespace
 class RtpSender : public Sender
 {
   public:
-    RtpSender(const sender_settings &given, uint64_t seed, zeb_ts_t now) : Sender(given, seed, now), kept_(kKept)
+    RtpSender(const sender_settings &given, uint64_t seed, zeb_ts_t now) : Sender(given, seed, now), kept_(given.keeps)
     {
         base_ = static_cast<uint32_t>(random_.next());
         seq_ = static_cast<seq_t>(random_.next());
@@ -20,7 +20,7 @@ class RtpSender : public Sender
 
     std::vector<wire_packet> send_again(seq_t seq) override
     {
-        const kept_packet &kept = kept_[seq % kKept];
+        const kept_packet &kept = kept_[seq % settings.keeps];
         if (settings.repairs == repair::none || !kept.is_there || kept.fields.seq != seq) {
             return {};
         }
@@ -43,7 +43,7 @@ class RtpSender : public Sender
     void renumber(bool packets_too) override
     {
         base_ = static_cast<uint32_t>(random_.next());
-        kept_.assign(kKept, {});
+        kept_.assign(settings.keeps, {});
         if (packets_too) {
             seq_ = static_cast<seq_t>(random_.happens(0.2) ? seq_ - random_.below(4000) : random_.next());
         }
@@ -68,8 +68,6 @@ class RtpSender : public Sender
     }
 
   private:
-    static constexpr size_t kKept = 512;
-
     struct kept_packet {
         bool is_there = false;
         rtp_builder::rtp_fields fields;
@@ -99,7 +97,7 @@ class RtpSender : public Sender
 
     void keep(rtp_builder::rtp_fields fields)
     {
-        kept_packet &kept = kept_[fields.seq % kKept];
+        kept_packet &kept = kept_[fields.seq % settings.keeps];
         kept.is_there = true;
         kept.fields = std::move(fields);
     }
@@ -115,7 +113,7 @@ class RtpSender : public Sender
             if (settings.keeps_probes) {
                 keep(std::move(fields));
             } else {
-                kept_[fields.seq % kKept].is_there = false;
+                kept_[fields.seq % settings.keeps].is_there = false;
             }
         }
     }

@@ -29,6 +29,7 @@ struct sender_settings {
     zeb_ts_t key_every = 0; // ms; 0: on request alone
     zeb_ts_t key_pause = 0; // ms from one key frame to the next at least
     repair repairs = repair::plain;
+    size_t keeps = 512;        // packets, to send them again: a power of two
     bool is_rtx_paired = true; // the receiver was told which SSRC the retransmissions have
     double probes = 0;         // share of frames that padding follows
     bool keeps_probes = false; // padding is sent again like anything else
