@@ -59,10 +59,11 @@ bool may_omit_sets(const preset &kind)
     return !kind.link.corrupted_arrive && kind.link.outage_every == 0 && kind.restart_every == 0;
 }
 
-// The frame queue's index has room for 256 packets of a frame across the wrap of their numbers.
-void keep_to_packet_index(encoder_settings *drawn)
+// A frame has at most 1280 packets; a native one 256, as the frame queue's index has no room for more across the wrap of
+// their numbers.
+void keep_to_packet_index(encoder_settings *drawn, bool is_native)
 {
-    constexpr double packets = 80; // of a large key frame, its parts that are not aggregated left out
+    const double packets = is_native ? 80 : 500; // of a large key frame, its parts that are not aggregated left out
     const auto least = static_cast<size_t>(3 * drawn->mean_bytes * drawn->key_scale / packets);
     drawn->packetizer.payload_max = std::max(drawn->packetizer.payload_max, least);
 }
@@ -78,9 +79,7 @@ sender_settings draw_sender(const call_terms &terms, Random *random)
     drawn.stream_id = drawn.is_native ? static_cast<uint8_t>(random->below(4)) : uint8_t{0};
     drawn.fps = random->one_of(rates);
     drawn.encoder = draw_encoder(terms, drawn.is_native, drawn.fps, random);
-    if (drawn.is_native) {
-        keep_to_packet_index(&drawn.encoder);
-    }
+    keep_to_packet_index(&drawn.encoder, drawn.is_native);
     drawn.fec = random->happens(0.4) ? random->real(0.1, 0.5) : 0;
     const bool is_asked = drawn.is_native || terms.agreed.pli || terms.agreed.fir;
     drawn.key_every = is_asked && random->happens(0.6) ? 0 : random->between(1000, 2500);
