@@ -42,8 +42,9 @@ struct kernel {
     std::mutex lock; // held by the task that runs
     std::vector<freertos_double_task *> tasks;
     freertos_double_task *running = nullptr;
-    uint64_t now = 0;     // ticks
-    size_t heap_free = 0; // bytes; the heap itself is the host's
+    uint64_t now = 0;              // ticks
+    const uint8_t *heap = nullptr; // given by the program, which never takes it back; not used
+    size_t heap_free = 0;          // bytes; the heap itself is the host's
     size_t heap_free_least = 0;
 };
 
@@ -140,6 +141,7 @@ extern "C" {
 
 void vPortDefineHeapRegions(const HeapRegion_t *pxHeapRegions)
 {
+    g_kernel.heap = pxHeapRegions->pucStartAddress;
     for (; pxHeapRegions->xSizeInBytes != 0; pxHeapRegions++) {
         g_kernel.heap_free += pxHeapRegions->xSizeInBytes;
     }
