@@ -26,6 +26,21 @@ std::string sender_file_name(const std::string &path, uint32_t ssrc, uint8_t cod
     return (whole.parent_path() / name).string();
 }
 
+bool sender_file_is_possible(const std::string &path, const std::string &name)
+{
+    std::error_code error;
+    const std::filesystem::path pattern =
+        std::filesystem::weakly_canonical(std::filesystem::absolute(path, error), error);
+    const std::filesystem::path file = std::filesystem::weakly_canonical(std::filesystem::absolute(name, error), error);
+    const std::string begin = pattern.stem().string() + "-";
+    const std::string found = file.stem().string();
+    constexpr size_t ssrc_size = 8;
+    return !path.empty() && !name.empty() && pattern.parent_path() == file.parent_path() &&
+           (!pattern.has_extension() || pattern.extension() == file.extension()) &&
+           found.compare(0, begin.size(), begin) == 0 && found.size() >= begin.size() + ssrc_size &&
+           found.find_first_not_of("0123456789abcdef", begin.size()) >= begin.size() + ssrc_size;
+}
+
 frame_files::frame_files(const std::string &path, bool is_split, const frame_file_limits &limits)
     : path_(path), is_split_(is_split), limits_(limits)
 {

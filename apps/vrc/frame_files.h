@@ -23,6 +23,10 @@ using frame_owner = std::pair<size_t, uint32_t>;
 // "call-1122aabb.h265". With `copy` above 1 that number goes behind the SSRC.
 std::string sender_file_name(const std::string &path, uint32_t ssrc, uint8_t codec, unsigned copy);
 
+// Whether `name` leads to where sender_file_name may lead for `path`: a sender chooses its SSRC, and shall not choose what
+// is overwritten.
+bool sender_file_is_possible(const std::string &path, const std::string &name);
+
 // What senders that nobody knows may cost.
 struct frame_file_limits {
     size_t files = 1000;    // that are created for senders; frames of more senders are counted and not written

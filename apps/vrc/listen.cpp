@@ -264,6 +264,7 @@ class listener
             result->streams.push_back(
                 {stream.received, stream.header_bytes, one.media->decryption(), outputs_->frames_name({index, ssrc})});
         }
+        result->silent += receiver.others();
         const std::array<uint64_t, PACKET_DROP_REASONS> refused = receiver.refused();
         for (size_t reason = 0; reason < refused.size(); ++reason) {
             result->refused[reason] += refused[reason];
@@ -357,7 +358,8 @@ void privileges_drop(const listen_options &options)
 
 bool has_frames(const listen_result &result)
 {
-    return std::any_of(result.streams.begin(), result.streams.end(),
+    return result.silent.frames > 0 ||
+           std::any_of(result.streams.begin(), result.streams.end(),
                        [](const listened_stream &stream) { return stream.received.report.frames > 0; });
 }
 

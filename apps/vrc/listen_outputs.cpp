@@ -35,6 +35,13 @@ void listen_outputs::check(const listen_options &options)
     uses.push_back({"--record", options.record, true});
     uses.push_back({"the summary", is_stdout_taken ? "" : "-", true});
     file_uses_check(uses);
+    for (const file_use &use : uses) {
+        if (options.is_all && sender_file_is_possible(options.output, use.path)) {
+            throw failure(exit_code::wrong_usage,
+                          fmt::format("'{}' ({}) is what --all would call a sender's file: name another one", use.path,
+                                      use.what));
+        }
+    }
 }
 
 listen_outputs::listen_outputs(const listen_options &options)

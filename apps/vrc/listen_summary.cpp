@@ -107,7 +107,21 @@ std::string notes_text(const listen_result &result)
         text += fmt::format("note        {} other senders were received and not written: --all writes all\n",
                             result.other_senders);
     }
+    if (result.silent.senders > 0) {
+        text += fmt::format(
+            "note        more than {} senders: {} silent ones are counted together, {} packets and {} frames\n",
+            kSendersMax, result.silent.senders, result.silent.packets, result.silent.frames);
+    }
     return text;
+}
+
+json silent_json(const silent_senders &silent)
+{
+    return {{"senders", silent.senders},
+            {"packets", silent.packets},
+            {"bytes", silent.bytes},
+            {"lost", silent.packets_lost},
+            {"frames", silent.frames}};
 }
 
 std::vector<listened_stream>::iterator find_sender(std::vector<listened_stream> *streams, uint32_t ssrc)
@@ -155,7 +169,7 @@ void streams_join(listen_result *result)
         joined.push_back(std::move(result->streams.front()));
         result->streams.erase(result->streams.begin());
     }
-    result->other_senders = result->streams.size();
+    result->other_senders = result->streams.size() + static_cast<size_t>(result->silent.senders);
     result->streams = std::move(joined);
 }
 
@@ -178,6 +192,7 @@ json listen_json(const listen_result &result)
                      {"rtcp_malformed", result.rtcp_malformed},
                      {"duration_s", seconds(result.duration_ms)}}}};
     object["limits"] = limits_json(result.limits);
+    object["silent_senders"] = silent_json(result.silent);
     object["feedback"] = {{"rtcp_sent", result.counts.rtcp_sent}, {"rtcp_unsent", result.counts.rtcp_unsent}};
     if (result.is_all) {
         object.update(all_json(result));

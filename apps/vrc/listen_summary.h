@@ -32,6 +32,7 @@ struct listen_result {
     bool is_all = false;
     std::vector<uint32_t> written; // unless `is_all`: the senders whose frames followed each other in that stream
     size_t other_senders = 0;      // that were not written
+    silent_senders silent;         // that are in none of the streams
     std::array<uint64_t, PACKET_DROP_REASONS> refused{}; // packets of no stream
     srtp_counts decryption;
     media_counts counts;

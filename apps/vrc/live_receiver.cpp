@@ -25,9 +25,6 @@ constexpr size_t kEarlyDatagramsMax = 512;
 // RTCP that is kept until its sender's RTP comes.
 constexpr size_t kEarlyRtcpMax = 16;
 
-// Streams that are told apart; a made-up SSRC for each packet must not fill the memory.
-constexpr size_t kSendersMax = 256;
-
 constexpr uint8_t kFirstDynamicType = 96;
 
 uint32_t random_number()
@@ -103,6 +100,16 @@ uint32_t datagram_subject(byte_view datagram)
 }
 
 } // namespace
+
+silent_senders &silent_senders::operator+=(const silent_senders &more)
+{
+    senders += more.senders;
+    packets += more.packets;
+    bytes += more.bytes;
+    packets_lost += more.packets_lost;
+    frames += more.frames;
+    return *this;
+}
 
 live_receiver::live_receiver(const live_config &config, live_outputs outputs)
     : config_(config), outputs_(std::move(outputs)), service_(rtc_service_create(), rtc_service_destroy),
@@ -243,10 +250,31 @@ void live_receiver::feed(const flow &path, byte_view packet, zeb_ts_t now)
     count_headers(view);
 }
 
+// Those that are received keep their counts. Of the others the one that sent least goes, so that somebody who makes up senders
+// pushes out his own.
+bool live_receiver::make_room()
+{
+    const auto end = senders_.end();
+    auto least = end;
+    for (auto known = senders_.begin(); known != end; ++known) {
+        const bool is_less = least == end || known->second.last_report.packets < least->second.last_report.packets;
+        least = is_less && report(known->first) == nullptr ? known : least;
+    }
+    if (least == end) {
+        return false;
+    }
+    const stream_report &counts = least->second.last_report;
+    others_ += {1, counts.packets, counts.bytes, counts.packets_lost, counts.frames};
+    order_.erase(std::remove(order_.begin(), order_.end(), least->first), order_.end());
+    senders_.erase(least);
+    return true;
+}
+
 // Returns whether it is a new one.
 bool live_receiver::note_sender(const flow &path, const rtp_view &view)
 {
-    if (senders_.count(view.ssrc) > 0 || senders_.size() == kSendersMax || report(view.ssrc) == nullptr) {
+    if (senders_.count(view.ssrc) > 0 || report(view.ssrc) == nullptr ||
+        (senders_.size() == kSendersMax && !make_room())) {
         return false;
     }
     senders_[view.ssrc].identity = {path, view.ssrc, view.payload_type};

@@ -40,6 +40,19 @@ struct live_stream {
     uint64_t header_bytes = 0; // RTP headers and padding
 };
 
+// Senders whose own counts were given up for those of new ones.
+struct silent_senders {
+    uint64_t senders = 0; // one that came back is counted again
+    uint64_t packets = 0;
+    uint64_t bytes = 0;
+    uint64_t packets_lost = 0;
+    uint64_t frames = 0;
+
+    silent_senders &operator+=(const silent_senders &more);
+};
+
+constexpr size_t kSendersMax = 256; // that are told apart: a made-up SSRC for each packet must not fill the memory
+
 class live_receiver
 {
   public:
@@ -59,13 +72,19 @@ class live_receiver
         return rtc_service_next_at(service_.get());
     }
 
-    // The senders of video, in the order in which they came.
+    // The senders of video, in the order in which they came. Of more than kSendersMax, those that are silent and sent least
+    // are counted together.
     const std::vector<uint32_t> &senders() const
     {
         return order_;
     }
 
     live_stream describe(uint32_t ssrc) const;
+
+    const silent_senders &others() const
+    {
+        return others_;
+    }
 
     // A sender's counts; null for one that is not known, or put out for others after a silence.
     const stream_report *report(uint32_t ssrc) const;
@@ -105,6 +124,7 @@ class live_receiver
     void feed(const flow &path, byte_view packet, zeb_ts_t now);
     void feed_rtcp(byte_view datagram, zeb_ts_t now);
     bool note_sender(const flow &path, const rtp_view &view);
+    bool make_room();
     void count_headers(const rtp_view &view);
     uint8_t codec_of(const stream_identity &identity) const;
 
@@ -118,6 +138,7 @@ class live_receiver
     std::deque<early_datagram> early_rtcp_; // of senders whose RTP has not come
     std::map<uint32_t, sender> senders_;    // by SSRC
     std::vector<uint32_t> order_;
+    silent_senders others_;
 };
 
 } // namespace vrc

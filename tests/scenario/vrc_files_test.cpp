@@ -148,6 +148,14 @@ TEST(VrcFiles, RefusesTwoUsesOfOneFileAndLeavesAllAsItWas)
     }
 }
 
+TEST(VrcFiles, LetsNoSenderChooseAFileThatIsInUse)
+{
+    const user_directory files;
+    const outcome result = vrc(files.words("listen --codec h264 --all -o @call.h264 --record @call-1122aabb.h264"));
+    EXPECT_EQ(result.status, 2);
+    EXPECT_TRUE(contains(result.err, "is what --all would call a sender's file")) << result.err;
+}
+
 TEST(VrcFiles, TakesFilesThatOnlyLookAlike)
 {
     const user_directory files;

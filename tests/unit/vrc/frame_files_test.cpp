@@ -51,6 +51,31 @@ TEST(SenderFileName, HasSsrcInFrontOfExtension)
     }
 }
 
+TEST(FrameFiles, KnowsWhichFilesASenderCouldChoose)
+{
+    struct {
+        const char *output;
+        const char *name;
+        bool is_possible;
+    } const rows[] = {
+        {"call.h264", "call-1122aabb.h264", true},
+        {"call.h264", "./call-1122aabb.h264", true},
+        {"call.h264", "call-1122aabb-2.h264", true},
+        {"call", "call-1122aabb.h265", true},
+        {"/tmp/call.h264", "call-1122aabb.h264", false},
+        {"call.h264", "call-1122aabb.pcap", false},
+        {"call.h264", "call-1122aab.h264", false},
+        {"call.h264", "call-record.h264", false},
+        {"call.h264", "call.h264", false},
+        {"call.h264", "", false},
+        {"", "-00000001.h264", false},
+        {"call.h264", "-", false},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(sender_file_is_possible(row.output, row.name), row.is_possible) << row.output << " " << row.name;
+    }
+}
+
 TEST(FrameFiles, WritesAllToOneFile)
 {
     const temporary_file out;

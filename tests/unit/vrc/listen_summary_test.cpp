@@ -127,6 +127,22 @@ TEST(ListenSummary, TellsWhatWasLeftOutForALimit)
     EXPECT_EQ(limits["frames_without_file"], 23);
 }
 
+TEST(ListenSummary, TellsOfSendersThatAreCountedTogether)
+{
+    listen_result result = result_of(true, {stream_of(1, 10)});
+    EXPECT_EQ(listen_text(result).find("more than 256 senders"), std::string::npos);
+    result.silent = {31, 32, 33, 34, 35};
+    const std::string text = listen_text(result);
+    EXPECT_TRUE(contains(text, "more than 256 senders: 31 silent ones are counted together, 32 packets and 35 frames"))
+        << text;
+    const json silent = listen_json(result)["silent_senders"];
+    EXPECT_EQ(silent, (json{{"senders", 31}, {"packets", 32}, {"bytes", 33}, {"lost", 34}, {"frames", 35}}));
+    result.is_all = false;
+    result.written = {1};
+    streams_join(&result);
+    EXPECT_EQ(result.other_senders, 31u);
+}
+
 TEST(ListenSummary, FitsStatusOnALine)
 {
     listen_result result = result_of(true, {stream_of(1, 10), stream_of(2, 20)});

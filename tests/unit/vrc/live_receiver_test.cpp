@@ -176,6 +176,39 @@ TEST(LiveReceiver, KeepsCountsOfSenderThatIsForgotten)
     EXPECT_EQ(scene.receiver.report(1), nullptr);
 }
 
+TEST(LiveReceiver, KeepsCountingSendersHoweverManyCameBefore)
+{
+    live_scene scene(config_of(96));
+    const auto pause = [&scene](zeb_ts_t duration) {
+        scene.now += duration;
+        scene.receiver.tick(scene.now);
+    };
+    scene.send_pictures({1, 0, false, 7, 96}, 20);
+    pause(6000); // then others have its place
+    constexpr uint32_t made_up = 1000;
+    constexpr uint32_t first = 100'000;
+    for (uint32_t i = 0; i < made_up; ++i) {
+        scene.send_pictures({1, 0, false, first + i, 96}, 1);
+        pause(700); // eight of them make six seconds
+    }
+    pause(6000);
+    scene.send_pictures({1, 0, false, 8, 96}, 20);
+
+    EXPECT_EQ(scene.receiver.senders().size(), kSendersMax);
+    EXPECT_EQ(scene.packets_of(8), 21u) << "one that came last";
+    EXPECT_EQ(scene.packets_of(7), 21u) << "one that sent more than those who pushed";
+    EXPECT_EQ(scene.receiver.senders().front(), 7u);
+    EXPECT_EQ(scene.receiver.senders().back(), 8u);
+    const silent_senders &others = scene.receiver.others();
+    EXPECT_EQ(others.senders, made_up + 2 - kSendersMax);
+    EXPECT_EQ(others.packets, others.senders * 2);
+    uint64_t packets = others.packets;
+    for (const uint32_t ssrc : scene.receiver.senders()) {
+        packets += scene.packets_of(ssrc);
+    }
+    EXPECT_EQ(packets, 21u + 21u + made_up * 2u) << "none is lost from the sum";
+}
+
 TEST(LiveReceiver, TakesRetransmissionsByOption)
 {
     live_config config = config_of(96);
