@@ -14,10 +14,10 @@
 #include "failing_memory.h"
 #include "fuzz_input.h"
 #include "heap_budget.h"
-#include "owned_memory.h"
 #include "rtcp.h"
 #include "sdp.h"
 #include "service.h"
+#include "service_memory.h"
 #include "session_description.h"
 #include "test_stream.h"
 #include "user.h"
@@ -122,7 +122,6 @@ class Program
     void check_delivery_times();
     void check_all();
     void check_budget();
-    void collect_user(user_state *user, std::vector<const void *> *owned) const;
 
     static void on_frame(void *context, const channel_frame *frame);
     static void on_rtcp(void *context, const uint8_t *datagram, size_t size);
@@ -285,36 +284,6 @@ void check_sample(const sampled &before, const sampled &after, size_t size, bool
     fuzz::check(after.n_again == before.n_again + (is_retrans ? 1 : 0), "a bandwidth sample says what was sent again");
 }
 
-void collect_held(const packet_hold &hold, std::vector<const void *> *owned)
-{
-    const list_head *head = &hold.packets.head;
-    for (const list_head *node = head->next; node != head; node = node->next) {
-        owned->push_back(node);
-        const PVideoData4 &video = reinterpret_cast<const held_packet *>(node)->video;
-        owned->push_back(video.payload.values);
-        owned->push_back(video.extension.contents.values);
-    }
-}
-
-void Program::collect_user(user_state *user, std::vector<const void *> *owned) const
-{
-    owned->push_back(user);
-    size_t n = 0;
-    const rtc_list_t *streams = &user->user.video_streams_q;
-    for (const list_head *node = streams->head.next; node != &streams->head; node = node->next, n++) {
-        owned->push_back(node);
-        fuzz::collect_owned(*reinterpret_cast<const user_video_stream *>(node), owned);
-    }
-    fuzz::check(n == streams->count && n <= kUserStreamsMax, "a user has a few streams");
-    for (const stream_state *state : user->streams) {
-        if (state != nullptr) {
-            owned->push_back(state);
-            collect_held(state->hold, owned);
-            collect_held(state->stray, owned);
-        }
-    }
-}
-
 // Whatever time a reorder cache was given, its delivery is when it happened, or was forgotten with all else.
 void Program::check_delivery_time(uint32_t uid)
 {
@@ -348,7 +317,9 @@ void Program::check_all()
         const list_head *head = &channel_->state->users.head;
         for (list_head *node = head->next; node != head; node = node->next, n_users++) {
             auto *user = reinterpret_cast<user_state *>(node);
-            collect_user(user, &owned);
+            const size_t n_streams = fuzz::collect_user(*user, &owned);
+            fuzz::check(n_streams == user->user.video_streams_q.count && n_streams <= kUserStreamsMax,
+                        "a user has a few streams");
             for (const stream_state *state : user->streams) {
                 if (state != nullptr) {
                     check_stream(user->uid, state->stream->stream_id);
@@ -359,10 +330,7 @@ void Program::check_all()
         fuzz::check(n_users == channel_->state->users.count && n_users <= kChannelSendersDefault,
                     "a channel has a few users");
     }
-    const list_head *pool = &service_->free_user_video_streams.head;
-    for (const list_head *node = pool->next; node != pool; node = node->next) {
-        owned.push_back(node);
-    }
+    fuzz::collect_pool(*service_, &owned);
     owned.erase(std::remove(owned.begin(), owned.end(), nullptr), owned.end());
     std::sort(owned.begin(), owned.end());
     fuzz::check(std::adjacent_find(owned.begin(), owned.end()) == owned.end(), "no block is owned twice");

@@ -75,7 +75,7 @@ sender_settings draw_sender(const call_terms &terms, Random *random)
     constexpr double rates[] = {10, 10, 10, 12, 15, 15, 25, 30};
     constexpr repair repairs[] = {repair::none, repair::plain, repair::flagged, repair::rtx, repair::rtx};
     sender_settings drawn;
-    drawn.is_native = random->happens(0.25);
+    drawn.is_native = !terms.kind->repairs_all && random->happens(0.25); // below, native packets are repeated later
     drawn.stream_id = drawn.is_native ? static_cast<uint8_t>(random->below(4)) : uint8_t{0};
     drawn.fps = random->one_of(rates);
     drawn.encoder = draw_encoder(terms, drawn.is_native, drawn.fps, random);
