@@ -687,17 +687,16 @@ void World::check_delivery_time(const member &of)
     }
 }
 
-// A sample is the packet as it was received. One that repeats another may be sampled as either of the two.
+// A sample is the packet as it was received; one that repeats another is that one but for its size.
 void World::check_samples(const wire_packet &packet)
 {
     const std::vector<received_sample> samples = take_samples();
     const bool is_repeated = packet.is_rtx;
     for (const received_sample &sample : samples) {
-        const size_t original_size = packet.data.size() - (is_repeated ? 2 : 0);
-        const bool is_size = sample.size == packet.data.size() || sample.size == original_size;
+        const seq_t seq = is_repeated ? packet.seq : be16_read(&packet.data[2]);
+        const bool is_seq = sample.seq == seq || (is_repeated && packet.is_changed);
         const bool is_time = sample.now == now_ && sample.timestamp == be32_read(&packet.data[4]);
-        const bool is_seq = is_repeated || sample.seq == be16_read(&packet.data[2]);
-        if (!is_size || !is_time || !is_seq) {
+        if (sample.size != packet.data.size() || !is_time || !is_seq) {
             find("sampled as packet " + std::to_string(sample.seq) + " of " + std::to_string(sample.size) +
                  " bytes with timestamp " + std::to_string(sample.timestamp) + ": packet " +
                  std::to_string(packet.seq) + " of " + std::to_string(packet.data.size()) + " bytes with timestamp " +
