@@ -6,7 +6,8 @@ namespace vrc
 bool datagram_source::next(captured_datagram *datagram)
 {
     while (reader_.next(datagram)) {
-        if (srtp_.unprotect(&datagram->udp.payload)) {
+        const zeb_ts_t now = datagram->elapsed_us / 1000;
+        if (srtp_.unprotect(datagram->udp.path.source, &datagram->udp.payload, now)) {
             return true;
         }
     }

@@ -67,7 +67,7 @@ listen_media::listen_media(const listen_section &section, const std::optional<sd
 void listen_media::take(const udp_arrival &arrival, zeb_ts_t now)
 {
     udp_datagram datagram = arrival.datagram;
-    const bool is_authentic = srtp_.unprotect(&datagram.payload);
+    const bool is_authentic = srtp_.unprotect(datagram.path.source, &datagram.payload, now);
     const byte_view bytes = datagram.payload;
     // Who does not agree on one port for both may still use one.
     const bool is_rtcp =

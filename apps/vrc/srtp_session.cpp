@@ -2,6 +2,7 @@
 
 #include <srtp2/srtp.h>
 
+#include <algorithm>
 #include <limits>
 #include <optional>
 
@@ -16,19 +17,13 @@ constexpr size_t kRtcpHeaderSize = 8;
 constexpr size_t kRtcpIndexSize = 4;
 constexpr size_t kPacketSizeMax = 65535;
 
-// A search costs a few milliseconds. Packets that are not authentic must not slow down those that are, so there is a limit to
-// searches that find nothing, and to the senders that are told apart for them.
-constexpr unsigned kVainSearchesMax = 64;
-constexpr size_t kSuspectsMax = 64;
+// Larger packets are not searched with, as a trial costs what the packet is long. A path carries none that are larger, and
+// if one does: every picture ends with a packet that is not full.
+constexpr size_t kSearchSizeMax = 1500;
 
 bool is_rtcp_type(uint8_t second_byte)
 {
     return second_byte >= 192 && second_byte <= 223;
-}
-
-bool is_power_of_two(uint64_t number)
-{
-    return number != 0 && (number & (number - 1)) == 0;
 }
 
 // The turns that the sender's numbers have made so far as this context knows; none when it does not know the sender.
@@ -50,7 +45,8 @@ srtp_counts &srtp_counts::operator+=(const srtp_counts &more)
     return *this;
 }
 
-srtp_session::srtp_session(const std::vector<sdp_crypto> &keys)
+srtp_session::srtp_session(const std::vector<sdp_crypto> &keys, uint32_t seed)
+    : budget_(std::max<uint32_t>(1, static_cast<uint32_t>(keys.size())) * kSrtpRolloversMax, seed)
 {
     for (const sdp_crypto &key : keys) {
         keys_.push_back({key, srtp_context_incoming(key)});
@@ -118,25 +114,14 @@ srtp_session::verdict srtp_session::try_keys(byte_view packet, bool is_rtcp)
     return result;
 }
 
-// The first packet of a sender that is not authentic is a reason to search, and the second, the fourth and so on.
-bool srtp_session::may_search(uint32_t ssrc)
-{
-    if (vain_searches_ == kVainSearchesMax || (suspects_.size() == kSuspectsMax && suspects_.count(ssrc) == 0)) {
-        return false;
-    }
-    return is_power_of_two(++suspects_[ssrc].failures);
-}
-
 bool srtp_session::search_rollovers(byte_view packet)
 {
     for (size_t i = 0; i < keys_.size(); ++i) {
         if (search_rollovers_with(keys_[i], packet)) {
-            vain_searches_ = 0;
             last_key_ = i;
             return true;
         }
     }
-    ++vain_searches_;
     return false;
 }
 
@@ -153,6 +138,7 @@ bool srtp_session::search_rollovers_with(const used_key &with, byte_view packet)
     }
     for (uint32_t rollovers = first; rollovers < first + kSrtpRolloversMax; ++rollovers) {
         srtp_context_set_rollovers(trial, ssrc, rollovers);
+        ++search_trials_;
         if (unprotect_with(trial, packet, false) == verdict::decrypted) {
             return srtp_context_add_sender(with.context, with.key, ssrc, rollovers) &&
                    unprotect_with(with.context, packet, false) == verdict::decrypted;
@@ -161,7 +147,21 @@ bool srtp_session::search_rollovers_with(const used_key &with, byte_view packet)
     return false;
 }
 
-bool srtp_session::unprotect(byte_view *packet)
+// Whether it is of a sender whose numbers went around unheard.
+bool srtp_session::find_ahead(const endpoint &from, byte_view packet, zeb_ts_t now)
+{
+    const uint32_t ssrc = packet.be32(kSsrcOffset);
+    if (packet.size() > kSearchSizeMax || !budget_.take(from, ssrc, now)) {
+        return false;
+    }
+    if (search_rollovers(packet)) {
+        return true;
+    }
+    budget_.note_vain(from, ssrc, now);
+    return false;
+}
+
+bool srtp_session::unprotect(const endpoint &from, byte_view *packet, zeb_ts_t now)
 {
     const bool is_rtcp = packet->size() >= 2 && is_rtcp_type((*packet)[1]);
     const size_t header_size = is_rtcp ? kRtcpHeaderSize : kRtpHeaderSize;
@@ -170,15 +170,15 @@ bool srtp_session::unprotect(byte_view *packet)
     }
     verdict result = try_keys(*packet, is_rtcp);
     const bool may_be_ahead = !is_rtcp && (result == verdict::not_authentic || result == verdict::too_old);
-    if (may_be_ahead && may_search(packet->be32(kSsrcOffset)) && search_rollovers(*packet)) {
+    if (may_be_ahead && find_ahead(from, *packet, now)) {
         result = verdict::decrypted;
     }
     count(result);
     if (result != verdict::decrypted) {
         return false;
     }
-    if (!is_rtcp && !suspects_.empty()) {
-        suspects_.erase(packet->be32(kSsrcOffset));
+    if (!is_rtcp) {
+        budget_.note_authentic(from, packet->be32(kSsrcOffset));
     }
     *packet = byte_view(plain_.data(), plain_.size());
     return true;

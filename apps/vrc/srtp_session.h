@@ -2,11 +2,12 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
+#include <random>
 #include <vector>
 
 #include "byte_view.h"
 #include "srtp_context.h"
+#include "srtp_search_budget.h"
 
 namespace vrc
 {
@@ -21,19 +22,21 @@ struct srtp_counts {
 };
 
 // Decrypts for every sender (SSRC) apart. How often a sender's sequence numbers wrapped around before it was first heard
-// is not in its packets (RFC 3711, 3.3.1): it is found by trying, up to kSrtpRolloversMax times. The same goes for
-// numbers that went around unheard.
+// is not in its packets (RFC 3711, 3.3.1): it is found by trying, up to kSrtpRolloversMax times, with packets of at most
+// 1500 bytes and within srtp_search_budget. The same goes for numbers that went around unheard.
 class srtp_session
 {
   public:
-    // Each packet is tried with one key after the other. Throws failure (wrong_usage) for a key that cannot be used.
-    explicit srtp_session(const std::vector<sdp_crypto> &keys);
+    // Each packet is tried with one key after the other. `seed` is for the choice of packets to search with. Throws
+    // failure (wrong_usage) for a key that cannot be used.
+    explicit srtp_session(const std::vector<sdp_crypto> &keys, uint32_t seed = std::random_device{}());
     srtp_session(const srtp_session &) = delete;
     srtp_session &operator=(const srtp_session &) = delete;
 
     // Replaces an SRTP or SRTCP packet (told apart by RFC 5761, 4) by what it protects, which is valid until the next
-    // call. Returns false when the packet is to be dropped; it is counted then. What is neither stays as it is.
-    bool unprotect(byte_view *packet);
+    // call. Returns false when the packet is to be dropped; it is counted then. What is neither stays as it is. The time
+    // is in milliseconds and never decreases.
+    bool unprotect(const endpoint &from, byte_view *packet, zeb_ts_t now);
 
     // Whether there are keys; without, every packet stays as it is.
     bool has_keys() const
@@ -52,6 +55,12 @@ class srtp_session
         return counts_;
     }
 
+    // Trial decryptions that searches took.
+    uint64_t search_trials() const
+    {
+        return search_trials_;
+    }
+
   private:
     enum class verdict {
         decrypted,
@@ -66,22 +75,17 @@ class srtp_session
         srtp_context context;
     };
 
-    // Who sent what was not authentic, as far as one can say.
-    struct suspect {
-        uint64_t failures = 0; // since the last packet that was authentic
-    };
-
     verdict unprotect_with(const srtp_context &with, byte_view packet, bool is_rtcp);
     verdict try_keys(byte_view packet, bool is_rtcp);
-    bool may_search(uint32_t ssrc);
+    bool find_ahead(const endpoint &from, byte_view packet, zeb_ts_t now);
     bool search_rollovers(byte_view packet);
     bool search_rollovers_with(const used_key &with, byte_view packet);
     void count(verdict result);
 
     std::vector<used_key> keys_;
     std::vector<uint8_t> plain_;
-    std::map<uint32_t, suspect> suspects_; // by SSRC
-    unsigned vain_searches_ = 0;           // in a row
+    srtp_search_budget budget_;
+    uint64_t search_trials_ = 0;
     size_t last_key_ = 0;
     srtp_counts counts_;
 };

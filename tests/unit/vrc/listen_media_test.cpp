@@ -189,7 +189,7 @@ TEST(ListenMedia, RepairsEncryptedStreamByEncryptedRequest)
         bool is_asked = false;
         for (const sent_datagram &one : scene.sent) {
             byte_view view(one.datagram.data(), one.datagram.size());
-            ASSERT_TRUE(peer.unprotect(&view));
+            ASSERT_TRUE(peer.unprotect({}, &view, scene.now));
             is_asked = is_asked || asks_for(view, 3);
             EXPECT_EQ(one.to_port, kRtpPort);
         }

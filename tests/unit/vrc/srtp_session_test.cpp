@@ -120,11 +120,20 @@ bytes receiver_report()
     return bytes{0x80, 201, 0, 1} + be32(0x11223344);
 }
 
+// An address of another host for each `host`.
+endpoint host_at(uint8_t host, uint16_t port = 4000)
+{
+    endpoint made;
+    made.address.bytes = {192, 0, 2, host};
+    made.port = port;
+    return made;
+}
+
 // What comes out; empty when the packet is dropped.
-bytes unprotect(srtp_session *session, const bytes &packet)
+bytes unprotect(srtp_session *session, const bytes &packet, zeb_ts_t now = 1000, uint8_t host = 1)
 {
     byte_view view(packet.data(), packet.size());
-    return session->unprotect(&view) ? bytes(view.data(), view.data() + view.size()) : bytes();
+    return session->unprotect(host_at(host), &view, now) ? bytes(view.data(), view.data() + view.size()) : bytes();
 }
 
 class SrtpSession : public testing::TestWithParam<suite_row>
@@ -259,6 +268,71 @@ TEST_P(SrtpSession, ProtectsControlPacketsThatItReadsItself)
 }
 
 INSTANTIATE_TEST_SUITE_P(EverySuite, SrtpSession, testing::ValuesIn(kRows));
+
+// A sender whose numbers went around before, and junk before and beside it.
+struct junk_row {
+    const char *what;
+    unsigned before;   // packets, at one time
+    unsigned a_second; // beside the sender
+    uint32_t ssrcs;
+    uint8_t host; // 1 is the sender's
+    size_t size;
+    zeb_ts_t heard_within; // milliseconds
+};
+
+TEST(SrtpSessionAmongJunk, FindsSenderThatJoinsLater)
+{
+    const junk_row rows[] = {
+        {"64 datagrams before", 64, 0, 64, 66, 200, 10},
+        {"64 datagrams of the same host before", 64, 0, 64, 1, 200, 1000},
+        {"a thousand before", 1000, 0, 1000, 66, 200, 10},
+        {"one SSRC beside it", 0, 1000, 1, 66, 200, 10},
+        {"one SSRC of the same host beside it", 0, 1000, 1, 1, 200, 1000},
+        {"a thousand SSRCs beside it", 0, 1000, 1000, 66, 200, 10},
+        {"datagrams of 65 KB before", 10, 0, 10, 66, 65000, 10},
+    };
+    for (const junk_row &row : rows) {
+        for (const uint32_t rollovers : {1u, 1000u}) {
+            protector sender(kRows[0]);
+            sender.set_rollovers(0x77, rollovers);
+            srtp_session session({key_of(kRows[0])}, 1);
+            uint32_t n_junk = 0;
+            const auto junk = [&](zeb_ts_t now) {
+                bytes packet = packet_of(static_cast<uint16_t>(n_junk), 0xBAD00 + n_junk % row.ssrcs);
+                packet.resize(row.size, 0x5A);
+                ++n_junk;
+                EXPECT_EQ(unprotect(&session, packet, now, row.host), bytes());
+            };
+            for (unsigned i = 0; i < row.before; ++i) {
+                junk(1000);
+            }
+            bool is_heard = false;
+            zeb_ts_t now = 1000;
+            for (uint16_t seq = 100; !is_heard && now < 10'000; now += 10, ++seq) {
+                for (unsigned i = 0; i < row.a_second / 100; ++i) {
+                    junk(now);
+                }
+                is_heard = !unprotect(&session, sender.protect(packet_of(seq, 0x77)), now).empty();
+            }
+            EXPECT_LE(now - 1000, row.heard_within) << row.what << ", after " << rollovers << " turns";
+            EXPECT_LE(session.search_trials(),
+                      2 * kSearchesSaved * kSrtpRolloversMax + kSearchTrialsPerSecond * (now - 1000) / 1000)
+                << row.what;
+        }
+    }
+}
+
+TEST(SrtpSessionAmongJunk, DoesNotSearchWithWhatNoPathCarries)
+{
+    srtp_session session({key_of(kRows[0])});
+    bytes packet = packet_of(1);
+    packet.resize(1501);
+    EXPECT_EQ(unprotect(&session, packet), bytes());
+    EXPECT_EQ(session.search_trials(), 0u);
+    packet.resize(1500);
+    EXPECT_EQ(unprotect(&session, packet), bytes());
+    EXPECT_EQ(session.search_trials(), kSrtpRolloversMax);
+}
 
 TEST(SrtpSessionPassing, LeavesAloneWhatIsNoRtp)
 {
