@@ -27,25 +27,22 @@ static uint8_t __unit_type(nal_bytes unit)
     return __is_unit_type(type) ? type : kNalTypeNone;
 }
 
-static bool __is_packet_type(uint8_t type)
+namespace
+{
+
+bool is_packet_type(uint8_t type)
 {
     return type >= kStapA && type <= kFuB;
 }
 
-static nal_payload __other(payload_fault_e fault)
-{
-    nal_payload parsed = {};
-    parsed.kind = NAL_PAYLOAD_OTHER;
-    parsed.fault = fault;
-    return parsed;
-}
+} // namespace
 
 // FU indicator, FU header, fragment (RFC 6184, 5.8).
 static nal_payload __fragment_parse(nal_bytes payload)
 {
     constexpr size_t headers = 2;
     if (payload.size < headers) {
-        return __other(PAYLOAD_FAULT_TRUNCATED);
+        return nal_payload_refused(PAYLOAD_FAULT_TRUNCATED);
     }
     nal_payload parsed = {};
     const uint8_t fu_indicator = payload.data[0];
@@ -54,7 +51,7 @@ static nal_payload __fragment_parse(nal_bytes payload)
     parsed.is_end = (fu_header & kFragmentEnd) != 0;
     parsed.type = fu_header & kTypeMask;
     if (!__is_unit_type(parsed.type)) {
-        return __other(__is_packet_type(parsed.type) ? PAYLOAD_FAULT_NESTED : PAYLOAD_FAULT_RESERVED_TYPE);
+        return nal_payload_refused(is_packet_type(parsed.type) ? PAYLOAD_FAULT_NESTED : PAYLOAD_FAULT_RESERVED_TYPE);
     }
     parsed.kind = NAL_PAYLOAD_FRAGMENT;
     parsed.bytes = {payload.data + headers, payload.size - headers};
@@ -66,7 +63,7 @@ static nal_payload __fragment_parse(nal_bytes payload)
 static nal_payload __payload_parse(nal_bytes payload)
 {
     if (payload.size == 0) {
-        return __other(PAYLOAD_FAULT_TRUNCATED);
+        return nal_payload_refused(PAYLOAD_FAULT_TRUNCATED);
     }
     const uint8_t type = payload.data[0] & kTypeMask;
     if (type == kFuA) {
@@ -79,7 +76,7 @@ static nal_payload __payload_parse(nal_bytes payload)
         return parsed;
     }
     if (!__is_unit_type(type)) {
-        return __other(__is_packet_type(type) ? PAYLOAD_FAULT_INTERLEAVED : PAYLOAD_FAULT_RESERVED_TYPE);
+        return nal_payload_refused(is_packet_type(type) ? PAYLOAD_FAULT_INTERLEAVED : PAYLOAD_FAULT_RESERVED_TYPE);
     }
     parsed.kind = NAL_PAYLOAD_SINGLE;
     parsed.bytes = payload;

@@ -34,20 +34,12 @@ static uint8_t __unit_type(nal_bytes unit)
     return __is_unit_type(type) ? type : kNalTypeNone;
 }
 
-static nal_payload __other(payload_fault_e fault)
-{
-    nal_payload parsed = {};
-    parsed.kind = NAL_PAYLOAD_OTHER;
-    parsed.fault = fault;
-    return parsed;
-}
-
 // Payload header, FU header, fragment (RFC 7798, 4.4.3).
 static nal_payload __fragment_parse(nal_bytes payload)
 {
     constexpr size_t headers = kHeaderSize + 1;
     if (payload.size < headers) {
-        return __other(PAYLOAD_FAULT_TRUNCATED);
+        return nal_payload_refused(PAYLOAD_FAULT_TRUNCATED);
     }
     nal_payload parsed = {};
     const uint8_t fu_header = payload.data[kHeaderSize];
@@ -55,7 +47,8 @@ static nal_payload __fragment_parse(nal_bytes payload)
     parsed.is_end = (fu_header & kFragmentEnd) != 0;
     parsed.type = fu_header & kFragmentType;
     if (!__is_unit_type(parsed.type)) {
-        return __other(parsed.type <= kContentInformation ? PAYLOAD_FAULT_NESTED : PAYLOAD_FAULT_RESERVED_TYPE);
+        return nal_payload_refused(parsed.type <= kContentInformation ? PAYLOAD_FAULT_NESTED
+                                                                      : PAYLOAD_FAULT_RESERVED_TYPE);
     }
     parsed.kind = NAL_PAYLOAD_FRAGMENT;
     parsed.bytes = {payload.data + headers, payload.size - headers};
@@ -68,7 +61,7 @@ static nal_payload __fragment_parse(nal_bytes payload)
 static nal_payload __payload_parse(nal_bytes payload)
 {
     if (payload.size < kHeaderSize) {
-        return __other(PAYLOAD_FAULT_TRUNCATED);
+        return nal_payload_refused(PAYLOAD_FAULT_TRUNCATED);
     }
     const uint8_t type = __header_type(payload.data);
     if (type == kFragmentation) {
@@ -81,7 +74,7 @@ static nal_payload __payload_parse(nal_bytes payload)
         return parsed;
     }
     if (!__is_unit_type(type)) {
-        return __other(type == kContentInformation ? PAYLOAD_FAULT_PACI : PAYLOAD_FAULT_RESERVED_TYPE);
+        return nal_payload_refused(type == kContentInformation ? PAYLOAD_FAULT_PACI : PAYLOAD_FAULT_RESERVED_TYPE);
     }
     parsed.kind = NAL_PAYLOAD_SINGLE;
     parsed.bytes = payload;

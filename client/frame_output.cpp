@@ -34,8 +34,11 @@ static bool __views_fit(const video_frame *frame, const video_frame *parsed)
     return true;
 }
 
+namespace
+{
+
 // On the RTP path the delivery has looked at each payload when it came.
-static payload_fault_e __native_fault_of(const video_frame *frame, const video_frame *parsed)
+payload_fault_e native_fault_of(const video_frame *frame, const video_frame *parsed)
 {
     unit_chain units = {};
     if (video_frame_is_generic(frame) != 0) {
@@ -51,6 +54,8 @@ static payload_fault_e __native_fault_of(const video_frame *frame, const video_f
     return unit_chain_end(&units);
 }
 
+} // namespace
+
 // Null when none came out; `fault` tells why, or is PAYLOAD_FAULTS.
 static uint8_t *__bitstream_make(const stream_state *state, const video_frame *frame, size_t *size,
                                  payload_fault_e *fault)
@@ -63,7 +68,7 @@ static uint8_t *__bitstream_make(const stream_state *state, const video_frame *f
     }
     uint8_t *bitstream = nullptr;
     if (__views_fit(frame, &parsed)) {
-        *fault = state->is_native ? __native_fault_of(frame, &parsed) : PAYLOAD_FAULTS;
+        *fault = state->is_native ? native_fault_of(frame, &parsed) : PAYLOAD_FAULTS;
         bitstream = *fault == PAYLOAD_FAULTS ? video_frame_regroup_pkts(&parsed, packetizer, size) : nullptr;
     }
     zeb_free_impl(parsed.pkts);
@@ -161,7 +166,10 @@ void frame_output_drop_malformed(stream_state *state, payload_fault_e fault)
     frame_output_drop(state, FRAME_DROP_MALFORMED);
 }
 
-static void __drop_without_bitstream(stream_state *state, payload_fault_e fault)
+namespace
+{
+
+void count_without_bitstream(stream_state *state, payload_fault_e fault)
 {
     if (fault == PAYLOAD_FAULTS) {
         frame_output_drop(state, FRAME_DROP_NOT_ASSEMBLED);
@@ -169,6 +177,8 @@ static void __drop_without_bitstream(stream_state *state, payload_fault_e fault)
         frame_output_drop_malformed(state, fault);
     }
 }
+
+} // namespace
 
 // ---- Handing out ----
 
@@ -191,7 +201,7 @@ bool frame_output_hand_out(stream_state *state, const video_frame *frame, channe
         bitstream = __parameter_sets_prepend(state, frame->codec, bitstream, &out->size);
     }
     if (bitstream == nullptr) {
-        __drop_without_bitstream(state, fault);
+        count_without_bitstream(state, fault);
         return false;
     }
     out->data = bitstream;

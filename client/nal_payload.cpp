@@ -35,6 +35,14 @@ nal_contents aggregate_inspect(const nal_format *format, nal_bytes rest)
 
 } // namespace
 
+nal_payload nal_payload_refused(payload_fault_e fault)
+{
+    nal_payload parsed = {};
+    parsed.kind = NAL_PAYLOAD_OTHER;
+    parsed.fault = fault;
+    return parsed;
+}
+
 const nal_format *nal_format_of(uint8_t codec)
 {
     switch (codec) {

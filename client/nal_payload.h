@@ -38,6 +38,9 @@ struct nal_payload {
     size_t header_size;
 };
 
+// A payload that is not taken.
+nal_payload nal_payload_refused(payload_fault_e fault);
+
 // One payload format.
 struct nal_format {
     // Tells what a payload is. Every size is fine, 0 included.

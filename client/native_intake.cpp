@@ -90,9 +90,12 @@ static void __padding_cut(PVideoData4 *video, const rtp_view *view)
     video->payload.count = static_cast<uint16_t>(video->payload.count - view->padding_size);
 }
 
+namespace
+{
+
 // Gives the packet the room behind it that its NAL units need. Without memory it stays as it is, and its frame is found
 // to have no room.
-static void __room_append(PVideoData4 *video, const rtp_view *view)
+void room_append(PVideoData4 *video, const rtp_view *view)
 {
     const auto *bytes = static_cast<const uint8_t *>(video->payload.values);
     const size_t count = video->payload.count;
@@ -113,6 +116,8 @@ static void __room_append(PVideoData4 *video, const rtp_view *view)
     zeb_fini_typed_obj(&zeb_dynamic_bytes_type, &video->payload);
     video->payload = roomy;
 }
+
+} // namespace
 
 static reception_verdict __note(stream_state *state, const PVideoData4 *video, const rtp_view *view, bool is_retrans,
                                 zeb_ts_t now)
@@ -286,6 +291,6 @@ packet_drop_e native_intake_take(stream_state *state, PVideoData4 *video, const 
     const reception_verdict verdict = __note(state, video, view, is_retrans, *now_p);
     video_stream_send_bandwidth_est(state->stream, video, !is_retrans, now_p);
     __padding_cut(video, view);
-    __room_append(video, view);
+    room_append(video, view);
     return __place(state, video, is_retrans, verdict, now_p);
 }

@@ -99,9 +99,11 @@ void parameter_sets_note(parameter_sets *self, uint8_t codec, const uint8_t *nal
     memcpy(set->nal, nal, size);
 }
 
+namespace
+{
+
 // One that is cut or holds something else is damaged, and where its units begin is not certain.
-static void __note_aggregate(parameter_sets *self, uint8_t codec, const nal_format *format,
-                             const nal_payload *aggregate)
+void note_aggregate(parameter_sets *self, uint8_t codec, const nal_format *format, const nal_payload *aggregate)
 {
     if (nal_contents_inspect(format, aggregate).fault != PAYLOAD_FAULTS) {
         return;
@@ -114,7 +116,7 @@ static void __note_aggregate(parameter_sets *self, uint8_t codec, const nal_form
 }
 
 // A unit in one fragment.
-static void __note_fragment(parameter_sets *self, uint8_t codec, const nal_payload *fragment)
+void note_whole_fragment(parameter_sets *self, uint8_t codec, const nal_payload *fragment)
 {
     uint8_t unit[kParameterSetMax];
     const size_t size = fragment->header_size + fragment->bytes.size;
@@ -128,6 +130,8 @@ static void __note_fragment(parameter_sets *self, uint8_t codec, const nal_paylo
     parameter_sets_note(self, codec, unit, size);
 }
 
+} // namespace
+
 void parameter_sets_note_payload(parameter_sets *self, uint8_t codec, const uint8_t *payload, size_t size)
 {
     const set_kinds *kinds = __kinds_of(codec);
@@ -140,10 +144,10 @@ void parameter_sets_note_payload(parameter_sets *self, uint8_t codec, const uint
         parameter_sets_note(self, codec, parsed.bytes.data, parsed.bytes.size);
         break;
     case NAL_PAYLOAD_AGGREGATE:
-        __note_aggregate(self, codec, kinds->format, &parsed);
+        note_aggregate(self, codec, kinds->format, &parsed);
         break;
     case NAL_PAYLOAD_FRAGMENT:
-        __note_fragment(self, codec, &parsed);
+        note_whole_fragment(self, codec, &parsed);
         break;
     case NAL_PAYLOAD_OTHER:
         break;

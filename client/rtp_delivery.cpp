@@ -270,8 +270,11 @@ static bool __read(PVideoData4 *video, delivered_packet *packet)
     return true;
 }
 
+namespace
+{
+
 // What the packet adds to its frame. Returns kNoRefusal, or why the frame is lost with it.
-static frame_drop_e __note_payload(rtp_delivery *self, const delivered_packet *packet)
+frame_drop_e payload_note(rtp_delivery *self, const delivered_packet *packet)
 {
     const size_t size = packet->view.payload_size;
     self->next_subseq = static_cast<uint16_t>(packet->video->header.subseq + 1);
@@ -279,6 +282,8 @@ static frame_drop_e __note_payload(rtp_delivery *self, const delivered_packet *p
     self->fault = unit_chain_note(&self->units, packet->video->header.codec, packet->payload, size);
     return self->fault == PAYLOAD_FAULTS ? kNoRefusal : FRAME_DROP_MALFORMED;
 }
+
+} // namespace
 
 static int __add_packet(stream_state *state, PVideoData4 *video, bool is_key, const zeb_ts_t *now_p)
 {
@@ -295,7 +300,7 @@ static int __add_packet(stream_state *state, PVideoData4 *video, bool is_key, co
         self->refusal = __refusal_of_packet(state, &packet);
     }
     if (self->refusal == kNoRefusal) {
-        self->refusal = __note_payload(self, &packet);
+        self->refusal = payload_note(self, &packet);
     }
     if (self->refusal != kNoRefusal) {
         return -1;

@@ -80,13 +80,6 @@ class MalformedPayload : public testing::TestWithParam<way>
         }
         return payloads;
     }
-
-    std::vector<bytes> delta_frame()
-    {
-        const std::vector<bytes> units = {slice(GetParam().format->delta_slice_header, 30, true)};
-        sender.frame(units);
-        return units;
-    }
 };
 
 INSTANTIATE_TEST_SUITE_P(BothPaths, MalformedPayload, all_ways(), way_name);

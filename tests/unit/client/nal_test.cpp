@@ -137,32 +137,32 @@ TEST(NalInspectH265, LooksIntoEveryPacketKind)
 
 struct slice_case {
     const char *name;
-    uint8_t codec;
     const char *payload;
+    uint8_t codec;
     bool is_so;
 };
 
 // The first bit behind the NAL unit's header decides.
 const slice_case kSlices[] = {
-    {"H.264 slice from macroblock 0", VIDEO_TYPE_H264, "61 9A", true},
-    {"H.264 slice from macroblock 1", VIDEO_TYPE_H264, "61 4A", false},
-    {"H.264 data partition A", VIDEO_TYPE_H264, "62 9A", true},
-    {"H.264 data partition B", VIDEO_TYPE_H264, "63 9A", false},
-    {"H.264 IDR slice from macroblock 0", VIDEO_TYPE_H264, "65 88", true},
-    {"H.264 slice without its header", VIDEO_TYPE_H264, "61", false},
-    {"H.264 supplemental information", VIDEO_TYPE_H264, "06 85", false},
-    {"H.264 first fragment", VIDEO_TYPE_H264, "7C 81 9A", true},
-    {"H.264 first fragment of a later slice", VIDEO_TYPE_H264, "7C 81 4A", false},
-    {"H.264 first fragment without bytes", VIDEO_TYPE_H264, "7C 81", false},
-    {"H.264 middle fragment", VIDEO_TYPE_H264, "7C 01 9A", false},
-    {"H.264 aggregate begun by it", VIDEO_TYPE_H264, "78 00 02 61 9A 00 02 61 4A", true},
-    {"H.264 aggregate with it in second place", VIDEO_TYPE_H264, "78 00 02 06 05 00 02 61 9A", false},
-    {"H.265 first slice segment", VIDEO_TYPE_H265, "02 01 D0", true},
-    {"H.265 later slice segment", VIDEO_TYPE_H265, "02 01 50", false},
-    {"H.265 IDR", VIDEO_TYPE_H265, "26 01 AF", true},
-    {"H.265 parameter set", VIDEO_TYPE_H265, "42 01 81", false},
-    {"H.265 first fragment", VIDEO_TYPE_H265, "62 01 81 D0", true},
-    {"H.265 middle fragment", VIDEO_TYPE_H265, "62 01 01 D0", false},
+    {"H.264 slice from macroblock 0", "61 9A", VIDEO_TYPE_H264, true},
+    {"H.264 slice from macroblock 1", "61 4A", VIDEO_TYPE_H264, false},
+    {"H.264 data partition A", "62 9A", VIDEO_TYPE_H264, true},
+    {"H.264 data partition B", "63 9A", VIDEO_TYPE_H264, false},
+    {"H.264 IDR slice from macroblock 0", "65 88", VIDEO_TYPE_H264, true},
+    {"H.264 slice without its header", "61", VIDEO_TYPE_H264, false},
+    {"H.264 supplemental information", "06 85", VIDEO_TYPE_H264, false},
+    {"H.264 first fragment", "7C 81 9A", VIDEO_TYPE_H264, true},
+    {"H.264 first fragment of a later slice", "7C 81 4A", VIDEO_TYPE_H264, false},
+    {"H.264 first fragment without bytes", "7C 81", VIDEO_TYPE_H264, false},
+    {"H.264 middle fragment", "7C 01 9A", VIDEO_TYPE_H264, false},
+    {"H.264 aggregate begun by it", "78 00 02 61 9A 00 02 61 4A", VIDEO_TYPE_H264, true},
+    {"H.264 aggregate with it in second place", "78 00 02 06 05 00 02 61 9A", VIDEO_TYPE_H264, false},
+    {"H.265 first slice segment", "02 01 D0", VIDEO_TYPE_H265, true},
+    {"H.265 later slice segment", "02 01 50", VIDEO_TYPE_H265, false},
+    {"H.265 IDR", "26 01 AF", VIDEO_TYPE_H265, true},
+    {"H.265 parameter set", "42 01 81", VIDEO_TYPE_H265, false},
+    {"H.265 first fragment", "62 01 81 D0", VIDEO_TYPE_H265, true},
+    {"H.265 middle fragment", "62 01 01 D0", VIDEO_TYPE_H265, false},
 };
 
 TEST(NalInspect, KnowsThePicturesFirstSlice)
@@ -173,19 +173,19 @@ TEST(NalInspect, KnowsThePicturesFirstSlice)
 }
 
 const slice_case kContinuing[] = {
-    {"H.264 slice", VIDEO_TYPE_H264, "41 9A 01", false},
-    {"H.264 STAP-A", VIDEO_TYPE_H264, "18 00 02 67 42", false},
-    {"H.264 FU-A start", VIDEO_TYPE_H264, "7C 85 11", false},
-    {"H.264 FU-A middle", VIDEO_TYPE_H264, "7C 05 11", true},
-    {"H.264 FU-A end", VIDEO_TYPE_H264, "7C 45 11", true},
-    {"H.264 FU-A start and end", VIDEO_TYPE_H264, "7C C5 11", false},
-    {"H.264 FU-A middle with the forbidden bit", VIDEO_TYPE_H264, "FC 05 11", true},
-    {"H.265 slice", VIDEO_TYPE_H265, "02 01 D0", false},
-    {"H.265 FU start", VIDEO_TYPE_H265, "62 01 94 AF", false},
-    {"H.265 FU middle", VIDEO_TYPE_H265, "62 01 14 AF", true},
-    {"H.265 FU end", VIDEO_TYPE_H265, "62 01 54 AF", true},
-    {"no payload", VIDEO_TYPE_H264, "", false},
-    {"a codec without fragments", VIDEO_TYPE_GENERIC, "7C 05 11", false},
+    {"H.264 slice", "41 9A 01", VIDEO_TYPE_H264, false},
+    {"H.264 STAP-A", "18 00 02 67 42", VIDEO_TYPE_H264, false},
+    {"H.264 FU-A start", "7C 85 11", VIDEO_TYPE_H264, false},
+    {"H.264 FU-A middle", "7C 05 11", VIDEO_TYPE_H264, true},
+    {"H.264 FU-A end", "7C 45 11", VIDEO_TYPE_H264, true},
+    {"H.264 FU-A start and end", "7C C5 11", VIDEO_TYPE_H264, false},
+    {"H.264 FU-A middle with the forbidden bit", "FC 05 11", VIDEO_TYPE_H264, true},
+    {"H.265 slice", "02 01 D0", VIDEO_TYPE_H265, false},
+    {"H.265 FU start", "62 01 94 AF", VIDEO_TYPE_H265, false},
+    {"H.265 FU middle", "62 01 14 AF", VIDEO_TYPE_H265, true},
+    {"H.265 FU end", "62 01 54 AF", VIDEO_TYPE_H265, true},
+    {"no payload", "", VIDEO_TYPE_H264, false},
+    {"a codec without fragments", "7C 05 11", VIDEO_TYPE_GENERIC, false},
 };
 
 TEST(NalInspect, KnowsAPayloadThatGoesOnWithAUnit)
