@@ -11,7 +11,7 @@ FIRST_SLICE, OTHER_SLICE = 0x80, 0x40  # begins with first_mb_in_slice, or first
 KEY_SLICE, SLICE = {"h264": 5, "h265": 19}, {"h264": 1, "h265": 1}
 # In their order. Of the higher ones RTP makes use itself.
 BEFORE_SLICES = {"h264": (9, 7, 13, 15, 8, 6, 14, 16, 17, 18), "h265": (35, 32, 33, 34, 39, *range(41, 45))}
-SLICES = {"h264": (SLICE["h264"],), "h265": tuple(range(10))}
+SLICES = {"h264": (1, 2, 3, 4), "h265": tuple(range(10))}
 BEHIND_SLICES = {"h264": (19, 20, 21, 12, 22, 23), "h265": (38, 40, 45, 46, 47, 36, 37)}
 
 
