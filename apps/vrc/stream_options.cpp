@@ -64,7 +64,7 @@ rtx_mapping rtx_parse(const std::string &text)
 
 std::vector<sdp_crypto> key_file_take(const std::string &path)
 {
-    const std::vector<sdp_crypto> keys = srtp_keys_read(path);
+    std::vector<sdp_crypto> keys = srtp_keys_read(path);
     const std::string warning = srtp_key_file_warning(path);
     if (!warning.empty()) {
         text_write(stderr, fmt::format("vrc: {}\n", warning));
