@@ -45,7 +45,9 @@ frame_files::frame_files(const std::string &path, bool is_split, const frame_fil
     : path_(path), is_split_(is_split), limits_(limits)
 {
     if (!path.empty() && !is_split) {
-        files_[kEverybody] = {path, open(path, file_start::anew)};
+        named_file &all = files_[kEverybody];
+        all.path = path;
+        all.file = open(path, file_start::anew);
         open_files_ = 1;
     }
 }
@@ -76,11 +78,13 @@ frame_files::named_file *frame_files::find_or_add(size_t section, const channel_
         return nullptr;
     }
     const std::string name = free_name(frame);
-    named_file added = {name, open(name, file_start::anew)};
+    std::unique_ptr<output_file> file = open(name, file_start::anew);
     paths_.insert(name);
-    named_file *place = &files_.emplace(owner, std::move(added)).first->second;
+    named_file &added = files_[owner];
+    added.path = name;
+    added.file = std::move(file);
     ++open_files_;
-    return place;
+    return &added;
 }
 
 // Makes room for it. Whoever keeps it counts it.
