@@ -25,8 +25,6 @@ constexpr size_t kEarlyDatagramsMax = 512;
 // RTCP that is kept until its sender's RTP comes.
 constexpr size_t kEarlyRtcpMax = 16;
 
-constexpr uint8_t kFirstDynamicType = 96;
-
 uint32_t random_number()
 {
     return std::random_device{}();
@@ -112,9 +110,11 @@ silent_senders &silent_senders::operator+=(const silent_senders &more)
 }
 
 live_receiver::live_receiver(const live_config &config, live_outputs outputs)
-    : config_(config), outputs_(std::move(outputs)), service_(rtc_service_create(), rtc_service_destroy),
-      is_searching_(config.session == nullptr && !config.payload_type)
+    : config_(config), outputs_(std::move(outputs)), service_(rtc_service_create(), rtc_service_destroy)
 {
+    if (config.session == nullptr && !config.payload_type) {
+        search_.emplace(config.codec);
+    }
     const std::string cname = cname_make();
     channel_config settings{};
     settings.name = "vrc";
@@ -143,6 +143,7 @@ void live_receiver::payload_types_set()
     }
     for (const rtx_mapping &rtx : config_.rtx) {
         rtc_channel_set_rtx(channel_, rtx.rtx_payload_type, rtx.payload_type);
+        known_types_.set(rtx.rtx_payload_type & 0x7F);
     }
 }
 
@@ -157,9 +158,11 @@ void live_receiver::take_rtcp(void *context, const uint8_t *datagram, size_t siz
     static_cast<live_receiver *>(context)->outputs_.on_rtcp(datagram_subject(view), view);
 }
 
+// Forged packets can look like video as well: a type that is found ends the search for its own packets only.
 void live_receiver::receive_rtp(const udp_datagram &datagram, zeb_ts_t now)
 {
-    if (is_searching_) {
+    const bool is_searched = search_ && !(is_type_found_ && is_type_known(datagram.payload));
+    if (is_searched) {
         find_payload_type(datagram, now);
     } else {
         feed(datagram.path, datagram.payload, now);
@@ -168,7 +171,7 @@ void live_receiver::receive_rtp(const udp_datagram &datagram, zeb_ts_t now)
 
 void live_receiver::receive_rtcp(byte_view datagram, zeb_ts_t now)
 {
-    if (is_searching_) {
+    if (search_ && !is_type_found_) {
         keep_early(true, {}, datagram, now);
     } else {
         feed_rtcp(datagram, now);
@@ -185,37 +188,55 @@ zeb_ts_t live_receiver::tick(zeb_ts_t now)
     return next;
 }
 
+// Once a type is known, what has to go is counted as of an unknown one.
 void live_receiver::keep_early(bool is_rtcp, const flow &path, byte_view datagram, zeb_ts_t now)
 {
     if (early_.size() == kEarlyDatagramsMax) {
+        if (is_type_found_) {
+            feed_early(std::move(early_.front()), now);
+        }
         early_.pop_front();
     }
     early_.push_back({is_rtcp, path, {datagram.data(), datagram.data() + datagram.size()}, now});
 }
 
-void live_receiver::find_payload_type(const udp_datagram &datagram, zeb_ts_t now)
+void live_receiver::feed_early(early_datagram early, zeb_ts_t at)
 {
-    keep_early(false, datagram.path, datagram.payload, now);
-    finder_.observe({now * 1000, datagram});
-    for (const rtp_stream &stream : finder_.streams()) {
-        if (stream.codec == config_.codec && stream.identity.payload_type >= kFirstDynamicType) {
-            settle_payload_type(stream.identity.payload_type);
-            return;
-        }
+    const byte_view bytes(early.bytes.data(), early.bytes.size());
+    if (early.is_rtcp) {
+        feed_rtcp(bytes, at);
+    } else {
+        feed(early.path, bytes, at);
     }
 }
 
-// There was no stream before, so the receiver may live through what came at the times when it came.
-void live_receiver::settle_payload_type(uint8_t payload_type)
+// What is too short for a header, or of a static type, is not searched for.
+bool live_receiver::is_type_known(byte_view packet) const
 {
-    is_searching_ = false;
+    return packet.size() < kRtpHeaderSize || (packet[1] & 0x7F) < kFirstDynamicType ||
+           known_types_.test(packet[1] & 0x7F);
+}
+
+void live_receiver::find_payload_type(const udp_datagram &datagram, zeb_ts_t now)
+{
+    keep_early(false, datagram.path, datagram.payload, now);
+    if (search_->observe(datagram, now)) {
+        take_payload_type(datagram.payload[1] & 0x7F, now);
+    }
+}
+
+// While there was no stream, the receiver may live through what came at the times when it came.
+void live_receiver::take_payload_type(uint8_t payload_type, zeb_ts_t now)
+{
+    const bool is_first = !std::exchange(is_type_found_, true);
     rtc_channel_set_payload_type(channel_, payload_type, config_.codec);
-    for (const early_datagram &early : std::exchange(early_, {})) {
-        const byte_view bytes(early.bytes.data(), early.bytes.size());
-        if (early.is_rtcp) {
-            feed_rtcp(bytes, early.came_at);
+    known_types_.set(payload_type);
+    for (early_datagram &early : std::exchange(early_, {})) {
+        if (early.is_rtcp || is_type_known({early.bytes.data(), early.bytes.size()})) {
+            const zeb_ts_t at = is_first ? early.came_at : now;
+            feed_early(std::move(early), at);
         } else {
-            feed(early.path, bytes, early.came_at);
+            early_.push_back(std::move(early));
         }
     }
 }
@@ -327,17 +348,17 @@ std::array<uint64_t, PACKET_DROP_REASONS> live_receiver::refused() const
 {
     std::array<uint64_t, PACKET_DROP_REASONS> counts{};
     std::copy_n(rtc_channel_packets_refused(channel_), counts.size(), counts.begin());
+    counts[PACKET_DROP_UNKNOWN_PAYLOAD_TYPE] += is_type_found_ ? early_.size() : 0;
     return counts;
 }
 
 std::string live_receiver::no_video_reason() const
 {
-    if (!is_searching_) {
+    if (!search_ || is_type_found_) {
         return "";
     }
-    search_result seen;
-    seen.streams = finder_.streams();
-    for (const rtp_stream &stream : seen.streams) {
+    const std::vector<rtp_stream> streams = search_->streams();
+    for (const rtp_stream &stream : streams) {
         if (stream.is_video() && stream.codec != config_.codec) {
             return fmt::format("payload type {} looks like {}", stream.identity.payload_type, codec_name(stream.codec));
         }
@@ -346,7 +367,7 @@ std::string live_receiver::no_video_reason() const
                                stream.identity.payload_type);
         }
     }
-    return seen.streams.empty() ? "no RTP came" : "no payload type from 96 to 127 looks like it";
+    return streams.empty() ? "no RTP came" : "no payload type from 96 to 127 looks like it";
 }
 
 } // namespace vrc

@@ -1,6 +1,7 @@
 // A receiver that lives in the present: packets come with the time, and feedback goes out.
 #pragma once
 
+#include <bitset>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -10,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "payload_type_search.h"
 #include "replay.h"
 #include "sdp.h"
 #include "service.h"
@@ -18,7 +20,7 @@ namespace vrc
 {
 
 // What the receiver is to take in. With a session the description says it, and `payload_type` and `codec` leave less of
-// it in; else `payload_type`; without both the first payload type whose packets look like `codec`.
+// it in; else `payload_type`; without both the payload types whose packets look like `codec`.
 struct live_config {
     const sdp_session *session = nullptr;
     size_t media_index = 0;
@@ -97,6 +99,12 @@ class live_receiver
         return rtc_channel_rtcp_malformed(channel_);
     }
 
+    // Null when the payload type is not searched for.
+    const payload_type_search *search() const
+    {
+        return search_ ? &*search_ : nullptr;
+    }
+
     // What came while no payload type looked like video, in words. Empty when one did, or was given.
     std::string no_video_reason() const;
 
@@ -119,8 +127,10 @@ class live_receiver
     static void take_rtcp(void *context, const uint8_t *datagram, size_t size);
     void payload_types_set();
     void keep_early(bool is_rtcp, const flow &path, byte_view datagram, zeb_ts_t now);
+    bool is_type_known(byte_view packet) const;
     void find_payload_type(const udp_datagram &datagram, zeb_ts_t now);
-    void settle_payload_type(uint8_t payload_type);
+    void take_payload_type(uint8_t payload_type, zeb_ts_t now);
+    void feed_early(early_datagram early, zeb_ts_t at);
     void feed(const flow &path, byte_view packet, zeb_ts_t now);
     void feed_rtcp(byte_view datagram, zeb_ts_t now);
     bool note_sender(const flow &path, const rtp_view &view);
@@ -131,10 +141,11 @@ class live_receiver
     live_config config_;
     live_outputs outputs_;
     std::unique_ptr<rtc_service, void (*)(rtc_service *)> service_;
-    rtc_channel *channel_ = nullptr; // the service's
-    bool is_searching_ = false;      // for the payload type
-    rtp_finder finder_;
-    std::deque<early_datagram> early_;
+    rtc_channel *channel_ = nullptr;            // the service's
+    std::optional<payload_type_search> search_; // without a description and a payload type
+    std::bitset<128> known_types_;              // payload types that the channel knows, when it is searched for them
+    bool is_type_found_ = false;
+    std::deque<early_datagram> early_;      // of unknown types, and what came before the first one was found
     std::deque<early_datagram> early_rtcp_; // of senders whose RTP has not come
     std::map<uint32_t, sender> senders_;    // by SSRC
     std::vector<uint32_t> order_;

@@ -65,7 +65,7 @@ double stream_bit_rate(const rtp_stream &stream)
     return seconds > 0 ? static_cast<double>(stream.bytes) * 8 / seconds : 0;
 }
 
-void rtp_finder::candidate::observe(const rtp_view &view, byte_view packet, uint64_t now_us)
+void rtp_candidate::observe(const rtp_view &view, byte_view packet, uint64_t now_us)
 {
     if (packets_ == 0) {
         first_us_ = now_us;
@@ -79,7 +79,7 @@ void rtp_finder::candidate::observe(const rtp_view &view, byte_view packet, uint
     observe_payload(view.seq, packet.skip(view.header_size).first(view.payload_size));
 }
 
-void rtp_finder::candidate::observe_timestamp(uint32_t timestamp)
+void rtp_candidate::observe_timestamp(uint32_t timestamp)
 {
     const auto step = static_cast<int32_t>(timestamp - timestamp_);
     timestamp_ = timestamp;
@@ -92,7 +92,7 @@ void rtp_finder::candidate::observe_timestamp(uint32_t timestamp)
     }
 }
 
-void rtp_finder::candidate::observe_payload(uint16_t seq, byte_view payload)
+void rtp_candidate::observe_payload(uint16_t seq, byte_view payload)
 {
     if (!payload.empty()) {
         first_bytes_.set(payload[0]);
@@ -103,7 +103,7 @@ void rtp_finder::candidate::observe_payload(uint16_t seq, byte_view payload)
 }
 
 // How well sequence numbers and timestamps behave, 0 to 1, whatever the payload is.
-double rtp_finder::candidate::rtp_likelihood() const
+double rtp_candidate::rtp_likelihood() const
 {
     const auto without = [](uint64_t jumps, uint64_t steps) {
         return steps == 0 ? 1.0 : 1.0 - static_cast<double>(jumps) / static_cast<double>(steps);
@@ -113,14 +113,14 @@ double rtp_finder::candidate::rtp_likelihood() const
            (stands_still ? 0.0 : 1.0);
 }
 
-bool rtp_finder::candidate::behaves_like_rtp() const
+bool rtp_candidate::behaves_like_rtp() const
 {
     return packets_ >= kPacketsToBehave && rtp_likelihood() >= kBehavesLikeRtp;
 }
 
 // Codecs begin their payloads with a header of few values. The first bytes of encrypted ones are drawn from all
 // 256 alike, and about 256 * (1 - (255/256)^n) different ones are expected of n.
-bool rtp_finder::candidate::looks_encrypted() const
+bool rtp_candidate::looks_encrypted() const
 {
     constexpr uint64_t enough = 32;
     const double expected = 256.0 * (1.0 - std::pow(255.0 / 256.0, static_cast<double>(payloads_)));
@@ -128,7 +128,7 @@ bool rtp_finder::candidate::looks_encrypted() const
 }
 
 // The fewer packets, the more it may all be chance: one alone is never likely enough.
-rtp_stream rtp_finder::candidate::describe(const stream_identity &identity) const
+rtp_stream rtp_candidate::describe(const stream_identity &identity) const
 {
     rtp_stream stream;
     stream.identity = identity;

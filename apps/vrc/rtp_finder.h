@@ -68,6 +68,40 @@ struct rtp_stream {
 // Bits per second between the first and the last packet; 0 when they came at once.
 double stream_bit_rate(const rtp_stream &stream);
 
+// What packets of one identity look like together.
+class rtp_candidate
+{
+  public:
+    // `view` is of `packet`. `now_us` is in microseconds, and does not decrease.
+    void observe(const rtp_view &view, byte_view packet, uint64_t now_us);
+    rtp_stream describe(const stream_identity &identity) const;
+    bool behaves_like_rtp() const;
+
+    uint64_t packets() const
+    {
+        return packets_;
+    }
+
+  private:
+    void observe_timestamp(uint32_t timestamp);
+    void observe_payload(uint16_t seq, byte_view payload);
+    double rtp_likelihood() const;
+    bool looks_encrypted() const;
+
+    uint64_t packets_ = 0;
+    uint64_t bytes_ = 0;
+    uint64_t first_us_ = 0;
+    uint64_t last_us_ = 0;
+    sequence_tracker sequence_;
+    uint32_t timestamp_ = 0;       // of the latest packet
+    uint64_t timestamp_steps_ = 0; // changes
+    uint64_t timestamp_jumps_ = 0; // of those, too far for a media clock
+    std::bitset<256> first_bytes_; // of payloads
+    uint64_t payloads_ = 0;
+    codec_evidence h264_{nal_rules_h264};
+    codec_evidence h265_{nal_rules_h265};
+};
+
 class rtp_finder
 {
   public:
@@ -77,41 +111,9 @@ class rtp_finder
     std::vector<rtp_stream> streams() const;
 
   private:
-    class candidate
-    {
-      public:
-        void observe(const rtp_view &view, byte_view packet, uint64_t now_us);
-        rtp_stream describe(const stream_identity &identity) const;
-        bool behaves_like_rtp() const;
-
-        uint64_t packets() const
-        {
-            return packets_;
-        }
-
-      private:
-        void observe_timestamp(uint32_t timestamp);
-        void observe_payload(uint16_t seq, byte_view payload);
-        double rtp_likelihood() const;
-        bool looks_encrypted() const;
-
-        uint64_t packets_ = 0;
-        uint64_t bytes_ = 0;
-        uint64_t first_us_ = 0;
-        uint64_t last_us_ = 0;
-        sequence_tracker sequence_;
-        uint32_t timestamp_ = 0;       // of the latest packet
-        uint64_t timestamp_steps_ = 0; // changes
-        uint64_t timestamp_jumps_ = 0; // of those, too far for a media clock
-        std::bitset<256> first_bytes_; // of payloads
-        uint64_t payloads_ = 0;
-        codec_evidence h264_{nal_rules_h264};
-        codec_evidence h265_{nal_rules_h265};
-    };
-
     void make_room();
 
-    std::map<stream_identity, candidate> candidates_;
+    std::map<stream_identity, rtp_candidate> candidates_;
 };
 
 struct search_result {

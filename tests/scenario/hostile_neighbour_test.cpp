@@ -104,6 +104,7 @@ struct attack {
     bool is_encrypted;
     const char *arguments;
     void (*act)(neighbour &attacker, unsigned turn);
+    bool is_type_searched = false; // the tool is not told the payload type
 };
 
 std::ostream &operator<<(std::ostream &out, const attack &one)
@@ -145,6 +146,17 @@ const attack kAttacks[] = {
              attacker.send_rtp(rtp({static_cast<uint16_t>(turn * 2), turn * 900, true, 0xBAD}, {0x41}));
          }
      }},
+    // A thousand a second: made-up streams of nothing, and some that look like video.
+    {"MadeUpStreamsBesideTheSearchForVideo", false, "",
+     [](neighbour &attacker, unsigned turn) {
+         for (uint32_t i = 0; i < 10; ++i) {
+             attacker.send_rtp(rtp({1, 0, true, 0x10000 + turn * 10 + i, 97}, {}));
+         }
+         if (turn < 20) {
+             attacker.send_rtp(rtp({static_cast<uint16_t>(turn), turn * 900, true, kOther, 98}, h264_inter_slice(50)));
+         }
+     },
+     true},
     {"SecondSenderWithLargeKeyFrames", false, "",
      [](neighbour &attacker, unsigned turn) {
          if (turn > 0) {
@@ -231,7 +243,8 @@ outcome play(const attack &what, uint8_t host, uint32_t rollovers = 0)
     const uint16_t port = free_port_pair();
     const temporary_file out;
     const std::string keys = what.is_encrypted ? std::string(" --srtp ") + kKey : "";
-    listening_tool tool(port, "--codec h264 --pt 96 -o " + out.path() + keys + " " + what.arguments);
+    listening_tool tool(port, std::string("--codec h264") + (what.is_type_searched ? "" : " --pt 96") + " -o " +
+                                  out.path() + keys + " " + what.arguments);
     lossy_sender sender(port, kHonest);
     encryption cipher(rollovers);
     if (what.is_encrypted) {
@@ -312,3 +325,19 @@ TEST(VrcListenAmongJunk, HearsASenderWhoseNumbersWentAroundBefore)
 INSTANTIATE_TEST_SUITE_P(EveryAttack, HostileNeighbour,
                          testing::Combine(testing::ValuesIn(kAttacks), testing::Values(uint8_t{1}, uint8_t{66})),
                          case_name);
+
+// From another host: whoever sends RTCP from the sender's own is sent the feedback (README), so that losses stay.
+TEST(HostileNeighbourBye, DoesNotHandTheOutputToAnotherSender)
+{
+    const attack forged_bye = {"ForgedBye", false, "", [](neighbour &attacker, unsigned turn) {
+                                   if (turn > 0) {
+                                       attacker.send_rtcp(bytes{0x81, 203} + be16(1) + be32(kHonest));
+                                       send_key_frame(attacker, turn, 2000);
+                                   }
+                               }};
+    const outcome left = play(forged_bye, 66);
+    EXPECT_EQ(left.status, 0) << left.error;
+    EXPECT_TRUE(left.is_whole) << left.summary.dump(1);
+    EXPECT_EQ(left.summary["sender"]["byes"], kPictures - 1);
+    EXPECT_EQ(left.summary["listen"]["senders_written"], 1);
+}

@@ -102,6 +102,31 @@ TEST(LiveReceiver, FindsPayloadTypeAndLosesNothingMeanwhile)
     EXPECT_FALSE(scene.rtcp_subjects.empty());
 }
 
+// Somebody else's packets look like video first.
+TEST(LiveReceiver, LosesNothingOfASenderWhenForgedPacketsLookedLikeVideoBefore)
+{
+    live_scene scene(config_of(std::nullopt));
+    scene.send_pictures({1, 0, false, 66, 97}, 10);
+    EXPECT_EQ(scene.receiver.describe(66).received.stream.identity.payload_type, 97);
+    scene.frame_senders.clear();
+    scene.send_pictures({1, 0, false, 7, 100}, 30);
+    EXPECT_EQ(scene.frame_senders, std::vector<uint32_t>(30, 7));
+    EXPECT_EQ(scene.packets_of(7), 31u);
+    EXPECT_EQ(scene.receiver.refused()[PACKET_DROP_UNKNOWN_PAYLOAD_TYPE], 0u);
+}
+
+TEST(LiveReceiver, CountsWhatIsOfNoKnownTypeOnce)
+{
+    live_scene scene(config_of(std::nullopt));
+    scene.send_pictures({1, 0, false, 7, 100}, 10);
+    for (uint32_t i = 0; i < 2000; ++i) {
+        scene.receive(rtp({1, 0, false, 1000 + i, 98}, {0xFF}));
+        scene.receive(rtp({1, 0, false, 1000 + i, 8}, {0xFF}));
+    }
+    EXPECT_EQ(scene.receiver.refused()[PACKET_DROP_UNKNOWN_PAYLOAD_TYPE], 4000u);
+    EXPECT_EQ(scene.receiver.senders(), std::vector<uint32_t>{7});
+}
+
 TEST(LiveReceiver, TakesNoStaticPayloadTypeForVideo)
 {
     live_scene scene(config_of(std::nullopt));
