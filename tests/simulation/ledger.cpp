@@ -61,7 +61,8 @@ void Ledger::note(uint32_t name, seq_t first_seq, picture made, zeb_ts_t now)
 void Ledger::forget_first()
 {
     const sent_frame &first = sent_.front();
-    if (!first.is_out && !is_passed_over(0) && n_missing_++ == 0) {
+    const bool is_missing = first.place >= first_out_ && !first.is_out && !is_passed_over(0);
+    if (is_missing && n_missing_++ == 0) {
         first_missing_ = words(first);
     }
     sent_.pop_front();

@@ -22,23 +22,23 @@ struct sender_settings {
     uint32_t uid = 1; // SSRC of an RTP sender
     uint8_t stream_id = 0;
     bool is_native = false;
-    encoder_settings encoder;
     uint8_t protocol_version = 10; // native path
-    double fec = 0;                // native path: FEC packets, as a share of the media packets
-    double fps = 15;
-    zeb_ts_t key_every = 0; // ms; 0: on request alone
-    zeb_ts_t key_pause = 0; // ms from one key frame to the next at least
-    repair repairs = repair::plain;
-    size_t keeps = 512;        // packets, to send them again: a power of two
-    bool is_rtx_paired = true; // the receiver was told which SSRC the retransmissions have
-    double probes = 0;         // share of frames that padding follows
-    bool keeps_probes = false; // padding is sent again like anything else
-    int extension_words = -1;
     uint8_t csrcs = 0;
+    encoder_settings encoder;
+    double fec = 0; // native path: FEC packets, as a share of the media packets
+    double fps = 15;
+    zeb_ts_t key_every = 0;       // ms; 0: on request alone
+    zeb_ts_t key_pause = 0;       // ms from one key frame to the next at least
+    size_t keeps = 512;           // packets, to send them again: a power of two
+    double probes = 0;            // share of frames that padding follows
     double padded = 0;            // share of media packets with padding (RFC 3550, 5.1)
     double extension_records = 0; // native path: share of packets with words beside them
-    bool omits_sets = false;      // from key frames that nobody asked for, when the receiver has them
     zeb_ts_t spoils_every = 0;    // ms, mean: sends a frame that a receiver must not take; 0: never
+    repair repairs = repair::plain;
+    int extension_words = -1;
+    bool is_rtx_paired = true; // the receiver was told which SSRC the retransmissions have
+    bool keeps_probes = false; // padding is sent again like anything else
+    bool omits_sets = false;   // from key frames that nobody asked for, when the receiver has them
 };
 
 constexpr uint8_t kPayloadTypeH264 = 96; // retransmissions have the next one

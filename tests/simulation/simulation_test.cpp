@@ -219,6 +219,18 @@ TEST_F(LedgerOfFour, CountsWhatDidNotComeOutHoweverLongAgo)
     EXPECT_EQ(first, "frame 1 of 12 bytes, sent at 1040");
 }
 
+TEST_F(LedgerOfFour, CountsNothingInFrontOfTheFirstFrameThatCameOut)
+{
+    std::string first;
+    EXPECT_EQ(take(3), "");
+    EXPECT_EQ(ledger_.first_out(), 3u);
+    EXPECT_EQ(ledger_.count_missing(2000, &first), 0u);
+    picture later;
+    later.payloads = {{1}};
+    ledger_.note(200, 9, std::move(later), 60000);
+    EXPECT_EQ(ledger_.count_missing(2000, &first), 0u);
+}
+
 TEST_F(LedgerOfFour, PassesOverAFrameOfOnePacketInFrontOfAKeyFrame)
 {
     for (const bool is_key : {true, false, true}) {
