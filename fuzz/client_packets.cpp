@@ -34,6 +34,7 @@ constexpr uint32_t kFirstSsrc = 0x11223300;
 constexpr uint32_t kFirstRtxSsrc = 0x55667700;
 constexpr uint8_t kH264 = 96, kH265 = 97, kRtxH264 = 98, kRtxH265 = 99;
 constexpr uint32_t kTimestampStep = 3000;
+constexpr size_t kPathHeadersMin = 28;            // bytes of IPv4 and UDP
 constexpr size_t kSentSizeMax = 1200;             // bytes of an RTCP datagram
 constexpr uint64_t kCountMax = uint64_t{1} << 40; // a counter above has gone below 0
 constexpr uint16_t kSeqOrigins[] = {1000, 0xFFF8, 0, 0x7FF8};
@@ -139,6 +140,8 @@ class Program
     size_t n_in_bursts_ = 0;
     bool calls_back_in_ = false;
     size_t n_sent_in_call_ = 0; // RTCP datagrams
+    size_t bytes_sent_ = 0;     // of those, with the shortest headers below them
+    size_t bytes_received_ = 0; // RTP
     std::map<uint32_t, zeb_ts_t> key_frame_asked_at_;
     uint64_t n_handed_over_[kSenders] = {}; // frames, by the stream's reorder cache, when it was looked at last
     size_t most_budget_ = 0;
@@ -381,6 +384,8 @@ void Program::on_rtcp(void *context, const uint8_t *datagram, size_t size)
     fuzz::check(rtcp_validate(datagram, size), "what is sent is well-formed");
     fuzz::check(size <= kSentSizeMax, "what is sent fits into a datagram");
     self->n_sent_in_call_++;
+    self->bytes_sent_ += size + kPathHeadersMin;
+    fuzz::check(self->bytes_sent_ < 3 * self->bytes_received_, "what is sent is below three times what came");
     self->check_key_frame_requests(datagram, size);
     if (self->calls_back_in_) {
         self->call_back_in();
@@ -466,6 +471,7 @@ void Program::receive(const bytes &packet, bool is_retrans)
     const uint32_t ssrc = packet.size() < 12 ? 0 : be32_read(&packet[8]);
     const uint32_t uid = ssrc - kFirstRtxSsrc < kSenders ? ssrc - kFirstRtxSsrc + kFirstSsrc : ssrc;
     const sampled before = sampled_of(channel_, uid, 0);
+    bytes_received_ += packet.size();
     rtc_channel_receive_rtp(channel_, packet.data(), packet.size(), is_retrans, &now_);
     fuzz::check(n_sent_in_call_ <= 2, "a packet causes one request for packets and one for a key frame at most");
     check_sample(before, sampled_of(channel_, uid, 0), packet.size(), is_retrans);
@@ -648,6 +654,7 @@ void Program::send_burst()
         largest_packet_ = std::max(largest_packet_, packet.size());
         packets_since_tick_++;
         now_ += (who & 0x40) != 0 ? 1 : 0;
+        bytes_received_ += packet.size();
         rtc_channel_receive_rtp(channel_, packet.data(), packet.size(), false, &now_);
         check_delivery_time(ssrc);
     }

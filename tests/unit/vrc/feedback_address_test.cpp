@@ -153,6 +153,7 @@ struct move_row {
 std::vector<uint16_t> numbers(uint16_t first, int count, int step = 1)
 {
     std::vector<uint16_t> made;
+    made.reserve(static_cast<size_t>(count));
     for (int i = 0; i < count; ++i) {
         made.push_back(static_cast<uint16_t>(first + i * step));
     }
