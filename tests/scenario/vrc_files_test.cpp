@@ -172,8 +172,8 @@ TEST(VrcFiles, EmptiesNoFileWhenAnotherCannotBeOpened)
     const user_directory files;
     const std::map<std::string, std::string> before = files.contents();
     for (const char *row : {"replay @call.pcap -o @old.h264 --frames @no/such/list",
-                            "listen --codec h264 --port 40004 --duration 1 -o @old.h264 --stats @no/such/list",
-                            "listen --codec h264 --port 40004 --duration 1 -o @old.h264 --record @no/such/list"}) {
+                            "listen --codec h264 --port 9604 --duration 1 -o @old.h264 --stats @no/such/list",
+                            "listen --codec h264 --port 9604 --duration 1 -o @old.h264 --record @no/such/list"}) {
         EXPECT_EQ(vrc(files.words(row)).status, 3) << row;
         EXPECT_TRUE(files.contents() == before) << row;
     }
@@ -184,7 +184,7 @@ TEST(VrcFiles, CreatesWhatMayBeDecryptedForItsOwnerAlone)
     const user_directory files;
     const mode_t mask = umask(022);
     EXPECT_EQ(vrc(files.words("replay @call.pcap -o @new.h264 --frames @list")).status, 0);
-    EXPECT_EQ(vrc(files.words("listen --codec h264 --port 40006 --duration 0.1 -o @live.h264 --record @live.pcap "
+    EXPECT_EQ(vrc(files.words("listen --codec h264 --port 9606 --duration 0.1 -o @live.h264 --record @live.pcap "
                               "--stats @live.jsonl"))
                   .status,
               1);
