@@ -429,7 +429,7 @@ void feedback_tick(stream_state *state, zeb_ts_t now)
 
 zeb_ts_t feedback_next_at(const stream_state *state)
 {
-    const bool asks = __channel_of(state)->feedback.nack && __may_send(state);
+    const bool asks = __channel_of(state)->feedback.nack && __may_send(state) && !state->report.has_left;
     const zeb_ts_t next_at = asks ? nack_list_next_at(&state->feedback.nacks) : kNackNever;
     if (next_at == kNackNever) {
         return kNackNever;
@@ -458,13 +458,13 @@ static void __take_sender_report(channel_state *channel, const rtcp_item *item, 
     state->report.sender_reports += 1;
 }
 
+// What is missing stays so: the BYE may be forged, and the next packet shows it.
 static void __take_bye(channel_state *channel, const rtcp_item *item)
 {
     for (size_t i = 0; i < item->bye.ssrcs.count; i++) {
         stream_state *state = __stream_of(channel, rtcp_ssrc_at(&item->bye.ssrcs, i));
         if (state != nullptr) {
             state->report.has_left = true;
-            nack_list_clear(&state->feedback.nacks);
             state->report.byes += 1;
         }
     }

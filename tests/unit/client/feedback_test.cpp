@@ -276,6 +276,21 @@ TEST_F(Feedback, AsksNobodyWhoSaidBye)
     EXPECT_EQ(texts().size(), 1u);
 }
 
+// Anybody can say it in the sender's name.
+TEST_F(Feedback, AsksOnForWhatIsMissingWhenThePacketsGoOnAfterBye)
+{
+    start();
+    client.receive_without(sender.delta_frame(4), {1}); // 1005
+    const bytes bye = {0x81, 203, 0, 1, 0x11, 0x22, 0x33, 0x44};
+    EXPECT_EQ(rtc_channel_receive_rtcp(client.channel, bye.data(), bye.size(), &client.now), 0);
+    EXPECT_EQ(rtc_service_next_at(client.service), kServiceNever) << "there is nothing to ask for now";
+    client.pass(30);
+    EXPECT_EQ(texts(), Texts());
+    client.receive(sender.delta_frame());
+    client.pass(10);
+    EXPECT_EQ(texts(), (Texts{"30: nack 1005"})) << "it is overdue";
+}
+
 TEST_F(Feedback, RefusesMalformedRtcpWhole)
 {
     client.receive(sender.delta_frame());
