@@ -22,6 +22,7 @@
 #include "sender_succession.h"
 #include "tool_log.h"
 #include "udp_sockets.h"
+#include "zeb_memory_limit.h"
 
 namespace vrc
 {
@@ -33,8 +34,8 @@ constexpr zeb_ts_t kStart = 10'000;
 
 constexpr uint64_t kStatsIntervalMs = 1000;
 
-// Frames of a possible successor that are held, bytes: of a second, at 500 Mbit/s.
-constexpr size_t kHoldMax = 64u << 20;
+// The part of the memory that frames of a possible successor may take.
+constexpr size_t kHoldPart = 4;
 constexpr const char *kWipeLine = "\r\x1B[K";
 
 // The video that comes to one pair of ports, and those ports.
@@ -51,7 +52,7 @@ class listener
         : options_(options), session_(listen_session_make(options)),
           succession_([this](uint32_t ssrc) { return medias_.front().media->receiver().report(ssrc); },
                       [this](const channel_frame &frame) { write(0, frame); },
-                      {kHoldMax, !session_.sections.front().keys.empty()})
+                      {options.memory / kHoldPart, !session_.sections.front().keys.empty()})
     {
         std::optional<feedback_peer> named_peer;
         if (!options.rtcp.empty()) {
@@ -127,7 +128,8 @@ class listener
                           [this](const udp_datagram &datagram) { go_on_if(outputs_->write_datagram(datagram)); },
                           [this, index](const feedback_peer &to, byte_view bytes) { return send(index, to, bytes); }});
         added.sockets = std::make_unique<udp_sockets>(
-            &loop_, [this, index](const udp_arrival &arrival) { guard([&] { take(index, arrival); }); });
+            &loop_, [this, index](const udp_arrival &arrival) { guard([&] { take(index, arrival); }); },
+            options_.limits);
         addresses_bind(section, added.sockets.get());
         medias_.push_back(std::move(added));
     }
@@ -272,6 +274,8 @@ class listener
         result->decryption += one.media->decryption();
         result->counts += one.media->counts();
         result->rtcp_malformed += receiver.rtcp_malformed();
+        result->limits.datagrams.foreign += one.sockets->refused().foreign;
+        result->limits.datagrams.too_large += one.sockets->refused().too_large;
         result->where += (result->where.empty() ? "" : ", ") + one.sockets->name();
     }
 
@@ -369,6 +373,7 @@ exit_code listen_run(const listen_options &options)
 {
     listen_outputs::check(options);
     log_prepare(options.verbosity);
+    zeb_memory_set_limit(options.memory - options.memory / kHoldPart);
     std::signal(SIGPIPE, SIG_IGN); // a player that is closed ends the run, with all that belongs to its end
     listener session(options);
     privileges_drop(options);

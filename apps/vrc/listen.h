@@ -10,9 +10,13 @@
 #include "failure.h"
 #include "file_use.h"
 #include "replay.h"
+#include "udp_sockets.h"
 
 namespace vrc
 {
+
+// Eight senders of 50 Mbit/s whose gaps hold up 2 s of each.
+constexpr size_t kListenMemory = 256u << 20;
 
 struct listen_options {
     std::optional<uint16_t> port; // none: the description's, or kListenPort
@@ -35,7 +39,10 @@ struct listen_options {
     double duration_s = 0;                    // 0: until stopped
     uint64_t frames = 0;                      // the same
     bool is_json = false;
-    bool has_sandbox = true; // gives up what it does not need once its ports and files are open
+    bool has_sandbox = true;       // gives up what it does not need once its ports and files are open
+    udp_limits limits;             // of datagrams
+    size_t memory = kListenMemory; // bytes that what comes may take
+    uint16_t max_senders = 0;      // at a time, of each video; 0: kChannelSendersDefault
     int verbosity = 0;
 };
 

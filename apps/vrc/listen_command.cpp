@@ -124,6 +124,39 @@ void feedback_options_add(CLI::App *command, listen_options *options)
     command->add_flag("--wait", options->waits, "Sit out losses that nothing will repair");
 }
 
+void limit_options_add(CLI::App *command, listen_options *options)
+{
+    command
+        ->add_option("--max-packet", options->limits.datagram_max,
+                     "Ignore datagrams of more bytes, and count them; 9216 by default")
+        ->check(CLI::Range(size_t{64}, size_t{65536}))
+        ->type_name("BYTES");
+    command
+        ->add_option_function<size_t>(
+            "--memory", [options](size_t mebibytes) { options->memory = mebibytes << 20; },
+            "MiB that what comes may take, 256 by default: a new sender, a packet or a frame beyond is dropped and "
+            "counted")
+        ->check(CLI::Range(size_t{4}, size_t{1} << 20))
+        ->type_name("MIB");
+    command
+        ->add_option(
+            "--max-senders", options->max_senders,
+            "Senders that are received at a time, of each video; 8 by default. Others are refused until one was "
+            "silent for 5 s")
+        ->check(CLI::Range(1, 128))
+        ->type_name("COUNT");
+    command
+        ->add_option_function<std::vector<std::string>>(
+            "--from",
+            [options](const std::vector<std::string> &texts) {
+                for (const std::string &text : texts) {
+                    options->limits.from.push_back(address_range_parse(text));
+                }
+            },
+            "Ignore what comes from elsewhere, and count it; may be repeated")
+        ->type_name("ADDRESS/PREFIX");
+}
+
 void output_options_add(CLI::App *command, listen_options *options)
 {
     command->add_option("-o,--output", options->output, "Write the frames as Annex B; - is standard output")
@@ -169,6 +202,7 @@ CLI::App *listen_command_add(CLI::App *app, listen_options *options)
     stream_options_add(command, options);
     key_options_add(command, options);
     feedback_options_add(command, options);
+    limit_options_add(command, options);
     output_options_add(command, options);
     return command;
 }

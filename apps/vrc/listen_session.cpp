@@ -124,6 +124,7 @@ listen_section section_make(const listen_options &options)
     section.config.codec = options.codec.value_or(VIDEO_TYPE_UNKNOWN);
     section.config.payload_type = options.payload_type;
     section.config.rtx = options.rtx;
+    section.config.max_senders = options.max_senders;
     return section;
 }
 

@@ -69,9 +69,17 @@ std::string streams_text(const listen_result &result)
 std::string limits_text(const listen_limits &limits)
 {
     std::string text;
+    if (limits.datagrams.foreign > 0) {
+        text += fmt::format("note        {} datagrams were ignored: they came from elsewhere than --from says\n",
+                            limits.datagrams.foreign);
+    }
+    if (limits.datagrams.too_large > 0) {
+        text += fmt::format("note        {} datagrams were ignored: they were larger than --max-packet says\n",
+                            limits.datagrams.too_large);
+    }
     if (limits.frames_not_held > 0) {
         text += fmt::format("note        {} frames of another sender were dropped before it was clear that it follows: "
-                            "too many bytes to hold\n",
+                            "too many bytes to hold, see --memory\n",
                             limits.frames_not_held);
     }
     if (limits.frames_without_file > 0) {
@@ -87,7 +95,9 @@ std::string limits_text(const listen_limits &limits)
 
 json limits_json(const listen_limits &limits)
 {
-    return {{"frames_not_held", limits.frames_not_held},
+    return {{"datagrams_foreign", limits.datagrams.foreign},
+            {"datagrams_too_large", limits.datagrams.too_large},
+            {"frames_not_held", limits.frames_not_held},
             {"frames_without_file", limits.frames_without_file},
             {"times_without_memory", limits.times_without_memory}};
 }

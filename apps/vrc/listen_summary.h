@@ -21,6 +21,7 @@ struct listened_stream {
 
 // What was left out because a limit was reached.
 struct listen_limits {
+    udp_refusals datagrams;
     uint64_t frames_not_held = 0;      // of a sender that might have followed the one that is written
     uint64_t frames_without_file = 0;  // of senders beyond those that files are created for
     uint64_t times_without_memory = 0; // what was at hand was dropped: a datagram, a frame or a record of statistics

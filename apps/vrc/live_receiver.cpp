@@ -122,6 +122,7 @@ live_receiver::live_receiver(const live_config &config, live_outputs outputs)
     settings.on_frame = take_frame;
     settings.on_frame_context = this;
     settings.feedback = config.feedback;
+    settings.max_senders = config.max_senders;
     settings.on_rtcp = take_rtcp;
     settings.on_rtcp_context = this;
     settings.local_ssrc = random_number();

@@ -28,6 +28,7 @@ struct live_config {
     uint8_t codec = 0;            // VIDEO_TYPE_H264, VIDEO_TYPE_H265; with a session also VIDEO_TYPE_UNKNOWN: all
     std::vector<rtx_mapping> rtx; // beside those of the session
     channel_feedback feedback = {};
+    uint16_t max_senders = 0; // at a time, up to kSendersMax; 0: kChannelSendersDefault
 };
 
 // Where what it has to say goes. None of them may throw or call back.

@@ -52,7 +52,8 @@ endpoint endpoint_make(const sockaddr_storage &address)
 
 } // namespace
 
-udp_sockets::udp_sockets(event_loop *loop, taker on_arrival) : loop_(loop), on_arrival_(std::move(on_arrival))
+udp_sockets::udp_sockets(event_loop *loop, taker on_arrival, const udp_limits &limits)
+    : loop_(loop), on_arrival_(std::move(on_arrival)), limits_(limits), buffer_(limits.datagram_max)
 {
 }
 
@@ -64,14 +65,24 @@ void udp_sockets::provide_buffer(uv_handle_t *handle, size_t /*suggested_size*/,
     *buffer = uv_buf_init(self->buffer_.data(), static_cast<unsigned>(self->buffer_.size()));
 }
 
-void udp_sockets::take(uv_udp_t *handle, ssize_t size, const uv_buf_t *buffer, const sockaddr *from, unsigned /*flags*/)
+void udp_sockets::take(uv_udp_t *handle, ssize_t size, const uv_buf_t *buffer, const sockaddr *from, unsigned flags)
 {
     if (size < 0 || from == nullptr) {
         return; // nothing more to read, or an error that concerns no datagram
     }
     const port *where = static_cast<port *>(handle->data);
+    const endpoint source = endpoint_make(address_copy(from));
+    udp_refusals *refused = &where->owner->refused_;
+    if (!address_is_held(where->owner->limits_.from, source.address)) {
+        ++refused->foreign;
+        return;
+    }
+    if ((flags & UV_UDP_PARTIAL) != 0) {
+        ++refused->too_large;
+        return;
+    }
     udp_arrival arrival{where->role, {}, {address_copy(from), where->binding}};
-    arrival.datagram.path = {endpoint_make(arrival.from.address), where->local};
+    arrival.datagram.path = {source, where->local};
     arrival.datagram.payload = {reinterpret_cast<const uint8_t *>(buffer->base), static_cast<size_t>(size)};
     where->owner->on_arrival_(arrival);
 }

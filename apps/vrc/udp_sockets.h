@@ -1,13 +1,13 @@
 // The UDP ports that are listened on.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "address_range.h"
 #include "datagram_parser.h"
 #include "event_loop.h"
 #include "feedback_address.h"
@@ -26,13 +26,25 @@ struct udp_arrival {
     feedback_peer from;
 };
 
+// What is taken from strangers.
+struct udp_limits {
+    size_t datagram_max = 9216;      // bytes: what the largest Ethernet frames carry, with room
+    std::vector<address_range> from; // others are not listened to; empty: everybody is
+};
+
+// Datagrams that were ignored before anything was parsed.
+struct udp_refusals {
+    uint64_t foreign = 0;   // from elsewhere than `udp_limits::from`
+    uint64_t too_large = 0; // above `udp_limits::datagram_max`
+};
+
 class udp_sockets
 {
   public:
     using taker = std::function<void(const udp_arrival &arrival)>;
 
     // `loop` must outlive the object. `on_arrival` is called from the loop and must not throw.
-    udp_sockets(event_loop *loop, taker on_arrival);
+    udp_sockets(event_loop *loop, taker on_arrival, const udp_limits &limits);
     ~udp_sockets();
     udp_sockets(const udp_sockets &) = delete;
     udp_sockets &operator=(const udp_sockets &) = delete;
@@ -45,6 +57,11 @@ class udp_sockets
     // Sends from the RTCP port. Returns 0 or libuv's error code; UV_EAFNOSUPPORT when no address that is listened on
     // is of the peer's IP version.
     int send_rtcp(const feedback_peer &to, byte_view datagram);
+
+    const udp_refusals &refused() const
+    {
+        return refused_;
+    }
 
     // The addresses with the RTP port, comma-separated.
     const std::string &name() const
@@ -75,7 +92,9 @@ class udp_sockets
     taker on_arrival_;
     std::vector<binding> bindings_;
     std::string name_;
-    std::array<char, 65536> buffer_{}; // of one datagram, however large
+    udp_limits limits_;
+    udp_refusals refused_;
+    std::vector<char> buffer_; // of one datagram
 };
 
 } // namespace vrc

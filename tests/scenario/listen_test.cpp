@@ -382,6 +382,67 @@ TEST(VrcListen, GivesUpWhatItDoesNotNeedOnceItListens)
     }
 }
 
+// Two senders of five pictures each, one behind the other: 32 packets, of which the small ones have parameter sets.
+TEST(VrcListen, TakesNoMoreFromStrangersThanTheOptionsSay)
+{
+    struct {
+        const char *options;
+        int status;
+        const char *limit; // in the summary
+        const char *key;
+        unsigned count;
+        unsigned frames;
+    } const rows[] = {
+        {"--from 127.0.0.0/8 --from ::1", 0, "limits", "datagrams_foreign", 0, 10},
+        {"--from 127.0.0.2 --from 10.0.0.0/8", 1, "limits", "datagrams_foreign", 32, 0},
+        {"--max-packet 65536", 0, "limits", "datagrams_too_large", 0, 10},
+        {"--max-packet 100", 1, "limits", "datagrams_too_large", 30, 0},
+        {"--max-senders 2", 0, "refused", "too_many_senders", 0, 10},
+        {"--max-senders 1", 0, "refused", "too_many_senders", 16, 5},
+    };
+    for (const auto &row : rows) {
+        const uint16_t port = free_port_pair();
+        listening_tool tool(port, std::string("--codec h264 --pt 96 --all ") + row.options);
+        for (const uint32_t ssrc : {7U, 8U}) {
+            plain_sender(port, ssrc).send_pictures(5);
+        }
+        std::this_thread::sleep_for(milliseconds(100));
+        tool.stop();
+        EXPECT_EQ(tool.status(), row.status) << tool.error();
+        const json summary = tool.summary();
+        EXPECT_EQ(summary[row.limit][row.key], row.count) << row.options;
+        unsigned frames = 0;
+        for (const json &stream : summary["streams"]) {
+            frames += stream["frames"]["delivered"].get<unsigned>();
+        }
+        EXPECT_EQ(frames, row.frames) << row.options;
+    }
+}
+
+// Each sender takes a ring of 768 KiB.
+TEST(VrcListen, RefusesSendersThatThereIsNoMemoryForAndGoesOn)
+{
+    const uint16_t port = free_port_pair();
+    listening_tool tool(port, "--codec h264 --pt 96 --all --memory 4 --max-senders 30 --feedback remb,reports");
+    plain_sender honest(port, 7);
+    honest.send_pictures(5);
+    for (uint32_t ssrc = 100; ssrc < 120; ++ssrc) {
+        plain_sender(port, ssrc).send_pictures(1);
+    }
+    honest.send_pictures(20);
+    std::this_thread::sleep_for(milliseconds(100));
+    tool.stop();
+    EXPECT_EQ(tool.status(), 0) << tool.error();
+    const json summary = tool.summary();
+    uint64_t refused = summary["refused"]["no_memory"].get<uint64_t>();
+    for (const json &stream : summary["streams"]) {
+        refused += stream["packets"]["dropped_by_reason"]["no_memory"].get<uint64_t>();
+    }
+    EXPECT_GT(refused, 0u);
+    EXPECT_EQ(summary["streams"][0]["stream"]["ssrc"], 7);
+    EXPECT_EQ(summary["streams"][0]["frames"]["delivered"], 25);
+}
+
 TEST(VrcListen, SaysWhenNothingComes)
 {
     listening_tool tool(free_port_pair(), "--codec h264");
@@ -421,6 +482,13 @@ TEST(VrcListen, SaysWhatIsWrongBeforeItListens)
         {"--codec h264 --srtp nonsense", 2, "SRTP key: write the suite, a colon and the key"},
         {std::string("--codec h264 --srtp-send ") + kSuite + ":" + kKey, 2, "--srtp-send without the sender's key"},
         {"--codec h264 --rtx 97", 2, "'97' is not two payload types"},
+        {"--codec h264 --from 10.0.0.1/8", 2, "'10.0.0.1/8' has bits set behind its prefix of 8 bits"},
+        {"--codec h264 --from here", 2, "'here' is no ADDRESS/PREFIX"},
+        {"--codec h264 --max-packet 10", 2, "--max-packet"},
+        {"--codec h264 --max-packet 70000", 2, "--max-packet"},
+        {"--codec h264 --max-senders 0", 2, "--max-senders"},
+        {"--codec h264 --max-senders 129", 2, "--max-senders"},
+        {"--codec h264 --memory 1", 2, "--memory"},
         {"--codec h264 --port " + in_use, 3, "cannot listen on 127.0.0.1:" + in_use + " (UDP): address already in use"},
         {"--codec h264 --bind 192.0.2.1", 3, "cannot listen on 192.0.2.1:5004 (UDP): address not available"},
 #if VRC_HAS_SANDBOX

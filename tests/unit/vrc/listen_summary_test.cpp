@@ -117,6 +117,7 @@ TEST(ListenSummary, TellsWhatWasLeftOutForALimit)
     result.limits.frames_not_held = 21;
     result.limits.times_without_memory = 22;
     result.limits.frames_without_file = 23;
+    result.limits.datagrams = {24, 25};
     const std::string text = listen_text(result);
     EXPECT_TRUE(contains(text, "note        21 frames of another sender were dropped")) << text;
     EXPECT_TRUE(contains(text, "note        22 times there was no memory")) << text;
@@ -125,6 +126,12 @@ TEST(ListenSummary, TellsWhatWasLeftOutForALimit)
     EXPECT_EQ(limits["times_without_memory"], 22);
     EXPECT_TRUE(contains(text, "note        23 frames were not written: there were more senders than files\n")) << text;
     EXPECT_EQ(limits["frames_without_file"], 23);
+    EXPECT_TRUE(contains(text, "note        24 datagrams were ignored: they came from elsewhere than --from says\n"))
+        << text;
+    EXPECT_EQ(limits["datagrams_foreign"], 24);
+    EXPECT_TRUE(contains(text, "note        25 datagrams were ignored: they were larger than --max-packet says\n"))
+        << text;
+    EXPECT_EQ(limits["datagrams_too_large"], 25);
 }
 
 TEST(ListenSummary, TellsOfSendersThatAreCountedTogether)
