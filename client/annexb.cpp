@@ -2,7 +2,10 @@
 
 #include <cstring>
 
-static const uint8_t g_start_code[] = {0, 0, 0, 1};
+namespace
+{
+
+const uint8_t g_start_code[] = {0, 0, 0, 1};
 
 // Bytes that a packet may add to a frame beyond its payload: room for eight start codes is what the module
 // allocates for each packet.
@@ -31,29 +34,29 @@ struct annexb_open_unit {
     uint8_t type;
 };
 
-static annexb_open_unit g_open_unit;
+annexb_open_unit g_open_unit;
 
-static bool __open_unit_is_at(const annexb_output *out)
+bool open_unit_is_at(const annexb_output *out)
 {
     return g_open_unit.frame_data == out->frame_data && g_open_unit.end == *out->frame_offset;
 }
 
-static void __open_unit_clear()
+void open_unit_clear()
 {
     g_open_unit = {};
 }
 
 // Takes the open unit back out of the frame: a decoder does better without it than with half of it.
-static void __open_unit_roll_back(const annexb_output *out)
+void open_unit_roll_back(const annexb_output *out)
 {
-    if (__open_unit_is_at(out)) {
+    if (open_unit_is_at(out)) {
         *out->frame_offset = g_open_unit.begin;
         *out->frame_size -= g_open_unit.end - g_open_unit.begin;
     }
-    __open_unit_clear();
+    open_unit_clear();
 }
 
-static void __append(annexb_output *out, const uint8_t *bytes, size_t size)
+void bytes_append(annexb_output *out, const uint8_t *bytes, size_t size)
 {
     // memcpy wants a valid pointer even for no bytes.
     if (size > 0) {
@@ -64,23 +67,23 @@ static void __append(annexb_output *out, const uint8_t *bytes, size_t size)
     out->budget -= size;
 }
 
-static bool __unit_write(annexb_output *out, nal_bytes unit)
+bool unit_write(annexb_output *out, nal_bytes unit)
 {
     if (sizeof(g_start_code) + unit.size > out->budget) {
         return false;
     }
-    __append(out, g_start_code, sizeof(g_start_code));
-    __append(out, unit.data, unit.size);
+    bytes_append(out, g_start_code, sizeof(g_start_code));
+    bytes_append(out, unit.data, unit.size);
     return true;
 }
 
 // Each unit costs two bytes more than it came with, so an aggregate of many small units may not fit where nobody gave it
 // more room: the first ones that do are kept, in order and without gaps.
-static void __aggregate_write(annexb_output *out, const nal_format *format, nal_bytes rest)
+void aggregate_write(annexb_output *out, const nal_format *format, nal_bytes rest)
 {
     nal_bytes unit;
     while (nal_aggregate_next(&rest, &unit)) {
-        if (format->unit_type(unit) != kNalTypeNone && !__unit_write(out, unit)) {
+        if (format->unit_type(unit) != kNalTypeNone && !unit_write(out, unit)) {
             return;
         }
     }
@@ -88,55 +91,57 @@ static void __aggregate_write(annexb_output *out, const nal_format *format, nal_
 
 // A fragment's own headers are never shorter than the NAL unit header, and a start code takes only a part of the
 // headroom: fragments always fit.
-static void __fragment_start(annexb_output *out, const nal_payload *fragment)
+void fragment_start(annexb_output *out, const nal_payload *fragment)
 {
     const size_t begin = *out->frame_offset;
-    __append(out, g_start_code, sizeof(g_start_code));
-    __append(out, fragment->header, fragment->header_size);
-    __append(out, fragment->bytes.data, fragment->bytes.size);
+    bytes_append(out, g_start_code, sizeof(g_start_code));
+    bytes_append(out, fragment->header, fragment->header_size);
+    bytes_append(out, fragment->bytes.data, fragment->bytes.size);
     if (!fragment->is_end) {
         g_open_unit = {out->frame_data, begin, *out->frame_offset, fragment->type};
     }
 }
 
-static void __fragment_continue(annexb_output *out, const nal_payload *fragment)
+void fragment_continue(annexb_output *out, const nal_payload *fragment)
 {
-    __append(out, fragment->bytes.data, fragment->bytes.size);
+    bytes_append(out, fragment->bytes.data, fragment->bytes.size);
     g_open_unit.end = *out->frame_offset;
     if (fragment->is_end) {
-        __open_unit_clear();
+        open_unit_clear();
     }
 }
 
-static bool __continues_open_unit(const annexb_output *out, const nal_payload *payload)
+bool continues_open_unit(const annexb_output *out, const nal_payload *payload)
 {
     return payload->kind == NAL_PAYLOAD_FRAGMENT && !payload->is_start && payload->type == g_open_unit.type &&
-           __open_unit_is_at(out);
+           open_unit_is_at(out);
 }
 
-static void __payload_write(annexb_output *out, const nal_format *format, const nal_payload *payload)
+void payload_write(annexb_output *out, const nal_format *format, const nal_payload *payload)
 {
-    if (__continues_open_unit(out, payload)) {
-        __fragment_continue(out, payload);
+    if (continues_open_unit(out, payload)) {
+        fragment_continue(out, payload);
         return;
     }
-    __open_unit_roll_back(out);
+    open_unit_roll_back(out);
     switch (payload->kind) {
     case NAL_PAYLOAD_SINGLE:
-        (void)__unit_write(out, payload->bytes); // one start code always fits
+        (void)unit_write(out, payload->bytes); // one start code always fits
         break;
     case NAL_PAYLOAD_AGGREGATE:
-        __aggregate_write(out, format, payload->bytes);
+        aggregate_write(out, format, payload->bytes);
         break;
     case NAL_PAYLOAD_FRAGMENT:
         if (payload->is_start) {
-            __fragment_start(out, payload);
+            fragment_start(out, payload);
         }
         break;
     case NAL_PAYLOAD_OTHER:
         break;
     }
 }
+
+} // namespace
 
 size_t annexb_room_missing(const nal_contents *contents, size_t payload_size)
 {
@@ -179,6 +184,6 @@ int annexb_packet_write(const nal_format *format, uint8_t *frame_data, const uin
     const size_t size = has_payload ? static_cast<size_t>(end_ptr - cur_ptr) : 0;
     const nal_payload payload = format->payload_parse({cur_ptr, size});
     annexb_output out = {frame_data, frame_offset, frame_size, size + kPacketHeadroom};
-    __payload_write(&out, format, &payload);
+    payload_write(&out, format, &payload);
     return 0;
 }

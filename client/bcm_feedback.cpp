@@ -2,20 +2,28 @@
 
 #include "rate_estimator.h"
 
+namespace
+{
+
 // A fall by less is no news: the sender's own rate varies by as much.
 constexpr uint64_t kRembFallPercent = 3;
+
+} // namespace
 
 uint64_t bcm_stat_estimate_bps(const KelvraBcmStatistics *stat)
 {
     return stat == nullptr ? 0 : stat->estimator->ops->estimate_bps(stat->estimator);
 }
 
-static bool __has_fallen(uint64_t bps, uint64_t before)
+namespace
+{
+
+bool has_fallen(uint64_t bps, uint64_t before)
 {
     return bps * 100 <= before * (100 - kRembFallPercent);
 }
 
-static bool __is_due(const KelvraBcmStatistics *stat, uint64_t bps, zeb_ts_t now)
+bool is_due(const KelvraBcmStatistics *stat, uint64_t bps, zeb_ts_t now)
 {
     if (stat->remb_bps == 0) {
         return true;
@@ -25,13 +33,15 @@ static bool __is_due(const KelvraBcmStatistics *stat, uint64_t bps, zeb_ts_t now
     if (elapsed >= kRembIntervalMs) {
         return stat->n_packets != stat->remb_n_packets;
     }
-    return elapsed >= kRembIntervalMinMs && __has_fallen(bps, stat->remb_bps);
+    return elapsed >= kRembIntervalMinMs && has_fallen(bps, stat->remb_bps);
 }
+
+} // namespace
 
 bool bcm_stat_take_remb(KelvraBcmStatistics *stat, zeb_ts_t now, uint64_t *bps)
 {
     const uint64_t estimate = bcm_stat_estimate_bps(stat);
-    if (estimate == 0 || !__is_due(stat, estimate, now)) {
+    if (estimate == 0 || !is_due(stat, estimate, now)) {
         return false;
     }
     stat->remb_bps = estimate;

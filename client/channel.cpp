@@ -14,18 +14,21 @@
 #include "service.h"
 #include "user.h"
 
+namespace
+{
+
 constexpr zeb_ts_t kRefusalLogInterval = 1000; // milliseconds
 
 // ---- Life ----
 
-static void __name_copy(rtc_channel *channel, const char *name)
+void name_copy(rtc_channel *channel, const char *name)
 {
     if (name != nullptr) {
         strncpy(channel->name_id, name, RTC_CHANNEL_NAME_SIZE - 1);
     }
 }
 
-static void __feedback_set_up(channel_state *state, const channel_config *config)
+void feedback_set_up(channel_state *state, const channel_config *config)
 {
     state->feedback = config->feedback;
     state->on_rtcp = config->on_rtcp;
@@ -36,6 +39,8 @@ static void __feedback_set_up(channel_state *state, const channel_config *config
         memcpy(state->cname, config->cname, state->cname_size);
     }
 }
+
+} // namespace
 
 rtc_channel *rtc_channel_create(rtc_service *service, const channel_config *config)
 {
@@ -53,9 +58,9 @@ rtc_channel *rtc_channel_create(rtc_service *service, const channel_config *conf
     state->on_frame = config->on_frame;
     state->on_frame_context = config->on_frame_context;
     state->max_senders = config->max_senders != 0 ? config->max_senders : kChannelSendersDefault;
-    __feedback_set_up(state, config);
+    feedback_set_up(state, config);
     rtc_channel *channel = &state->channel;
-    __name_copy(channel, config->name);
+    name_copy(channel, config->name);
     channel->service = service;
     rtc_list_init(&channel->video_stream_q);
     channel->bandwidth_est_opt.enable_bandwidth_est_downlink = config->enable_bandwidth_est_downlink;
@@ -98,8 +103,11 @@ void rtc_channel_set_rtx(rtc_channel *channel, uint8_t rtx_payload_type, uint8_t
     }
 }
 
+namespace
+{
+
 // The place of a pair of that sender, a free one, or the one that was set first.
-static ssrc_pair *__pair_place(channel_state *state, uint32_t ssrc)
+ssrc_pair *pair_place(channel_state *state, uint32_t ssrc)
 {
     ssrc_pair *free_place = nullptr;
     for (ssrc_pair &pair : state->ssrc_pairs) {
@@ -117,10 +125,12 @@ static ssrc_pair *__pair_place(channel_state *state, uint32_t ssrc)
     return free_place;
 }
 
+} // namespace
+
 void rtc_channel_pair_ssrc(rtc_channel *channel, uint32_t ssrc, uint32_t rtx_ssrc)
 {
     if (channel != nullptr && channel->state != nullptr) {
-        *__pair_place(channel->state, ssrc) = {true, ssrc, rtx_ssrc};
+        *pair_place(channel->state, ssrc) = {true, ssrc, rtx_ssrc};
     }
 }
 
@@ -131,9 +141,12 @@ void rtc_channel_set_parameter_set(rtc_channel *channel, uint8_t codec, const ui
     }
 }
 
+namespace
+{
+
 // ---- The door ----
 
-static int __refuse(channel_state *channel, packet_drop_e reason, zeb_ts_t now)
+int packet_refuse(channel_state *channel, packet_drop_e reason, zeb_ts_t now)
 {
     channel->refused[reason] += 1;
     if (now < channel->next_refusal_log_at) {
@@ -148,14 +161,14 @@ static int __refuse(channel_state *channel, packet_drop_e reason, zeb_ts_t now)
     return -1;
 }
 
-static bool __may_receive(const rtc_channel *channel, const zeb_ts_t *now_p)
+bool may_receive(const rtc_channel *channel, const zeb_ts_t *now_p)
 {
     return channel != nullptr && channel->state != nullptr && now_p != nullptr &&
            !service_is_in_callback(channel->service);
 }
 
 // The stream's path is the one that its first packet took; the two number differently and cannot be mixed.
-static bool __is_on_path(stream_state *state, bool is_native)
+bool is_on_path(stream_state *state, bool is_native)
 {
     if (state->report.packets == 0) {
         state->is_native = is_native;
@@ -163,42 +176,41 @@ static bool __is_on_path(stream_state *state, bool is_native)
     return state->is_native == is_native;
 }
 
-static int __finish(stream_state *state, packet_drop_e result, const zeb_ts_t *now_p)
+int intake_finish(stream_state *state, packet_drop_e result, const zeb_ts_t *now_p)
 {
     stream_state_ask(state, now_p);
     return result == PACKET_DROP_REASONS ? 0 : -1;
 }
 
-static int __receive_media(channel_state *self, const uint8_t *packet, const rtp_view *view, size_t received_size,
-                           bool is_retrans, const zeb_ts_t *now_p)
+int receive_media(channel_state *self, const uint8_t *packet, const rtp_view *view, size_t received_size,
+                  bool is_retrans, const zeb_ts_t *now_p)
 {
     const uint8_t codec = self->codecs[view->payload_type];
     if (codec == VIDEO_TYPE_UNKNOWN) {
-        return __refuse(self, PACKET_DROP_UNKNOWN_PAYLOAD_TYPE, *now_p);
+        return packet_refuse(self, PACKET_DROP_UNKNOWN_PAYLOAD_TYPE, *now_p);
     }
     packet_drop_e reason = PACKET_DROP_REASONS;
     stream_state *state = channel_admit_stream(self, view->ssrc, 0, now_p, &reason);
     if (state == nullptr) {
-        return __refuse(self, reason, *now_p);
+        return packet_refuse(self, reason, *now_p);
     }
-    if (!__is_on_path(state, false)) {
-        return __refuse(self, PACKET_DROP_WRONG_PATH, *now_p);
+    if (!is_on_path(state, false)) {
+        return packet_refuse(self, PACKET_DROP_WRONG_PATH, *now_p);
     }
     state->now = *now_p;
-    return __finish(state, rtp_intake_take(state, packet, view, received_size, codec, is_retrans, now_p), now_p);
+    return intake_finish(state, rtp_intake_take(state, packet, view, received_size, codec, is_retrans, now_p), now_p);
 }
 
 // What a retransmission repeats is taken in as if it had come itself. One that repeats nothing was sent to probe the path.
-static int __receive_rtx(channel_state *self, const uint8_t *packet, size_t size, const rtp_view *view,
-                         const zeb_ts_t *now_p)
+int receive_rtx(channel_state *self, const uint8_t *packet, size_t size, const rtp_view *view, const zeb_ts_t *now_p)
 {
     const user_state *sender = rtx_intake_find_sender(self, packet, view);
     if (sender == nullptr) {
-        return __refuse(self, PACKET_DROP_UNPAIRED_RETRANSMISSION, *now_p);
+        return packet_refuse(self, PACKET_DROP_UNPAIRED_RETRANSMISSION, *now_p);
     }
     auto *original = static_cast<uint8_t *>(zeb_malloc_impl_dbg(size, __func__, __LINE__));
     if (original == nullptr) {
-        return __refuse(self, PACKET_DROP_NO_MEMORY, *now_p);
+        return packet_refuse(self, PACKET_DROP_NO_MEMORY, *now_p);
     }
     size_t original_size = 0;
     const uint8_t payload_type = self->repeated_types[view->payload_type];
@@ -206,49 +218,55 @@ static int __receive_rtx(channel_state *self, const uint8_t *packet, size_t size
     int taken = result == RTX_PADDING_ONLY ? 0 : -1;
     rtp_view original_view;
     if (result == RTX_RESTORED && rtp_parse(original, original_size, &original_view) == PACKET_DROP_REASONS) {
-        taken = __receive_media(self, original, &original_view, size, true, now_p);
+        taken = receive_media(self, original, &original_view, size, true, now_p);
     } else if (result != RTX_PADDING_ONLY) {
-        __refuse(self, PACKET_DROP_BAD_HEADER, *now_p);
+        packet_refuse(self, PACKET_DROP_BAD_HEADER, *now_p);
     }
     zeb_free_impl(original);
     return taken;
 }
 
+} // namespace
+
 int rtc_channel_receive_rtp(rtc_channel *channel, const uint8_t *packet, size_t size, bool is_retrans,
                             const zeb_ts_t *now_p)
 {
-    if (!__may_receive(channel, now_p)) {
+    if (!may_receive(channel, now_p)) {
         return -1;
     }
     rtp_view view;
     const packet_drop_e reason = rtp_parse(packet, packet == nullptr ? 0 : size, &view);
     if (reason != PACKET_DROP_REASONS) {
-        return __refuse(channel->state, reason, *now_p);
+        return packet_refuse(channel->state, reason, *now_p);
     }
     if (rtx_intake_is_rtx(channel->state, view.payload_type)) {
-        return __receive_rtx(channel->state, packet, size, &view, now_p);
+        return receive_rtx(channel->state, packet, size, &view, now_p);
     }
-    return __receive_media(channel->state, packet, &view, size, is_retrans, now_p);
+    return receive_media(channel->state, packet, &view, size, is_retrans, now_p);
 }
 
-static int __receive_native(channel_state *self, PVideoData4 *video, uint8_t stream_id, bool is_retrans,
-                            const zeb_ts_t *now_p)
+namespace
+{
+
+int receive_native(channel_state *self, PVideoData4 *video, uint8_t stream_id, bool is_retrans, const zeb_ts_t *now_p)
 {
     rtp_view view;
     packet_drop_e reason = native_intake_check(video, &view);
     if (reason != PACKET_DROP_REASONS) {
-        return __refuse(self, reason, *now_p);
+        return packet_refuse(self, reason, *now_p);
     }
     stream_state *state = channel_admit_stream(self, video->common.uid, stream_id, now_p, &reason);
     if (state == nullptr) {
-        return __refuse(self, reason, *now_p);
+        return packet_refuse(self, reason, *now_p);
     }
-    if (!__is_on_path(state, true)) {
-        return __refuse(self, PACKET_DROP_WRONG_PATH, *now_p);
+    if (!is_on_path(state, true)) {
+        return packet_refuse(self, PACKET_DROP_WRONG_PATH, *now_p);
     }
     state->now = *now_p;
-    return __finish(state, native_intake_take(state, video, &view, is_retrans, now_p), now_p);
+    return intake_finish(state, native_intake_take(state, video, &view, is_retrans, now_p), now_p);
 }
+
+} // namespace
 
 int rtc_channel_receive_native(rtc_channel *channel, PVideoData4 *video, uint8_t stream_id, bool is_retrans,
                                const zeb_ts_t *now_p)
@@ -257,8 +275,8 @@ int rtc_channel_receive_native(rtc_channel *channel, PVideoData4 *video, uint8_t
         return -1;
     }
     int result = -1;
-    if (__may_receive(channel, now_p)) {
-        result = __receive_native(channel->state, video, stream_id, is_retrans, now_p);
+    if (may_receive(channel, now_p)) {
+        result = receive_native(channel->state, video, stream_id, is_retrans, now_p);
     }
     video_data4_release(video);
     return result;
@@ -266,7 +284,7 @@ int rtc_channel_receive_native(rtc_channel *channel, PVideoData4 *video, uint8_t
 
 int rtc_channel_receive_rtcp(rtc_channel *channel, const uint8_t *datagram, size_t size, const zeb_ts_t *now_p)
 {
-    if (!__may_receive(channel, now_p)) {
+    if (!may_receive(channel, now_p)) {
         return -1;
     }
     if (datagram == nullptr || !rtcp_validate(datagram, size)) {
@@ -304,9 +322,12 @@ const uint64_t *rtc_channel_packets_refused(const rtc_channel *channel)
     return channel == nullptr || channel->state == nullptr ? nullptr : channel->state->refused;
 }
 
+namespace
+{
+
 // ---- The tick ----
 
-static void __stream_tick(stream_state *state, const zeb_ts_t *now_p)
+void stream_tick(stream_state *state, const zeb_ts_t *now_p)
 {
     state->now = *now_p;
     if (state->is_native) {
@@ -320,10 +341,12 @@ static void __stream_tick(stream_state *state, const zeb_ts_t *now_p)
     stream_seconds_tick(state, *now_p);
 }
 
-static zeb_ts_t __sooner(zeb_ts_t one, zeb_ts_t other)
+zeb_ts_t sooner(zeb_ts_t one, zeb_ts_t other)
 {
     return one < other ? one : other;
 }
+
+} // namespace
 
 zeb_ts_t channel_next_at(const channel_state *channel)
 {
@@ -332,7 +355,7 @@ zeb_ts_t channel_next_at(const channel_state *channel)
     for (const list_head *node = head->next; node != head; node = node->next) {
         for (const stream_state *state : reinterpret_cast<const user_state *>(node)->streams) {
             if (state != nullptr) {
-                next_at = __sooner(next_at, __sooner(feedback_next_at(state), loss_watch_next_at(state)));
+                next_at = sooner(next_at, sooner(feedback_next_at(state), loss_watch_next_at(state)));
             }
         }
     }
@@ -345,10 +368,10 @@ zeb_ts_t channel_tick(channel_state *channel, const zeb_ts_t *now_p)
     for (list_head *node = head->next; node != head; node = node->next) {
         for (stream_state *state : reinterpret_cast<user_state *>(node)->streams) {
             if (state != nullptr) {
-                __stream_tick(state, now_p);
+                stream_tick(state, now_p);
             }
         }
     }
-    const zeb_ts_t next_at = __sooner(*now_p + kServiceTickInterval, channel_next_at(channel));
+    const zeb_ts_t next_at = sooner(*now_p + kServiceTickInterval, channel_next_at(channel));
     return next_at > *now_p ? next_at : *now_p + 1;
 }

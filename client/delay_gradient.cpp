@@ -2,6 +2,9 @@
 
 #include <cstring>
 
+namespace
+{
+
 // Packets sent within this time are one group. A frame's packets that a sender spreads over time give one point
 // instead of many: the least of their delays is a quieter one, and twenty points span more time. With the draft's
 // 5 ms, 10 ms of jitter was taken for over-use again and again.
@@ -47,26 +50,26 @@ constexpr float kOveruseTimeMs = 10.0f;
 
 // ---- Line through the delays of the latest groups ----
 
-static const delay_trend_point *__point_at(const delay_gradient *self, uint8_t age)
+const delay_trend_point *point_at(const delay_gradient *self, uint8_t age)
 {
     return &self->points[(self->next_point + kTrendWindow - 1 - age) % kTrendWindow];
 }
 
-static void __points_drop_old(delay_gradient *self)
+void points_drop_old(delay_gradient *self)
 {
-    const uint32_t newest = __point_at(self, 0)->arrival_ms;
+    const uint32_t newest = point_at(self, 0)->arrival_ms;
     while (self->n_points > kTrendPointsMin &&
-           newest - __point_at(self, static_cast<uint8_t>(self->n_points - 1))->arrival_ms > kTrendWindowMs) {
+           newest - point_at(self, static_cast<uint8_t>(self->n_points - 1))->arrival_ms > kTrendWindowMs) {
         self->n_points--;
     }
 }
 
-static void __point_add(delay_gradient *self, const delay_group *group)
+void point_add(delay_gradient *self, const delay_group *group)
 {
     self->points[self->next_point] = {static_cast<uint32_t>(group->arrival), group->delay};
     self->next_point = static_cast<uint8_t>((self->next_point + 1) % kTrendWindow);
     self->n_points = static_cast<uint8_t>(self->n_points + (self->n_points < kTrendWindow ? 1 : 0));
-    __points_drop_old(self);
+    points_drop_old(self);
 }
 
 // Milliseconds against the oldest point: small numbers, which single precision holds.
@@ -75,21 +78,21 @@ struct trend_place {
     float delay;
 };
 
-static trend_place __place(const delay_gradient *self, uint8_t age)
+trend_place sample_place(const delay_gradient *self, uint8_t age)
 {
-    const delay_trend_point *oldest = __point_at(self, static_cast<uint8_t>(self->n_points - 1));
-    const delay_trend_point *point = __point_at(self, age);
+    const delay_trend_point *oldest = point_at(self, static_cast<uint8_t>(self->n_points - 1));
+    const delay_trend_point *point = point_at(self, age);
     const auto delay_ticks = static_cast<int32_t>(point->delay_ticks - oldest->delay_ticks);
     return {static_cast<float>(point->arrival_ms - oldest->arrival_ms),
             static_cast<float>(delay_ticks) / static_cast<float>(kTicksPerMs)};
 }
 
 // Least squares. The slope times the length of the window: how many milliseconds the queue has become longer.
-static float __rise(const delay_gradient *self)
+float threshold_rise(const delay_gradient *self)
 {
     trend_place sum = {0.0f, 0.0f};
     for (uint8_t age = 0; age < self->n_points; age++) {
-        const trend_place place = __place(self, age);
+        const trend_place place = sample_place(self, age);
         sum.arrival += place.arrival;
         sum.delay += place.delay;
     }
@@ -97,25 +100,25 @@ static float __rise(const delay_gradient *self)
     float covariance = 0.0f;
     float variance = 0.0f;
     for (uint8_t age = 0; age < self->n_points; age++) {
-        const trend_place place = __place(self, age);
+        const trend_place place = sample_place(self, age);
         const float offset = place.arrival - sum.arrival / n;
         covariance += offset * (place.delay - sum.delay / n);
         variance += offset * offset;
     }
     // Without variance all groups arrived at the same time.
-    return variance > 0.0f ? covariance / variance * __place(self, 0).arrival : 0.0f;
+    return variance > 0.0f ? covariance / variance * sample_place(self, 0).arrival : 0.0f;
 }
 
 // ---- Over-use detector ----
 
-static float __magnitude(float x)
+float magnitude(float x)
 {
     return x < 0.0f ? -x : x;
 }
 
-static void __threshold_follow(delay_gradient *self, float elapsed_ms)
+void threshold_follow(delay_gradient *self, float elapsed_ms)
 {
-    const float distance = __magnitude(self->rise_ms) - self->threshold_ms;
+    const float distance = magnitude(self->rise_ms) - self->threshold_ms;
     if (distance > kThresholdOutlierMs) {
         return;
     }
@@ -127,42 +130,42 @@ static void __threshold_follow(delay_gradient *self, float elapsed_ms)
 
 // A key frame fills the queue at one go, and it drains with each of the next groups: while the last delay or the rise
 // falls, nothing is to be done about a rise above the threshold.
-static bool __still_grows(const delay_gradient *self, float rise_before)
+bool still_grows(const delay_gradient *self, float rise_before)
 {
-    const uint32_t growth = __point_at(self, 0)->delay_ticks - __point_at(self, 1)->delay_ticks;
+    const uint32_t growth = point_at(self, 0)->delay_ticks - point_at(self, 1)->delay_ticks;
     return self->rise_ms >= rise_before && static_cast<int32_t>(growth) >= 0;
 }
 
-static delay_signal __signal(delay_gradient *self, float rise_before, float elapsed_ms)
+delay_signal signal_of(delay_gradient *self, float rise_before, float elapsed_ms)
 {
     if (self->rise_ms > self->threshold_ms) {
         const bool was_over = self->over_ms > 0.0f;
         self->over_ms += elapsed_ms;
         const bool lasts = was_over && self->over_ms >= kOveruseTimeMs;
-        return lasts && __still_grows(self, rise_before) ? DELAY_OVERUSE : DELAY_NORMAL;
+        return lasts && still_grows(self, rise_before) ? DELAY_OVERUSE : DELAY_NORMAL;
     }
     self->over_ms = 0.0f;
     return self->rise_ms < -self->threshold_ms ? DELAY_UNDERUSE : DELAY_NORMAL;
 }
 
-static void __group_finish(delay_gradient *self)
+void group_finish(delay_gradient *self)
 {
     const bool is_first = self->n_points == 0;
     const float elapsed_ms = is_first ? 0.0f : static_cast<float>(self->group.arrival - self->point_at);
     self->point_at = self->group.arrival;
-    __point_add(self, &self->group);
+    point_add(self, &self->group);
     if (self->n_points < kTrendPointsMin) {
         return;
     }
     const float rise_before = self->rise_ms;
-    self->rise_ms = __rise(self);
-    self->signal = __signal(self, rise_before, elapsed_ms);
-    __threshold_follow(self, elapsed_ms);
+    self->rise_ms = threshold_rise(self);
+    self->signal = signal_of(self, rise_before, elapsed_ms);
+    threshold_follow(self, elapsed_ms);
 }
 
 // ---- Packet groups ----
 
-static uint32_t __send_ticks(const delay_gradient *self, const rate_sample *sample)
+uint32_t send_ticks(const delay_gradient *self, const rate_sample *sample)
 {
     if (sample->clock == SEND_CLOCK_RTP_90KHZ) {
         return self->send + (sample->timestamp - self->timestamp);
@@ -171,12 +174,12 @@ static uint32_t __send_ticks(const delay_gradient *self, const rate_sample *samp
     return self->send + static_cast<uint32_t>(step * kTicksPerMs);
 }
 
-static void __group_begin(delay_gradient *self, uint32_t send, uint32_t delay, zeb_ts_t arrival)
+void group_begin(delay_gradient *self, uint32_t send, uint32_t delay, zeb_ts_t arrival)
 {
     self->group = {send, delay, arrival, arrival, arrival};
 }
 
-static void __group_widen(delay_group *group, uint32_t delay, zeb_ts_t arrival)
+void group_widen(delay_group *group, uint32_t delay, zeb_ts_t arrival)
 {
     if (static_cast<int32_t>(delay - group->delay) < 0) {
         group->delay = delay;
@@ -185,36 +188,36 @@ static void __group_widen(delay_group *group, uint32_t delay, zeb_ts_t arrival)
     group->last_arrival = arrival;
 }
 
-static uint32_t __delay_ticks(uint32_t send, zeb_ts_t arrival)
+uint32_t delay_of(uint32_t send, zeb_ts_t arrival)
 {
     return static_cast<uint32_t>(arrival) * static_cast<uint32_t>(kTicksPerMs) - send;
 }
 
-static void __restart(delay_gradient *self, const rate_sample *sample)
+void detector_restart(delay_gradient *self, const rate_sample *sample)
 {
     memset(self, 0, sizeof(*self));
     self->is_started = true;
     self->clock = sample->clock;
     self->timestamp = sample->timestamp;
     self->threshold_ms = kThresholdStartMs;
-    __group_begin(self, self->send, __delay_ticks(self->send, sample->arrived_at), sample->arrived_at);
+    group_begin(self, self->send, delay_of(self->send, sample->arrived_at), sample->arrived_at);
 }
 
-static bool __is_broken_off(const delay_gradient *self, const rate_sample *sample)
+bool is_broken_off(const delay_gradient *self, const rate_sample *sample)
 {
     // Unsigned: a clock of ours that went back is a long pause.
     return !self->is_started || self->clock != sample->clock ||
            sample->arrived_at - self->group.last_arrival > kPauseMs;
 }
 
-static bool __is_held_up_with(const delay_group *group, uint32_t delay, zeb_ts_t arrival)
+bool is_held_up_with(const delay_group *group, uint32_t delay, zeb_ts_t arrival)
 {
     return arrival - group->last_arrival < kBurstArrivalMs && arrival - group->first_arrival < kGroupLengthMaxMs &&
            static_cast<int32_t>(delay - group->delay) < 0;
 }
 
 // A packet sent before the burst belongs to a group that is closed: it is passed over.
-static void __group_take(delay_gradient *self, uint32_t send, uint32_t delay, zeb_ts_t arrival)
+void group_take(delay_gradient *self, uint32_t send, uint32_t delay, zeb_ts_t arrival)
 {
     delay_group *group = &self->group;
     const auto since_burst = static_cast<int32_t>(send - group->burst_send);
@@ -222,31 +225,33 @@ static void __group_take(delay_gradient *self, uint32_t send, uint32_t delay, ze
         return;
     }
     if (static_cast<uint32_t>(since_burst) <= kGroupTicks) {
-        __group_widen(group, delay, arrival);
-    } else if (__is_held_up_with(group, delay, arrival)) {
-        __group_widen(group, delay, arrival);
+        group_widen(group, delay, arrival);
+    } else if (is_held_up_with(group, delay, arrival)) {
+        group_widen(group, delay, arrival);
         group->burst_send = send;
     } else {
-        __group_finish(self);
-        __group_begin(self, send, delay, arrival);
+        group_finish(self);
+        group_begin(self, send, delay, arrival);
     }
 }
 
+} // namespace
+
 delay_signal delay_gradient_on_packet(delay_gradient *self, const rate_sample *sample)
 {
-    if (__is_broken_off(self, sample)) {
-        __restart(self, sample);
+    if (is_broken_off(self, sample)) {
+        detector_restart(self, sample);
         return self->signal;
     }
-    const uint32_t send = __send_ticks(self, sample);
-    const uint32_t delay = __delay_ticks(send, sample->arrived_at);
+    const uint32_t send = send_ticks(self, sample);
+    const uint32_t delay = delay_of(send, sample->arrived_at);
     const auto change = static_cast<int32_t>(delay - self->group.delay);
     if (change > kDelayJumpTicks || change < -kDelayJumpTicks) {
-        __restart(self, sample);
+        detector_restart(self, sample);
         return self->signal;
     }
     self->send = send;
     self->timestamp = sample->timestamp;
-    __group_take(self, send, delay, sample->arrived_at);
+    group_take(self, send, delay, sample->arrived_at);
     return self->signal;
 }

@@ -7,6 +7,9 @@
 #include "rate_meter.h"
 #include "receive_quality.h"
 
+namespace
+{
+
 // The rate is looked at this often, and at once when over-use begins.
 constexpr zeb_ts_t kControlIntervalMs = 50;
 
@@ -35,14 +38,14 @@ struct delay_loss_estimator {
     rate_control control;
 };
 
-static delay_loss_estimator *__self(rate_estimator *base)
+delay_loss_estimator *self_of(rate_estimator *base)
 {
     return reinterpret_cast<delay_loss_estimator *>(base);
 }
 
 // ---- Life ----
 
-static rate_estimator *__create()
+rate_estimator *estimator_create()
 {
     auto *self =
         static_cast<delay_loss_estimator *>(zeb_malloc_impl_dbg(sizeof(delay_loss_estimator), __func__, __LINE__));
@@ -59,15 +62,15 @@ static rate_estimator *__create()
     return &self->base;
 }
 
-static void __destroy(rate_estimator *base)
+void estimator_destroy(rate_estimator *base)
 {
-    net_rcv_analyzer_del(&__self(base)->loss);
+    net_rcv_analyzer_del(&self_of(base)->loss);
     zeb_free_impl(base);
 }
 
-static void __reset(rate_estimator *base)
+void estimator_reset(rate_estimator *base)
 {
-    delay_loss_estimator *self = __self(base);
+    delay_loss_estimator *self = self_of(base);
     net_rcv_analyzer_t *const loss = self->loss;
     memset(self, 0, sizeof(*self));
     self->base.ops = &kDelayLossEstimator;
@@ -77,24 +80,24 @@ static void __reset(rate_estimator *base)
 
 // ---- Loss ----
 
-static void __loss_begin(delay_loss_estimator *self, zeb_ts_t now)
+void loss_begin(delay_loss_estimator *self, zeb_ts_t now)
 {
     self->loss_since = now;
     self->expected = net_rcv_analyzer_expected(self->loss);
 }
 
-static void __loss_count(delay_loss_estimator *self, const rate_sample *sample)
+void loss_count(delay_loss_estimator *self, const rate_sample *sample)
 {
     const bool has_jumped = zeb_uint16_dist(sample->seq, self->seq) > kSeqJump;
     self->seq = sample->seq;
     if (has_jumped) {
         net_rcv_analyzer_reset(self->loss);
-        __loss_begin(self, sample->arrived_at);
+        loss_begin(self, sample->arrived_at);
     }
     net_rcv_analyzer_on_packet(self->loss, sample->seq, 0, 0, sample->arrived_at);
 }
 
-static void __loss_control(delay_loss_estimator *self, zeb_ts_t now)
+void loss_control(delay_loss_estimator *self, zeb_ts_t now)
 {
     const uint64_t expected = net_rcv_analyzer_expected(self->loss) - self->expected;
     if (now - self->loss_since < kLossIntervalMs || expected < kLossPacketsMin) {
@@ -102,12 +105,12 @@ static void __loss_control(delay_loss_estimator *self, zeb_ts_t now)
     }
     const uint8_t lost = net_rcv_analyzer_take_fraction_lost(self->loss);
     rate_control_on_loss(&self->control, static_cast<float>(lost) / 256.0f);
-    __loss_begin(self, now);
+    loss_begin(self, now);
 }
 
 // ---- Packets ----
 
-static void __start(delay_loss_estimator *self, const rate_sample *sample)
+void estimator_start(delay_loss_estimator *self, const rate_sample *sample)
 {
     self->is_started = true;
     self->first_at = sample->arrived_at;
@@ -116,7 +119,7 @@ static void __start(delay_loss_estimator *self, const rate_sample *sample)
     self->seq = sample->seq;
 }
 
-static void __delay_control(delay_loss_estimator *self, zeb_ts_t now)
+void delay_control(delay_loss_estimator *self, zeb_ts_t now)
 {
     const delay_signal signal = self->gradient.signal;
     const bool is_overuse_new = signal == DELAY_OVERUSE && self->signal != DELAY_OVERUSE;
@@ -128,27 +131,30 @@ static void __delay_control(delay_loss_estimator *self, zeb_ts_t now)
     rate_control_on_delay(&self->control, signal, rate_meter_bps(&self->meter, now), now);
 }
 
-static void __on_packet(rate_estimator *base, const rate_sample *sample)
+void on_packet(rate_estimator *base, const rate_sample *sample)
 {
-    delay_loss_estimator *self = __self(base);
+    delay_loss_estimator *self = self_of(base);
     if (!self->is_started) {
-        __start(self, sample);
+        estimator_start(self, sample);
     }
     rate_meter_add(&self->meter, sample->size, sample->arrived_at);
     if (!sample->is_retransmission) {
         delay_gradient_on_packet(&self->gradient, sample);
-        __loss_count(self, sample);
+        loss_count(self, sample);
     }
     if (sample->arrived_at - self->first_at >= kSettleMs || self->gradient.signal == DELAY_OVERUSE) {
-        __delay_control(self, sample->arrived_at);
-        __loss_control(self, sample->arrived_at);
+        delay_control(self, sample->arrived_at);
+        loss_control(self, sample->arrived_at);
     }
 }
 
-static uint64_t __estimate_bps(const rate_estimator *base)
+uint64_t estimate_bps(const rate_estimator *base)
 {
     const auto *self = reinterpret_cast<const delay_loss_estimator *>(base);
     return static_cast<uint64_t>(rate_control_bps(&self->control));
 }
 
-const rate_estimator_ops kDelayLossEstimator = {__create, __destroy, __reset, __on_packet, __estimate_bps};
+} // namespace
+
+const rate_estimator_ops kDelayLossEstimator = {estimator_create, estimator_destroy, estimator_reset, on_packet,
+                                                estimate_bps};

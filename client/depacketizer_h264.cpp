@@ -3,6 +3,9 @@
 #include "annexb.h"
 #include "nal_payload.h"
 
+namespace
+{
+
 // The NAL unit types that RFC 6184 gives to packets (5.2); types 1 to 23 are a NAL unit's own, and 0, 30 and 31 nobody's.
 // Only STAP-A and FU-A belong to packetization mode 1 (5.4).
 constexpr uint8_t kStapA = 24;
@@ -13,32 +16,27 @@ constexpr uint8_t kTypeMask = 0x1F;
 constexpr uint8_t kFragmentStart = 0x80;
 constexpr uint8_t kFragmentEnd = 0x40;
 
-static bool __is_unit_type(uint8_t type)
+bool is_unit_type(uint8_t type)
 {
     return type >= 1 && type <= 23;
 }
 
-static uint8_t __unit_type(nal_bytes unit)
+uint8_t unit_type(nal_bytes unit)
 {
     if (unit.size == 0) {
         return kNalTypeNone;
     }
     const uint8_t type = unit.data[0] & kTypeMask;
-    return __is_unit_type(type) ? type : kNalTypeNone;
+    return is_unit_type(type) ? type : kNalTypeNone;
 }
-
-namespace
-{
 
 bool is_packet_type(uint8_t type)
 {
     return type >= kStapA && type <= kFuB;
 }
 
-} // namespace
-
 // FU indicator, FU header, fragment (RFC 6184, 5.8).
-static nal_payload __fragment_parse(nal_bytes payload)
+nal_payload fragment_parse(nal_bytes payload)
 {
     constexpr size_t headers = 2;
     if (payload.size < headers) {
@@ -50,7 +48,7 @@ static nal_payload __fragment_parse(nal_bytes payload)
     parsed.is_start = (fu_header & kFragmentStart) != 0;
     parsed.is_end = (fu_header & kFragmentEnd) != 0;
     parsed.type = fu_header & kTypeMask;
-    if (!__is_unit_type(parsed.type)) {
+    if (!is_unit_type(parsed.type)) {
         return nal_payload_refused(is_packet_type(parsed.type) ? PAYLOAD_FAULT_NESTED : PAYLOAD_FAULT_RESERVED_TYPE);
     }
     parsed.kind = NAL_PAYLOAD_FRAGMENT;
@@ -60,14 +58,14 @@ static nal_payload __fragment_parse(nal_bytes payload)
     return parsed;
 }
 
-static nal_payload __payload_parse(nal_bytes payload)
+nal_payload payload_parse(nal_bytes payload)
 {
     if (payload.size == 0) {
         return nal_payload_refused(PAYLOAD_FAULT_TRUNCATED);
     }
     const uint8_t type = payload.data[0] & kTypeMask;
     if (type == kFuA) {
-        return __fragment_parse(payload);
+        return fragment_parse(payload);
     }
     nal_payload parsed = {};
     if (type == kStapA) {
@@ -75,7 +73,7 @@ static nal_payload __payload_parse(nal_bytes payload)
         parsed.bytes = {payload.data + 1, payload.size - 1};
         return parsed;
     }
-    if (!__is_unit_type(type)) {
+    if (!is_unit_type(type)) {
         return nal_payload_refused(is_packet_type(type) ? PAYLOAD_FAULT_INTERLEAVED : PAYLOAD_FAULT_RESERVED_TYPE);
     }
     parsed.kind = NAL_PAYLOAD_SINGLE;
@@ -83,7 +81,9 @@ static nal_payload __payload_parse(nal_bytes payload)
     return parsed;
 }
 
-const nal_format nal_format_h264 = {__payload_parse, __unit_type};
+} // namespace
+
+const nal_format nal_format_h264 = {payload_parse, unit_type};
 
 int depacketizer_h264_packet(uint8_t *frame_data, const uint8_t *cur_ptr, const uint8_t *end_ptr, size_t *frame_offset,
                              size_t *frame_size)

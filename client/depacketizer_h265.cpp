@@ -3,6 +3,9 @@
 #include "annexb.h"
 #include "nal_payload.h"
 
+namespace
+{
+
 // The NAL unit types that RFC 7798 gives to packets (4.4); types 0 to 47 are a NAL unit's own, and those above nobody's.
 // Packets with content information (PACI) are not taken.
 constexpr uint8_t kAggregation = 48;
@@ -15,27 +18,27 @@ constexpr uint8_t kFragmentType = 0x3F; // of the FU header
 constexpr uint8_t kFragmentStart = 0x80;
 constexpr uint8_t kFragmentEnd = 0x40;
 
-static uint8_t __header_type(const uint8_t *header)
+uint8_t header_type(const uint8_t *header)
 {
     return static_cast<uint8_t>((header[0] & kTypeBits) >> 1);
 }
 
-static bool __is_unit_type(uint8_t type)
+bool is_unit_type(uint8_t type)
 {
     return type <= 47;
 }
 
-static uint8_t __unit_type(nal_bytes unit)
+uint8_t unit_type(nal_bytes unit)
 {
     if (unit.size < kHeaderSize) {
         return kNalTypeNone;
     }
-    const uint8_t type = __header_type(unit.data);
-    return __is_unit_type(type) ? type : kNalTypeNone;
+    const uint8_t type = header_type(unit.data);
+    return is_unit_type(type) ? type : kNalTypeNone;
 }
 
 // Payload header, FU header, fragment (RFC 7798, 4.4.3).
-static nal_payload __fragment_parse(nal_bytes payload)
+nal_payload fragment_parse(nal_bytes payload)
 {
     constexpr size_t headers = kHeaderSize + 1;
     if (payload.size < headers) {
@@ -46,7 +49,7 @@ static nal_payload __fragment_parse(nal_bytes payload)
     parsed.is_start = (fu_header & kFragmentStart) != 0;
     parsed.is_end = (fu_header & kFragmentEnd) != 0;
     parsed.type = fu_header & kFragmentType;
-    if (!__is_unit_type(parsed.type)) {
+    if (!is_unit_type(parsed.type)) {
         return nal_payload_refused(parsed.type <= kContentInformation ? PAYLOAD_FAULT_NESTED
                                                                       : PAYLOAD_FAULT_RESERVED_TYPE);
     }
@@ -58,14 +61,14 @@ static nal_payload __fragment_parse(nal_bytes payload)
     return parsed;
 }
 
-static nal_payload __payload_parse(nal_bytes payload)
+nal_payload payload_parse(nal_bytes payload)
 {
     if (payload.size < kHeaderSize) {
         return nal_payload_refused(PAYLOAD_FAULT_TRUNCATED);
     }
-    const uint8_t type = __header_type(payload.data);
+    const uint8_t type = header_type(payload.data);
     if (type == kFragmentation) {
-        return __fragment_parse(payload);
+        return fragment_parse(payload);
     }
     nal_payload parsed = {};
     if (type == kAggregation) {
@@ -73,7 +76,7 @@ static nal_payload __payload_parse(nal_bytes payload)
         parsed.bytes = {payload.data + kHeaderSize, payload.size - kHeaderSize};
         return parsed;
     }
-    if (!__is_unit_type(type)) {
+    if (!is_unit_type(type)) {
         return nal_payload_refused(type == kContentInformation ? PAYLOAD_FAULT_PACI : PAYLOAD_FAULT_RESERVED_TYPE);
     }
     parsed.kind = NAL_PAYLOAD_SINGLE;
@@ -81,7 +84,9 @@ static nal_payload __payload_parse(nal_bytes payload)
     return parsed;
 }
 
-const nal_format nal_format_h265 = {__payload_parse, __unit_type};
+} // namespace
+
+const nal_format nal_format_h265 = {payload_parse, unit_type};
 
 int depacketizer_h265_packet(uint8_t *frame_data, const uint8_t *cur_ptr, const uint8_t *end_ptr, size_t *frame_offset,
                              size_t *frame_size)

@@ -6,6 +6,9 @@
 #include "receive_quality.h"
 #include "user.h"
 
+namespace
+{
+
 constexpr size_t kDatagramMax = 1200;    // bytes; fits any path
 constexpr size_t kNackBatchMax = 250;    // numbers a message: never more than the datagram holds
 constexpr uint32_t kNtpFraction = 65536; // a delay is told in 1/65536 s
@@ -20,38 +23,33 @@ struct feedback_datagram {
     rtcp_output out;
 };
 
-static channel_state *__channel_of(const stream_state *state)
+channel_state *channel_of(const stream_state *state)
 {
     return state->stream->channel->state;
 }
 
-static uint32_t __ssrc_of(const stream_state *state)
+uint32_t ssrc_of(const stream_state *state)
 {
     return state->stream->user->state->uid;
 }
 
-static bool __may_send(const stream_state *state)
+bool may_send(const stream_state *state)
 {
-    return __channel_of(state)->on_rtcp != nullptr && !state->is_native && state->report.packets > 0;
+    return channel_of(state)->on_rtcp != nullptr && !state->is_native && state->report.packets > 0;
 }
-
-namespace
-{
 
 bool may_tell(const stream_state *state, zeb_ts_t now)
 {
-    return __may_send(state) && !state->report.has_left && now - state->report.last_packet_at < kFeedbackSilence;
+    return may_send(state) && !state->report.has_left && now - state->report.last_packet_at < kFeedbackSilence;
 }
-
-} // namespace
 
 // ---- Datagrams ----
 
-static rtcp_report_block __report_block(stream_state *state, zeb_ts_t now)
+rtcp_report_block report_block(stream_state *state, zeb_ts_t now)
 {
     net_rcv_analyzer_t *quality = state->stream->current_net_rcv_quality;
     rtcp_report_block block = {};
-    block.ssrc = __ssrc_of(state);
+    block.ssrc = ssrc_of(state);
     if (quality != nullptr) {
         block.fraction_lost = net_rcv_analyzer_take_fraction_lost(quality);
         block.cumulative_lost = net_rcv_analyzer_lost(quality);
@@ -65,9 +63,9 @@ static rtcp_report_block __report_block(stream_state *state, zeb_ts_t now)
     return block;
 }
 
-static void __write_report(const stream_state *state, rtcp_output *out, const rtcp_report_block *block)
+void write_report(const stream_state *state, rtcp_output *out, const rtcp_report_block *block)
 {
-    const channel_state *channel = __channel_of(state);
+    const channel_state *channel = channel_of(state);
     rtcp_report report = {};
     report.sender_ssrc = channel->local_ssrc;
     report.blocks = block;
@@ -76,9 +74,6 @@ static void __write_report(const stream_state *state, rtcp_output *out, const rt
     report.cname_size = channel->cname_size;
     rtcp_report_write(out, &report);
 }
-
-namespace
-{
 
 // The largest datagram that may be sent for what came so far, bytes.
 size_t size_allowed(const stream_state *state)
@@ -91,24 +86,22 @@ size_t size_allowed(const stream_state *state)
     return limit - used < kDatagramMax ? static_cast<size_t>(limit - used) : kDatagramMax;
 }
 
-} // namespace
-
 // Feedback stands behind a report, an empty one unless a report is due anyway, where it may not stand alone. What does
 // not fit the allowance is not written.
-static bool __begin(const stream_state *state, feedback_datagram *datagram)
+bool datagram_begin(const stream_state *state, feedback_datagram *datagram)
 {
     datagram->out = {datagram->bytes, size_allowed(state), 0};
-    if (!__channel_of(state)->feedback.reduced_size) {
-        __write_report(state, &datagram->out, nullptr);
+    if (!channel_of(state)->feedback.reduced_size) {
+        write_report(state, &datagram->out, nullptr);
         return datagram->out.size > 0;
     }
     return true;
 }
 
-static void __send(stream_state *state, const feedback_datagram *datagram)
+void datagram_send(stream_state *state, const feedback_datagram *datagram)
 {
     state->feedback.bytes_sent += datagram->out.size + kFeedbackHeaders;
-    channel_state *channel = __channel_of(state);
+    channel_state *channel = channel_of(state);
     service_state *service = channel->channel.service->state;
     const bool was_in_callback = service->is_in_callback;
     service->is_in_callback = true;
@@ -116,10 +109,12 @@ static void __send(stream_state *state, const feedback_datagram *datagram)
     service->is_in_callback = was_in_callback;
 }
 
-static void __saturating_add(uint16_t *counter)
+void saturating_add(uint16_t *counter)
 {
     *counter = *counter == UINT16_MAX ? UINT16_MAX : static_cast<uint16_t>(*counter + 1);
 }
+
+} // namespace
 
 // ---- Pacing ----
 
@@ -139,15 +134,18 @@ void feedback_pacing_restore(stream_state *state, const request_pacing *pacing)
     cache->next_intra_req_should_at = pacing->next_key_frame_at;
 }
 
+namespace
+{
+
 // The reorder cache keeps these times, and loses them in a reset; the stream's own record shows them.
-static void __plan_retransmissions(stream_state *state)
+void plan_retransmissions(stream_state *state)
 {
     const zeb_ts_t at = nack_list_next_at(&state->feedback.nacks);
     state->stream->video_cache_q.next_retrans_req_should_at = at;
     state->stream->next_retrans_req_should_at = at;
 }
 
-static void __plan_key_frame(stream_state *state, zeb_ts_t at)
+void plan_key_frame(stream_state *state, zeb_ts_t at)
 {
     state->stream->video_cache_q.next_intra_req_should_at = at;
     state->stream->next_idr_should_at = at;
@@ -155,7 +153,7 @@ static void __plan_key_frame(stream_state *state, zeb_ts_t at)
 
 // Where no retransmission tells the round trip, the soonest key frame does: it took one, and the wait for a picture.
 // Senders are known to ignore what comes within two round trips of a request that they heard.
-static zeb_ts_t __key_frame_interval(const stream_feedback *self)
+zeb_ts_t key_frame_interval(const stream_feedback *self)
 {
     const bool is_rtt_known = self->nacks.rtt_8 != 0 || self->key_frame_answer == 0;
     const zeb_ts_t interval = 2 * (is_rtt_known ? nack_list_rtt(&self->nacks) : self->key_frame_answer);
@@ -168,8 +166,8 @@ static zeb_ts_t __key_frame_interval(const stream_feedback *self)
 // ---- Packets ----
 
 // The highest number so far: those that it passed over are missing, and the one behind it may come to be.
-static void __note_newest(stream_state *state, const reception_packet *packet, uint32_t number, uint32_t newest_before,
-                          zeb_ts_t now)
+void note_newest(stream_state *state, const reception_packet *packet, uint32_t number, uint32_t newest_before,
+                 zeb_ts_t now)
 {
     stream_feedback *self = &state->feedback;
     const bool is_first = state->report.packets == 1;
@@ -187,6 +185,8 @@ static void __note_newest(stream_state *state, const reception_packet *packet, u
     }
 }
 
+} // namespace
+
 void feedback_note_packet(stream_state *state, reception_verdict verdict, const reception_packet *packet,
                           uint32_t newest_before, zeb_ts_t now)
 {
@@ -195,7 +195,7 @@ void feedback_note_packet(stream_state *state, reception_verdict verdict, const 
     state->report.has_left = false;
     switch (verdict) {
     case RECEPTION_NEWEST:
-        __note_newest(state, packet, number, newest_before, now);
+        note_newest(state, packet, number, newest_before, now);
         break;
     case RECEPTION_EARLIER:
         nack_list_remove(&self->nacks, number, now);
@@ -209,18 +209,21 @@ void feedback_note_packet(stream_state *state, reception_verdict verdict, const 
     case RECEPTION_STRAY:
         return;
     }
-    __plan_retransmissions(state);
+    plan_retransmissions(state);
 }
 
 void feedback_note_missing_beginning(stream_state *state, uint32_t number)
 {
     nack_list_insert(&state->feedback.nacks, number, state->now);
-    __plan_retransmissions(state);
+    plan_retransmissions(state);
 }
+
+namespace
+{
 
 // Falls at once and hardly rises: the wait for a picture differs, the round trip does not. What is sooner than requests
 // may follow each other was on its way before.
-static void __note_answer(stream_feedback *self, zeb_ts_t answer)
+void note_answer(stream_feedback *self, zeb_ts_t answer)
 {
     const uint16_t known = self->key_frame_answer;
     const auto sample = static_cast<uint16_t>(answer < kKeyFrameIntervalMin / 2 ? kKeyFrameIntervalMin / 2 : answer);
@@ -229,17 +232,19 @@ static void __note_answer(stream_feedback *self, zeb_ts_t answer)
 }
 
 // A key frame was asked for, and none came since.
-static bool __is_key_frame_due(const stream_feedback *self)
+bool is_key_frame_due(const stream_feedback *self)
 {
     return self->key_frame_asked_at != 0 && self->key_packet_at <= self->key_frame_asked_at;
 }
+
+} // namespace
 
 void feedback_note_key_packet(stream_state *state, zeb_ts_t now)
 {
     stream_feedback *self = &state->feedback;
     const zeb_ts_t answer = now - self->key_frame_asked_at;
-    if (__is_key_frame_due(self) && !self->is_key_frame_asked_again && answer < kFeedbackSilence) {
-        __note_answer(self, answer);
+    if (is_key_frame_due(self) && !self->is_key_frame_asked_again && answer < kFeedbackSilence) {
+        note_answer(self, answer);
     }
     self->key_packet_at = now;
     self->is_key_frame_coming = true;
@@ -251,9 +256,12 @@ void feedback_note_cleared(stream_state *state)
     state->feedback.is_key_frame_coming = false;
 }
 
+namespace
+{
+
 // What the reorder cache has gone past is not needed any more, and nothing is while it waits for a key frame that has
 // not begun.
-static void __forget_what_is_past(stream_state *state)
+void forget_what_is_past(stream_state *state)
 {
     const webrtc_video_cache_t *cache = &state->stream->video_cache_q;
     nack_list *nacks = &state->feedback.nacks;
@@ -267,9 +275,6 @@ static void __forget_what_is_past(stream_state *state)
 
 // ---- Requests for packets ----
 
-namespace
-{
-
 // The numbers that a request has room for behind what it begins with.
 size_t nack_room(const feedback_datagram *datagram)
 {
@@ -278,59 +283,61 @@ size_t nack_room(const feedback_datagram *datagram)
     return room < kNackBatchMax ? room : kNackBatchMax;
 }
 
-} // namespace
-
-static bool __send_nack(stream_state *state, feedback_datagram *datagram, const uint32_t *numbers, size_t count,
-                        zeb_ts_t now)
+bool send_nack(stream_state *state, feedback_datagram *datagram, const uint32_t *numbers, size_t count, zeb_ts_t now)
 {
     seq_t seqs[kNackBatchMax];
     size_t fitted = 0;
     for (size_t i = 0; i < count; i++) {
         seqs[i] = static_cast<seq_t>(numbers[i]);
     }
-    if (rtcp_nack_write(&datagram->out, __channel_of(state)->local_ssrc, __ssrc_of(state), seqs, count, &fitted) == 0) {
+    if (rtcp_nack_write(&datagram->out, channel_of(state)->local_ssrc, ssrc_of(state), seqs, count, &fitted) == 0) {
         return false;
     }
-    __send(state, datagram);
+    datagram_send(state, datagram);
     state->feedback.nack_sent_at = now;
     state->report.nacks_sent += 1;
     state->report.packets_asked_for += fitted;
     return true;
 }
 
+} // namespace
+
 void feedback_ask_retransmissions(stream_state *state, zeb_ts_t now)
 {
     webrtc_video_cache_t *cache = &state->stream->video_cache_q;
     nack_list *nacks = &state->feedback.nacks;
     // What does not fit one datagram is for the next millisecond.
-    if (!__channel_of(state)->feedback.nack || !may_tell(state, now) || state->feedback.nack_sent_at == now) {
+    if (!channel_of(state)->feedback.nack || !may_tell(state, now) || state->feedback.nack_sent_at == now) {
         return;
     }
     feedback_datagram datagram;
-    if (!__begin(state, &datagram) || nack_room(&datagram) == 0) {
+    if (!datagram_begin(state, &datagram) || nack_room(&datagram) == 0) {
         return;
     }
     uint32_t numbers[kNackBatchMax];
     const size_t count = nack_list_take_due(nacks, now, numbers, nack_room(&datagram));
-    if (count > 0 && __send_nack(state, &datagram, numbers, count, now)) {
-        __saturating_add(&cache->n_retrans_req_recent);
-        __saturating_add(&state->stream->n_retrans_req_recent);
+    if (count > 0 && send_nack(state, &datagram, numbers, count, now)) {
+        saturating_add(&cache->n_retrans_req_recent);
+        saturating_add(&state->stream->n_retrans_req_recent);
     }
-    __plan_retransmissions(state);
+    plan_retransmissions(state);
 }
+
+namespace
+{
 
 // ---- Requests for key frames ----
 
-static bool __write_key_frame_request(stream_state *state, rtcp_output *out)
+bool write_key_frame_request(stream_state *state, rtcp_output *out)
 {
-    const channel_state *channel = __channel_of(state);
+    const channel_state *channel = channel_of(state);
     if (!channel->feedback.fir) {
-        const bool is_written = rtcp_pli_write(out, channel->local_ssrc, __ssrc_of(state)) > 0;
+        const bool is_written = rtcp_pli_write(out, channel->local_ssrc, ssrc_of(state)) > 0;
         state->report.plis_sent += is_written ? 1 : 0;
         return is_written;
     }
     const auto command_seq = static_cast<uint8_t>(state->feedback.fir_command_seq + 1);
-    if (rtcp_fir_write(out, channel->local_ssrc, {__ssrc_of(state), command_seq}) == 0) {
+    if (rtcp_fir_write(out, channel->local_ssrc, {ssrc_of(state), command_seq}) == 0) {
         return false;
     }
     state->feedback.fir_command_seq = command_seq;
@@ -340,115 +347,125 @@ static bool __write_key_frame_request(stream_state *state, rtcp_output *out)
 
 // Which of two requests was answered cannot be told, so that answers that take longer than the time between them are
 // never measured: each time it grows a little, until one is.
-static void __note_request(stream_feedback *self, zeb_ts_t now)
+void note_request(stream_feedback *self, zeb_ts_t now)
 {
-    self->is_key_frame_asked_again = __is_key_frame_due(self);
+    self->is_key_frame_asked_again = is_key_frame_due(self);
     if (self->is_key_frame_asked_again && self->key_frame_answer < kKeyFrameIntervalMax) {
         self->key_frame_answer = static_cast<uint16_t>(9 * self->key_frame_answer / 8);
     }
     self->key_frame_asked_at = now;
 }
 
+} // namespace
+
 void feedback_ask_key_frame(stream_state *state, zeb_ts_t now)
 {
     webrtc_video_cache_t *cache = &state->stream->video_cache_q;
-    const channel_feedback *agreed = &__channel_of(state)->feedback;
+    const channel_feedback *agreed = &channel_of(state)->feedback;
     if ((!agreed->pli && !agreed->fir) || !may_tell(state, now) || now < cache->next_intra_req_should_at) {
         return;
     }
     feedback_datagram datagram;
-    if (!__begin(state, &datagram) || !__write_key_frame_request(state, &datagram.out)) {
+    if (!datagram_begin(state, &datagram) || !write_key_frame_request(state, &datagram.out)) {
         return;
     }
-    __send(state, &datagram);
-    __note_request(&state->feedback, now);
-    __plan_key_frame(state, now + __key_frame_interval(&state->feedback));
-    __saturating_add(&cache->n_intra_req_sent_recent);
-    __saturating_add(&state->stream->n_key_req_sent_recent);
+    datagram_send(state, &datagram);
+    note_request(&state->feedback, now);
+    plan_key_frame(state, now + key_frame_interval(&state->feedback));
+    saturating_add(&cache->n_intra_req_sent_recent);
+    saturating_add(&state->stream->n_key_req_sent_recent);
 }
 
+namespace
+{
+
 // A key frame that is on its way in answers the request.
-static bool __waits_for_key_frame(const stream_state *state, zeb_ts_t now)
+bool waits_for_key_frame(const stream_state *state, zeb_ts_t now)
 {
     const stream_feedback *self = &state->feedback;
-    const bool is_coming = self->is_key_frame_coming && now - self->key_packet_at < __key_frame_interval(self);
+    const bool is_coming = self->is_key_frame_coming && now - self->key_packet_at < key_frame_interval(self);
     return state->rtp.needs_key_frame && !is_coming;
 }
 
 // ---- Reports and the rate ----
 
-static void __send_report(stream_state *state, zeb_ts_t now)
+void send_report(stream_state *state, zeb_ts_t now)
 {
     stream_feedback *self = &state->feedback;
-    if (!__channel_of(state)->feedback.reports || !may_tell(state, now) || now < self->next_report_at ||
+    if (!channel_of(state)->feedback.reports || !may_tell(state, now) || now < self->next_report_at ||
         size_allowed(state) < kReportSizeMax) {
         return;
     }
-    const rtcp_report_block block = __report_block(state, now);
+    const rtcp_report_block block = report_block(state, now);
     feedback_datagram datagram;
     datagram.out = {datagram.bytes, sizeof datagram.bytes, 0};
-    __write_report(state, &datagram.out, &block);
-    __send(state, &datagram);
+    write_report(state, &datagram.out, &block);
+    datagram_send(state, &datagram);
     state->report.reports_sent += 1;
     self->next_report_at = now + kReportInterval;
 }
 
-static void __send_rate(stream_state *state, zeb_ts_t now)
+void send_rate(stream_state *state, zeb_ts_t now)
 {
     uint64_t bps = 0;
-    if (!__channel_of(state)->feedback.remb || !may_tell(state, now) ||
+    if (!channel_of(state)->feedback.remb || !may_tell(state, now) ||
         size_allowed(state) < kReportSizeMax + kRembSizeMax ||
         !bcm_stat_take_remb(state->stream->bcm_stat, now, &bps)) {
         return;
     }
-    const uint32_t ssrc = __ssrc_of(state);
+    const uint32_t ssrc = ssrc_of(state);
     feedback_datagram datagram;
-    __begin(state, &datagram);
-    rtcp_remb_write(&datagram.out, __channel_of(state)->local_ssrc, bps, &ssrc, 1);
-    __send(state, &datagram);
+    datagram_begin(state, &datagram);
+    rtcp_remb_write(&datagram.out, channel_of(state)->local_ssrc, bps, &ssrc, 1);
+    datagram_send(state, &datagram);
     state->report.rembs_sent += 1;
 }
+
+} // namespace
 
 // ---- The tick ----
 
 void feedback_tick(stream_state *state, zeb_ts_t now)
 {
-    if (!__may_send(state)) {
+    if (!may_send(state)) {
         return;
     }
-    __forget_what_is_past(state);
+    forget_what_is_past(state);
     if (now >= state->stream->video_cache_q.next_retrans_req_should_at) {
         feedback_ask_retransmissions(state, now);
     }
-    if (__waits_for_key_frame(state, now)) {
+    if (waits_for_key_frame(state, now)) {
         feedback_ask_key_frame(state, now);
     }
-    __send_report(state, now);
-    __send_rate(state, now);
+    send_report(state, now);
+    send_rate(state, now);
 }
 
 zeb_ts_t feedback_next_at(const stream_state *state)
 {
-    const bool asks = __channel_of(state)->feedback.nack && __may_send(state) && !state->report.has_left;
+    const bool asks = channel_of(state)->feedback.nack && may_send(state) && !state->report.has_left;
     const zeb_ts_t next_at = asks ? nack_list_next_at(&state->feedback.nacks) : kNackNever;
     if (next_at == kNackNever) {
         return kNackNever;
     }
     feedback_datagram datagram;
-    return __begin(state, &datagram) && nack_room(&datagram) > 0 ? next_at : kNackNever;
+    return datagram_begin(state, &datagram) && nack_room(&datagram) > 0 ? next_at : kNackNever;
 }
+
+namespace
+{
 
 // ---- RTCP from the sender ----
 
-static stream_state *__stream_of(channel_state *channel, uint32_t ssrc)
+stream_state *stream_of(channel_state *channel, uint32_t ssrc)
 {
     user_state *user = channel_find_user(channel, ssrc);
     return user == nullptr ? nullptr : user_find_stream(user, 0);
 }
 
-static void __take_sender_report(channel_state *channel, const rtcp_item *item, zeb_ts_t now)
+void take_sender_report(channel_state *channel, const rtcp_item *item, zeb_ts_t now)
 {
-    stream_state *state = __stream_of(channel, item->ssrc);
+    stream_state *state = stream_of(channel, item->ssrc);
     if (state == nullptr) {
         return;
     }
@@ -459,10 +476,10 @@ static void __take_sender_report(channel_state *channel, const rtcp_item *item, 
 }
 
 // What is missing stays so: the BYE may be forged, and the next packet shows it.
-static void __take_bye(channel_state *channel, const rtcp_item *item)
+void take_bye(channel_state *channel, const rtcp_item *item)
 {
     for (size_t i = 0; i < item->bye.ssrcs.count; i++) {
-        stream_state *state = __stream_of(channel, rtcp_ssrc_at(&item->bye.ssrcs, i));
+        stream_state *state = stream_of(channel, rtcp_ssrc_at(&item->bye.ssrcs, i));
         if (state != nullptr) {
             state->report.has_left = true;
             state->report.byes += 1;
@@ -470,15 +487,17 @@ static void __take_bye(channel_state *channel, const rtcp_item *item)
     }
 }
 
+} // namespace
+
 void feedback_take_rtcp(channel_state *channel, const uint8_t *datagram, size_t size, zeb_ts_t now)
 {
     rtcp_cursor cursor = rtcp_cursor_begin(datagram, size);
     rtcp_item item;
     while (rtcp_next(&cursor, &item)) {
         if (item.kind == RTCP_ITEM_SENDER_REPORT) {
-            __take_sender_report(channel, &item, now);
+            take_sender_report(channel, &item, now);
         } else if (item.kind == RTCP_ITEM_BYE) {
-            __take_bye(channel, &item);
+            take_bye(channel, &item);
         }
     }
 }

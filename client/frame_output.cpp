@@ -7,7 +7,10 @@
 #include "unit_chain.h"
 #include "user.h"
 
-static PACKETIZER_TYPE __packetizer_of(const video_frame *frame)
+namespace
+{
+
+PACKETIZER_TYPE packetizer_of(const video_frame *frame)
 {
     if (video_frame_is_generic(frame) != 0) {
         return PACKETIZER_TYPE_GENERIC;
@@ -24,7 +27,7 @@ static PACKETIZER_TYPE __packetizer_of(const video_frame *frame)
 
 // The packets of a frame may disagree about its headers, and the frame goes by the first one that came. A view that
 // is longer than its packet has wrapped.
-static bool __views_fit(const video_frame *frame, const video_frame *parsed)
+bool views_fit(const video_frame *frame, const video_frame *parsed)
 {
     for (size_t i = 0; i < frame->n_pkts_total; i++) {
         if (parsed->pkts[i].count > frame->pkts[i].count) {
@@ -33,9 +36,6 @@ static bool __views_fit(const video_frame *frame, const video_frame *parsed)
     }
     return true;
 }
-
-namespace
-{
 
 // On the RTP path the delivery has looked at each payload when it came.
 payload_fault_e native_fault_of(const video_frame *frame, const video_frame *parsed)
@@ -54,20 +54,17 @@ payload_fault_e native_fault_of(const video_frame *frame, const video_frame *par
     return unit_chain_end(&units);
 }
 
-} // namespace
-
 // Null when none came out; `fault` tells why, or is PAYLOAD_FAULTS.
-static uint8_t *__bitstream_make(const stream_state *state, const video_frame *frame, size_t *size,
-                                 payload_fault_e *fault)
+uint8_t *bitstream_make(const stream_state *state, const video_frame *frame, size_t *size, payload_fault_e *fault)
 {
-    const PACKETIZER_TYPE packetizer = __packetizer_of(frame);
+    const PACKETIZER_TYPE packetizer = packetizer_of(frame);
     video_frame parsed = {};
     if (packetizer == PACKETIZER_TYPE_UNKNOWN || video_frame_parse_payload(frame, &parsed) != 0 ||
         parsed.pkts == nullptr) {
         return nullptr;
     }
     uint8_t *bitstream = nullptr;
-    if (__views_fit(frame, &parsed)) {
+    if (views_fit(frame, &parsed)) {
         *fault = state->is_native ? native_fault_of(frame, &parsed) : PAYLOAD_FAULTS;
         bitstream = *fault == PAYLOAD_FAULTS ? video_frame_regroup_pkts(&parsed, packetizer, size) : nullptr;
     }
@@ -77,7 +74,7 @@ static uint8_t *__bitstream_make(const stream_state *state, const video_frame *f
 
 // Gives a key frame that comes without its parameter sets those that are known. Takes over `bitstream`; null without
 // memory.
-static uint8_t *__parameter_sets_prepend(const stream_state *state, uint8_t codec, uint8_t *bitstream, size_t *size)
+uint8_t *parameter_sets_prepend(const stream_state *state, uint8_t codec, uint8_t *bitstream, size_t *size)
 {
     const size_t sets_size = parameter_sets_missing_size(&state->sets, codec, bitstream, *size);
     if (sets_size == 0) {
@@ -95,7 +92,7 @@ static uint8_t *__parameter_sets_prepend(const stream_state *state, uint8_t code
 
 // ---- Counting ----
 
-static void __count_freeze(stream_state *state, zeb_ts_t pause)
+void count_freeze(stream_state *state, zeb_ts_t pause)
 {
     user_video_stream *stream = state->stream;
     stream_report *report = &state->report;
@@ -113,8 +110,8 @@ static void __count_freeze(stream_state *state, zeb_ts_t pause)
     }
 }
 
-static void __count_in_record(user_video_stream *stream, const video_frame *frame, const channel_frame *out,
-                              zeb_ts_t began_at, zeb_ts_t now)
+void count_in_record(user_video_stream *stream, const video_frame *frame, const channel_frame *out, zeb_ts_t began_at,
+                     zeb_ts_t now)
 {
     stream->n_xfer_frames += 1;
     stream->n_frames_to_user_recent = static_cast<uint16_t>(stream->n_frames_to_user_recent + 1);
@@ -138,13 +135,13 @@ static void __count_in_record(user_video_stream *stream, const video_frame *fram
     stream->n_k_frames_to_user += 1;
 }
 
-static void __count(stream_state *state, const channel_frame *out, zeb_ts_t began_at, zeb_ts_t now)
+void frame_count(stream_state *state, const channel_frame *out, zeb_ts_t began_at, zeb_ts_t now)
 {
     stream_report *report = &state->report;
     if (report->frames == 0) {
         report->first_frame_at = now;
     } else {
-        __count_freeze(state, now - report->last_frame_at);
+        count_freeze(state, now - report->last_frame_at);
     }
     report->last_frame_at = now;
     report->frames += 1;
@@ -152,6 +149,8 @@ static void __count(stream_state *state, const channel_frame *out, zeb_ts_t bega
     report->frame_bytes += out->size;
     report->frame_delay += now - began_at;
 }
+
+} // namespace
 
 void frame_output_drop(stream_state *state, frame_drop_e reason)
 {
@@ -178,11 +177,9 @@ void count_without_bitstream(stream_state *state, payload_fault_e fault)
     }
 }
 
-} // namespace
-
 // ---- Handing out ----
 
-static void __call_back(const rtc_channel *channel, const channel_frame *out)
+void call_back(const rtc_channel *channel, const channel_frame *out)
 {
     if (channel->state == nullptr || channel->state->on_frame == nullptr) {
         return;
@@ -193,12 +190,14 @@ static void __call_back(const rtc_channel *channel, const channel_frame *out)
     service->is_in_callback = false;
 }
 
+} // namespace
+
 bool frame_output_hand_out(stream_state *state, const video_frame *frame, channel_frame *out, const zeb_ts_t *now_p)
 {
     payload_fault_e fault = PAYLOAD_FAULTS;
-    uint8_t *bitstream = __bitstream_make(state, frame, &out->size, &fault);
+    uint8_t *bitstream = bitstream_make(state, frame, &out->size, &fault);
     if (bitstream != nullptr && out->is_key) {
-        bitstream = __parameter_sets_prepend(state, frame->codec, bitstream, &out->size);
+        bitstream = parameter_sets_prepend(state, frame->codec, bitstream, &out->size);
     }
     if (bitstream == nullptr) {
         count_without_bitstream(state, fault);
@@ -212,9 +211,9 @@ bool frame_output_hand_out(stream_state *state, const video_frame *frame, channe
     out->first_seq = frame->min_rtp_seq;
     out->last_seq = frame->max_rtp_seq;
     const zeb_ts_t began_at = state->is_native ? frame->queued_ts : state->rtp.began_at;
-    __count(state, out, began_at, *now_p);
-    __count_in_record(state->stream, frame, out, began_at, *now_p);
-    __call_back(state->stream->channel, out);
+    frame_count(state, out, began_at, *now_p);
+    count_in_record(state->stream, frame, out, began_at, *now_p);
+    call_back(state->stream->channel, out);
     zeb_free_impl(bitstream);
     return true;
 }

@@ -1,9 +1,12 @@
 #include "frame_pace.h"
 
+namespace
+{
+
 constexpr uint32_t kWindow = 30; // pauses; a second or two of video
 constexpr uint32_t kEnough = 8;  // of the very first ones, to go by
 
-static void __note_pause(frame_pace *self, uint32_t pause)
+void note_pause(frame_pace *self, uint32_t pause)
 {
     const bool goes_back = static_cast<int32_t>(pause) <= 0;
     const uint32_t counted = goes_back ? 0 : pause;
@@ -16,10 +19,12 @@ static void __note_pause(frame_pace *self, uint32_t pause)
     self->n_pauses += 1;
 }
 
+} // namespace
+
 void frame_pace_note(frame_pace *self, uint32_t timestamp, bool follows)
 {
     if (self->has_last && follows) {
-        __note_pause(self, timestamp - self->last);
+        note_pause(self, timestamp - self->last);
     }
     self->has_last = true;
     self->last = timestamp;

@@ -5,8 +5,13 @@
 #include "rate_estimator.h"
 #include "rtc_seq.h"
 
+namespace
+{
+
 // The one that is built in. Another takes its place here.
 constexpr const rate_estimator_ops *kEstimator = &kDelayLossEstimator;
+
+} // namespace
 
 KelvraBcmStatistics *KelvraBcmStat_Create(const KelvraBcmStatisticsConfig *config)
 {
@@ -52,7 +57,10 @@ void KelvraBcmStat_Reset(KelvraBcmStatistics *stat)
     stat->use_sent_ts_enable_ = use_sent_ts;
 }
 
-static void __packet_count(KelvraBcmStatistics *stat, const rate_sample *sample)
+namespace
+{
+
+void packet_count(KelvraBcmStatistics *stat, const rate_sample *sample)
 {
     const bool is_first = stat->n_packets == 0;
     stat->n_packets++;
@@ -67,6 +75,8 @@ static void __packet_count(KelvraBcmStatistics *stat, const rate_sample *sample)
     }
 }
 
+} // namespace
+
 void KelvraBcmStat_OnRecvPacket(KelvraBcmStatistics *stat, uint16_t sequenceNumber, uint32_t timestamp, uint16_t size,
                                 zeb_ts_t now, uint8_t retrans_flag)
 {
@@ -75,7 +85,7 @@ void KelvraBcmStat_OnRecvPacket(KelvraBcmStatistics *stat, uint16_t sequenceNumb
     }
     const send_clock clock = stat->use_sent_ts_enable_ ? SEND_CLOCK_MS_16BIT : SEND_CLOCK_RTP_90KHZ;
     const rate_sample sample = {sequenceNumber, size, timestamp, clock, retrans_flag != 0, now};
-    __packet_count(stat, &sample);
+    packet_count(stat, &sample);
     stat->estimator->ops->on_packet(stat->estimator, &sample);
 }
 

@@ -34,18 +34,23 @@ const char *g_log_level_arr[RTC_LOG_DEBUG + 1] = {
     "DEFAULT", "EMERG", "ALERT", "CRIT", "ERROR", "WARNING", "NOTICE", "INFO", "DEBUG",
 };
 
-static void __log_to_stderr(void * /*context*/, int /*level*/, const char *format, va_list args)
+namespace
+{
+
+void log_to_stderr(void * /*context*/, int /*level*/, const char *format, va_list args)
 {
     // A log that cannot be written has nowhere to say so.
     (void)vfprintf(stderr, format, args);
 }
 
-static rtc_log_sink g_sink = __log_to_stderr;
-static void *g_sink_context = nullptr;
+rtc_log_sink g_sink = log_to_stderr;
+void *g_sink_context = nullptr;
+
+} // namespace
 
 void rtc_log_set_sink(rtc_log_sink sink, void *context)
 {
-    g_sink = sink != nullptr ? sink : __log_to_stderr;
+    g_sink = sink != nullptr ? sink : log_to_stderr;
     g_sink_context = context;
 }
 

@@ -2,8 +2,11 @@
 
 #include "user.h"
 
+namespace
+{
+
 // The frame of the oldest packet that the cache holds; null when it holds none.
-static const webrtc_video_frame_t *__head_of(const webrtc_video_cache_t *cache)
+const webrtc_video_frame_t *head_of(const webrtc_video_cache_t *cache)
 {
     if (cache->pkt_arr == nullptr || cache->pkt_min_seq > UINT16_MAX) {
         return nullptr;
@@ -11,30 +14,30 @@ static const webrtc_video_frame_t *__head_of(const webrtc_video_cache_t *cache)
     return cache->pkt_arr[cache->pkt_min_seq % WEBRTC_VIDEO_RING_SLOTS].frm_ptr;
 }
 
-static bool __is_complete(const webrtc_video_frame_t *frame)
+bool is_complete(const webrtc_video_frame_t *frame)
 {
     return frame->state == WEBRTC_VIDEO_FRM_COMPLETE;
 }
 
-static bool __follows_last_delivery(const webrtc_video_cache_t *cache, const webrtc_video_frame_t *head)
+bool follows_last_delivery(const webrtc_video_cache_t *cache, const webrtc_video_frame_t *head)
 {
     return cache->last_deliver_pkt_seq > UINT16_MAX ||
            head->min_seq == zeb_uint16_next(static_cast<uint16_t>(cache->last_deliver_pkt_seq));
 }
 
-static bool __is_held_up(const webrtc_video_cache_t *cache, const webrtc_video_frame_t *head)
+bool is_held_up(const webrtc_video_cache_t *cache, const webrtc_video_frame_t *head)
 {
-    return head != nullptr && (!__is_complete(head) || !__follows_last_delivery(cache, head));
+    return head != nullptr && (!is_complete(head) || !follows_last_delivery(cache, head));
 }
 
-static uint32_t __outer_number(const stream_state *state, seq_t seq)
+uint32_t outer_number(const stream_state *state, seq_t seq)
 {
     return packet_numbering_outer(&state->numbering, stream_state_inner_number(state, seq));
 }
 
 // The packet behind the frame's newest one is here and belongs to another frame, and nothing before it is missing: the
 // frame's end never came and never will.
-static bool __has_no_end(const stream_state *state, const webrtc_video_frame_t *head)
+bool has_no_end(const stream_state *state, const webrtc_video_frame_t *head)
 {
     const webrtc_video_cache_t *cache = &state->stream->video_cache_q;
     const auto last = static_cast<seq_t>(head->cur_max_seq);
@@ -43,30 +46,32 @@ static bool __has_no_end(const stream_state *state, const webrtc_video_frame_t *
     const missing_packet *missing = nack_list_oldest(&state->feedback.nacks);
     const bool is_followed =
         slot->state == WEBRTC_VIDEO_PKT_SET && slot->pkt_seq == next && slot->timestamp != head->timestamp;
-    return !__is_complete(head) && is_followed &&
-           (missing == nullptr || zeb_uint32_after(missing->number, __outer_number(state, last)));
+    return !is_complete(head) && is_followed &&
+           (missing == nullptr || zeb_uint32_after(missing->number, outer_number(state, last)));
 }
 
-static int __find_key_frame(zeb_rb_node *node, void *arg)
+int find_key_frame(zeb_rb_node *node, void *arg)
 {
     const auto *head = static_cast<const webrtc_video_frame_t *>(arg);
     const auto *frame = reinterpret_cast<const webrtc_video_frame_t *>(node);
     return frame->is_key != 0 && frame->timestamp != head->timestamp;
 }
 
-static bool __holds_key_frame(const webrtc_video_cache_t *cache, const webrtc_video_frame_t *head)
+bool holds_key_frame(const webrtc_video_cache_t *cache, const webrtc_video_frame_t *head)
 {
     // The walk changes nothing, but its visitors may.
     auto *frames = const_cast<zeb_rb_root *>(&cache->frm_map);
-    return zeb_rb_traverse_ldr(frames, __find_key_frame, const_cast<webrtc_video_frame_t *>(head)) != 0;
+    return zeb_rb_traverse_ldr(frames, find_key_frame, const_cast<webrtc_video_frame_t *>(head)) != 0;
 }
+
+} // namespace
 
 loss_situation loss_watch_look(const stream_state *state)
 {
     const webrtc_video_cache_t *cache = &state->stream->video_cache_q;
-    const webrtc_video_frame_t *head = __head_of(cache);
+    const webrtc_video_frame_t *head = head_of(cache);
     loss_situation situation = {};
-    if (!__is_held_up(cache, head)) {
+    if (!is_held_up(cache, head)) {
         return situation;
     }
     const channel_feedback *agreed = &state->stream->channel->state->feedback;
@@ -74,8 +79,8 @@ loss_situation loss_watch_look(const stream_state *state)
     situation.gives_up_early = agreed->give_up_early;
     situation.offers_retransmission = agreed->nack;
     situation.is_held_up = true;
-    situation.will_never_complete = __has_no_end(state, head);
-    situation.holds_key_frame = __holds_key_frame(cache, head);
+    situation.will_never_complete = has_no_end(state, head);
+    situation.holds_key_frame = holds_key_frame(cache, head);
     if (missing != nullptr) {
         situation.is_used_up = nack_list_is_used_up(&state->feedback.nacks, missing, state->now);
         situation.missing_for = state->now - missing->missing_since;

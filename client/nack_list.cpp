@@ -2,35 +2,38 @@
 
 #include <cstring>
 
+namespace
+{
+
 // A retransmission crosses the path twice, with some play; asked for again too soon it would come twice. The millisecond
 // is the clock's.
-static zeb_ts_t __repeat_interval(const nack_list *self)
+zeb_ts_t repeat_interval(const nack_list *self)
 {
     return nack_list_rtt(self) + 1 + (2 * self->rtt_play_8 + 7) / 8;
 }
 
-static zeb_ts_t __due_at(const nack_list *self, const missing_packet *packet)
+zeb_ts_t request_due_at(const nack_list *self, const missing_packet *packet)
 {
     if (packet->tries == 0) {
         return packet->missing_since + nack_list_hold(self);
     }
-    return packet->tries < kNackTriesMax ? packet->asked_at + __repeat_interval(self) : kNackNever;
+    return packet->tries < kNackTriesMax ? packet->asked_at + repeat_interval(self) : kNackNever;
 }
 
-static zeb_ts_t __suspect_due_at(const nack_list *self)
+zeb_ts_t suspect_due_at(const nack_list *self)
 {
     const bool may_ask = self->has_suspect && self->suspect.tries < kNackSuspectTriesMax;
-    return may_ask ? __due_at(self, &self->suspect) : kNackNever;
+    return may_ask ? request_due_at(self, &self->suspect) : kNackNever;
 }
 
-static void __drop_first(nack_list *self, size_t count)
+void drop_first(nack_list *self, size_t count)
 {
     self->count -= count;
     memmove(self->missing, self->missing + count, self->count * sizeof self->missing[0]);
 }
 
 // The place of `number`, or of the first one above it.
-static size_t __lower_bound(const nack_list *self, uint32_t number)
+size_t lower_bound(const nack_list *self, uint32_t number)
 {
     size_t low = 0;
     size_t high = self->count;
@@ -45,6 +48,8 @@ static size_t __lower_bound(const nack_list *self, uint32_t number)
     return low;
 }
 
+} // namespace
+
 zeb_ts_t nack_list_hold(const nack_list *self)
 {
     const zeb_ts_t lateness = (self->lateness_8 + 7) / 8;
@@ -56,7 +61,10 @@ zeb_ts_t nack_list_rtt(const nack_list *self)
     return self->rtt_8 == 0 ? kNackRttUnknown : (self->rtt_8 + 4) / 8;
 }
 
-static missing_packet __newly_missing(const nack_list *self, uint32_t number, zeb_ts_t now)
+namespace
+{
+
+missing_packet newly_missing(const nack_list *self, uint32_t number, zeb_ts_t now)
 {
     missing_packet packet = {number, 0, now, 0};
     if (self->has_suspect && self->suspect.number == number) {
@@ -66,6 +74,8 @@ static missing_packet __newly_missing(const nack_list *self, uint32_t number, ze
     return packet;
 }
 
+} // namespace
+
 void nack_list_add(nack_list *self, uint32_t first, uint32_t last, zeb_ts_t now)
 {
     size_t count = last - first + 1;
@@ -74,10 +84,10 @@ void nack_list_add(nack_list *self, uint32_t first, uint32_t last, zeb_ts_t now)
         count = kNackListMax;
     }
     if (self->count + count > kNackListMax) {
-        __drop_first(self, self->count + count - kNackListMax);
+        drop_first(self, self->count + count - kNackListMax);
     }
     for (uint32_t i = 0; i < count; i++) {
-        self->missing[self->count] = __newly_missing(self, first + i, now);
+        self->missing[self->count] = newly_missing(self, first + i, now);
         self->count += 1;
     }
     self->has_suspect = false;
@@ -95,16 +105,19 @@ void nack_list_insert(nack_list *self, uint32_t number, zeb_ts_t now)
         return;
     }
     if (self->count == kNackListMax) {
-        __drop_first(self, 1);
+        drop_first(self, 1);
     }
-    const size_t place = __lower_bound(self, number);
+    const size_t place = lower_bound(self, number);
     memmove(&self->missing[place + 1], &self->missing[place], (self->count - place) * sizeof self->missing[0]);
     self->missing[place] = {number, 0, now, 0};
     self->count += 1;
 }
 
+namespace
+{
+
 // Rises at once and falls slowly: one more late packet is soon to be expected.
-static void __lateness_note(nack_list *self, zeb_ts_t lateness)
+void lateness_note(nack_list *self, zeb_ts_t lateness)
 {
     const auto sample_8 = static_cast<uint32_t>((lateness < kNackHoldMax ? lateness : kNackHoldMax) * 8);
     self->lateness_8 =
@@ -112,7 +125,7 @@ static void __lateness_note(nack_list *self, zeb_ts_t lateness)
 }
 
 // Smoothed as that of TCP is (RFC 6298, 2). After a single one a sixteenth of it is allowed for.
-static void __rtt_note(nack_list *self, uint32_t sample_8)
+void rtt_note(nack_list *self, uint32_t sample_8)
 {
     if (self->rtt_8 == 0) {
         self->rtt_8 = sample_8;
@@ -124,16 +137,18 @@ static void __rtt_note(nack_list *self, uint32_t sample_8)
     self->rtt_8 = self->rtt_8 - self->rtt_8 / 8 + sample_8 / 8;
 }
 
-static void __measure(nack_list *self, const missing_packet *packet, zeb_ts_t now)
+void rtt_measure(nack_list *self, const missing_packet *packet, zeb_ts_t now)
 {
     const zeb_ts_t sample = now - packet->asked_at;
     // What comes right behind a repeat answers the request before it, and is neither late nor a measure.
     if (packet->tries == 0 || (packet->tries == 1 && sample < nack_list_rtt(self) / 2)) {
-        __lateness_note(self, now - packet->missing_since);
+        lateness_note(self, now - packet->missing_since);
     } else if (packet->tries == 1) {
-        __rtt_note(self, static_cast<uint32_t>(sample * 8));
+        rtt_note(self, static_cast<uint32_t>(sample * 8));
     }
 }
+
+} // namespace
 
 bool nack_list_settle_suspect(nack_list *self, uint32_t number, bool may_answer, zeb_ts_t now)
 {
@@ -143,17 +158,17 @@ bool nack_list_settle_suspect(nack_list *self, uint32_t number, bool may_answer,
     if (!was_asked_for || !may_answer || now - suspect->asked_at < nack_list_rtt(self) / 2) {
         return false;
     }
-    __measure(self, suspect, now);
+    rtt_measure(self, suspect, now);
     return true;
 }
 
 bool nack_list_remove(nack_list *self, uint32_t number, zeb_ts_t now)
 {
-    const size_t place = __lower_bound(self, number);
+    const size_t place = lower_bound(self, number);
     if (place == self->count || self->missing[place].number != number) {
         return false;
     }
-    __measure(self, &self->missing[place], now);
+    rtt_measure(self, &self->missing[place], now);
     self->count -= 1;
     memmove(&self->missing[place], &self->missing[place + 1], (self->count - place) * sizeof self->missing[0]);
     return true;
@@ -164,15 +179,15 @@ const missing_packet *nack_list_find(const nack_list *self, uint32_t number)
     if (self->has_suspect && self->suspect.number == number) {
         return &self->suspect;
     }
-    const size_t place = __lower_bound(self, number);
+    const size_t place = lower_bound(self, number);
     return place < self->count && self->missing[place].number == number ? &self->missing[place] : nullptr;
 }
 
 void nack_list_forget_below(nack_list *self, uint32_t number)
 {
-    const size_t count = __lower_bound(self, number);
+    const size_t count = lower_bound(self, number);
     if (count > 0) {
-        __drop_first(self, count);
+        drop_first(self, count);
     }
 }
 
@@ -182,7 +197,10 @@ void nack_list_clear(nack_list *self)
     self->has_suspect = false;
 }
 
-static void __forget_expired(nack_list *self, zeb_ts_t now)
+namespace
+{
+
+void forget_expired(nack_list *self, zeb_ts_t now)
 {
     size_t kept = 0;
     for (size_t i = 0; i < self->count; i++) {
@@ -194,25 +212,27 @@ static void __forget_expired(nack_list *self, zeb_ts_t now)
     self->count = kept;
 }
 
-static uint32_t __ask(missing_packet *packet, zeb_ts_t now)
+uint32_t packet_ask(missing_packet *packet, zeb_ts_t now)
 {
     packet->tries = static_cast<uint8_t>(packet->tries + 1);
     packet->asked_at = now;
     return packet->number;
 }
 
+} // namespace
+
 size_t nack_list_take_due(nack_list *self, zeb_ts_t now, uint32_t *numbers, size_t capacity)
 {
     size_t taken = 0;
-    __forget_expired(self, now);
+    forget_expired(self, now);
     for (size_t i = 0; i < self->count && taken < capacity; i++) {
-        if (now >= __due_at(self, &self->missing[i])) {
-            numbers[taken] = __ask(&self->missing[i], now);
+        if (now >= request_due_at(self, &self->missing[i])) {
+            numbers[taken] = packet_ask(&self->missing[i], now);
             taken += 1;
         }
     }
-    if (taken < capacity && now >= __suspect_due_at(self)) {
-        numbers[taken] = __ask(&self->suspect, now);
+    if (taken < capacity && now >= suspect_due_at(self)) {
+        numbers[taken] = packet_ask(&self->suspect, now);
         taken += 1;
     }
     return taken;
@@ -220,9 +240,9 @@ size_t nack_list_take_due(nack_list *self, zeb_ts_t now, uint32_t *numbers, size
 
 zeb_ts_t nack_list_next_at(const nack_list *self)
 {
-    zeb_ts_t next_at = __suspect_due_at(self);
+    zeb_ts_t next_at = suspect_due_at(self);
     for (size_t i = 0; i < self->count; i++) {
-        const zeb_ts_t due_at = __due_at(self, &self->missing[i]);
+        const zeb_ts_t due_at = request_due_at(self, &self->missing[i]);
         next_at = due_at < next_at ? due_at : next_at;
     }
     return next_at;
@@ -235,7 +255,7 @@ const missing_packet *nack_list_oldest(const nack_list *self)
 
 bool nack_list_is_unanswered(const nack_list *self, const missing_packet *packet, uint8_t tries, zeb_ts_t now)
 {
-    return packet->tries >= tries && now >= packet->asked_at + __repeat_interval(self);
+    return packet->tries >= tries && now >= packet->asked_at + repeat_interval(self);
 }
 
 bool nack_list_is_used_up(const nack_list *self, const missing_packet *packet, zeb_ts_t now)

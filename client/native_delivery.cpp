@@ -14,21 +14,24 @@ bool native_delivery_is_past(const native_delivery *self, uint32_t frame_seq)
     return self->has_output && !zeb_uint32_after(frame_seq, self->output_seq);
 }
 
+namespace
+{
+
 // ---- The frames in the queue ----
 
 // All media packets are here. The frame queue's own `is_complete` counts FEC packets in place of media.
-static bool __is_whole(const video_frame *frame)
+bool is_whole(const video_frame *frame)
 {
     return frame->n_pkts_media > 0 && frame->n_pkts_received_media >= frame->n_pkts_media;
 }
 
-static bool __is_over(const video_frame *frame, zeb_ts_t now)
+bool is_over(const video_frame *frame, zeb_ts_t now)
 {
     return now - frame->queued_ts >= kNativePatience;
 }
 
 // The first frame, in the order of their numbers, that `matches`; null when there is none.
-template <typename Match> static video_frame *__frame_find_first(user_video_stream *stream, Match matches)
+template <typename Match> video_frame *frame_find_first(user_video_stream *stream, Match matches)
 {
     video_frame *found = nullptr;
     for (video_frame &frame : stream->video_frames_q.video_frames) {
@@ -40,12 +43,12 @@ template <typename Match> static video_frame *__frame_find_first(user_video_stre
     return found;
 }
 
-static video_frame *__frame_head(user_video_stream *stream)
+video_frame *frame_head(user_video_stream *stream)
 {
-    return __frame_find_first(stream, [](const video_frame &) { return true; });
+    return frame_find_first(stream, [](const video_frame &) { return true; });
 }
 
-static void __frame_remove(user_video_stream *stream, video_frame *frame)
+void frame_remove(user_video_stream *stream, video_frame *frame)
 {
     if (video_stream_remove_frame(stream, frame) != 0) {
         video_stream_delete_frame(stream, frame);
@@ -54,36 +57,36 @@ static void __frame_remove(user_video_stream *stream, video_frame *frame)
 
 // ---- Giving up ----
 
-static void __drop(stream_state *state, video_frame *frame)
+void frame_drop(stream_state *state, video_frame *frame)
 {
-    frame_output_drop(state, __is_whole(frame) ? FRAME_DROP_AFTER_GAP : FRAME_DROP_INCOMPLETE);
-    __frame_remove(state->stream, frame);
+    frame_output_drop(state, is_whole(frame) ? FRAME_DROP_AFTER_GAP : FRAME_DROP_INCOMPLETE);
+    frame_remove(state->stream, frame);
 }
 
-static void __drop_before(stream_state *state, const video_frame *key)
+void drop_before(stream_state *state, const video_frame *key)
 {
     for (size_t i = 0; i < VIDEO_FRAMES_Q_SLOTS; i++) {
-        video_frame *head = __frame_head(state->stream);
+        video_frame *head = frame_head(state->stream);
         if (head == nullptr || head == key) {
             return;
         }
-        __drop(state, head);
+        frame_drop(state, head);
     }
 }
 
 // The next key frame that is whole or may still become so.
-static video_frame *__next_key_frame(user_video_stream *stream, zeb_ts_t now)
+video_frame *next_key_frame(user_video_stream *stream, zeb_ts_t now)
 {
-    return __frame_find_first(stream, [now](const video_frame &frame) {
-        return frame.is_key_frame != 0 && (__is_whole(&frame) || !__is_over(&frame, now));
+    return frame_find_first(stream, [now](const video_frame &frame) {
+        return frame.is_key_frame != 0 && (is_whole(&frame) || !is_over(&frame, now));
     });
 }
 
-static void __give_up(stream_state *state, zeb_ts_t now)
+void give_up(stream_state *state, zeb_ts_t now)
 {
     state->native.needs_key_frame = true;
-    const video_frame *key = __next_key_frame(state->stream, now);
-    __drop_before(state, key);
+    const video_frame *key = next_key_frame(state->stream, now);
+    drop_before(state, key);
     if (key == nullptr) {
         state->wants_key_frame = true;
     }
@@ -91,7 +94,7 @@ static void __give_up(stream_state *state, zeb_ts_t now)
 
 // ---- Handing out ----
 
-static void __hand_out(stream_state *state, video_frame *frame, const zeb_ts_t *now_p)
+void frame_hand_out(stream_state *state, video_frame *frame, const zeb_ts_t *now_p)
 {
     channel_frame out = {};
     out.is_key = frame->is_key_frame != 0;
@@ -101,25 +104,25 @@ static void __hand_out(stream_state *state, video_frame *frame, const zeb_ts_t *
     state->wants_key_frame = state->wants_key_frame || !is_out;
     state->native.has_output = true;
     state->native.output_seq = frame->frame_seq;
-    __frame_remove(state->stream, frame);
+    frame_remove(state->stream, frame);
 }
 
 // The frame whose turn it is, whole; null when it is not here yet.
-static video_frame *__frame_due(stream_state *state, zeb_ts_t now)
+video_frame *frame_due(stream_state *state, zeb_ts_t now)
 {
     const native_delivery *self = &state->native;
     if (self->needs_key_frame) {
-        video_frame *key = __next_key_frame(state->stream, now);
-        return key != nullptr && __is_whole(key) ? key : nullptr;
+        video_frame *key = next_key_frame(state->stream, now);
+        return key != nullptr && is_whole(key) ? key : nullptr;
     }
-    video_frame *head = __frame_head(state->stream);
+    video_frame *head = frame_head(state->stream);
     const bool is_next = head != nullptr && head->frame_seq == zeb_uint32_next(self->output_seq);
-    return is_next && __is_whole(head) ? head : nullptr;
+    return is_next && is_whole(head) ? head : nullptr;
 }
 
 // The next frame's slot holds a later one, so the queue refuses what is missing of it. A stream of more than 20 frames a
 // second gets there before any frame has waited for its patience.
-static bool __is_next_shut_out(const stream_state *state)
+bool is_next_shut_out(const stream_state *state)
 {
     const native_delivery *self = &state->native;
     const uint32_t next = zeb_uint32_next(self->output_seq);
@@ -128,30 +131,32 @@ static bool __is_next_shut_out(const stream_state *state)
 }
 
 // One step. False when there is nothing to do now.
-static bool __step(stream_state *state, const zeb_ts_t *now_p)
+bool delivery_step(stream_state *state, const zeb_ts_t *now_p)
 {
-    video_frame *due = __frame_due(state, *now_p);
+    video_frame *due = frame_due(state, *now_p);
     if (due != nullptr) {
-        __drop_before(state, due);
-        __hand_out(state, due, now_p);
+        drop_before(state, due);
+        frame_hand_out(state, due, now_p);
         return true;
     }
-    const video_frame *head = __frame_head(state->stream);
-    if (head == nullptr || (!__is_over(head, *now_p) && !__is_next_shut_out(state))) {
+    const video_frame *head = frame_head(state->stream);
+    if (head == nullptr || (!is_over(head, *now_p) && !is_next_shut_out(state))) {
         return false;
     }
-    __give_up(state, *now_p);
+    give_up(state, *now_p);
     return true;
 }
+
+} // namespace
 
 void native_delivery_run(stream_state *state, const zeb_ts_t *now_p)
 {
     // Each step but one that finds the next frame shut out takes at least one frame out of the queue, and nothing puts one
     // in meanwhile.
-    for (size_t i = 0; i <= VIDEO_FRAMES_Q_SLOTS + 1 && __step(state, now_p); i++) {
+    for (size_t i = 0; i <= VIDEO_FRAMES_Q_SLOTS + 1 && delivery_step(state, now_p); i++) {
     }
     rtc_video_frames_t *queue = &state->stream->video_frames_q;
-    if (queue->count != 0 && __frame_head(state->stream) == nullptr) {
+    if (queue->count != 0 && frame_head(state->stream) == nullptr) {
         rtc_video_frames_init(queue);
     }
 }

@@ -9,24 +9,27 @@
 #include "stream_counters.h"
 #include "user.h"
 
+namespace
+{
+
 // ---- The door ----
 
-static uint16_t __fec_count(const Video4Header *header)
+uint16_t fec_count(const Video4Header *header)
 {
     return (header->reserved >> 8) & 0xFF;
 }
 
-static uint32_t __fec_method(const Video4Header *header)
+uint32_t fec_method(const Video4Header *header)
 {
     return (header->reserved >> 3) & 7;
 }
 
-static bool __is_fec(const Video4Header *header)
+bool is_fec(const Video4Header *header)
 {
-    return header->subseq >= header->n_pkts - __fec_count(header);
+    return header->subseq >= header->n_pkts - fec_count(header);
 }
 
-static bool __is_generic(const Video4Header *header)
+bool is_generic(const Video4Header *header)
 {
     video_frame frame = {};
     frame.protocol_version = header->protocol_version;
@@ -35,32 +38,34 @@ static bool __is_generic(const Video4Header *header)
 }
 
 // Bytes between the RTP header and the payload. `first` is the byte there, 0 when there is none.
-static size_t __encapsulation_size(const Video4Header *header, uint8_t payload_type, uint8_t first)
+size_t encapsulation_size(const Video4Header *header, uint8_t payload_type, uint8_t first)
 {
     constexpr uint8_t wrapped_payload_type = 116;
-    switch (__fec_method(header)) {
+    switch (fec_method(header)) {
     case 0:
-        return __is_generic(header) ? 1 : 0;
+        return is_generic(header) ? 1 : 0;
     case 1:
         if (payload_type != wrapped_payload_type) {
             return 0;
         }
         return first == 127 ? 2 : (first == 107 ? 1 : 0);
     case 2:
-        if (!__is_generic(header)) {
+        if (!is_generic(header)) {
             return 0;
         }
-        return __is_fec(header) ? 2 : 1;
+        return is_fec(header) ? 2 : 1;
     default:
         return 0;
     }
 }
 
+} // namespace
+
 packet_drop_e native_intake_check(const PVideoData4 *video, rtp_view *view)
 {
     const Video4Header *header = &video->header;
     const bool is_sane = header->n_pkts > 0 && header->n_pkts <= VIDEO_FRAMES_Q_PKT_INDEX &&
-                         header->subseq < header->n_pkts && __fec_count(header) <= header->n_pkts;
+                         header->subseq < header->n_pkts && fec_count(header) <= header->n_pkts;
     if (!is_sane) {
         return PACKET_DROP_BAD_FRAME_HEADER;
     }
@@ -73,25 +78,25 @@ packet_drop_e native_intake_check(const PVideoData4 *video, rtp_view *view)
         return reason;
     }
     const uint8_t first = view->payload_size > 0 ? bytes[view->header_size] : 0;
-    const bool fits = __encapsulation_size(header, view->payload_type, first) <= view->payload_size;
+    const bool fits = encapsulation_size(header, view->payload_type, first) <= view->payload_size;
     return fits ? PACKET_DROP_REASONS : PACKET_DROP_BAD_ENCAPSULATION;
 }
+
+namespace
+{
 
 // ---- Taking packets in ----
 
 // The depacketizers take all bytes behind the header for payload. A generic payload's padding is the module's to cut.
-static void __padding_cut(PVideoData4 *video, const rtp_view *view)
+void padding_cut(PVideoData4 *video, const rtp_view *view)
 {
-    if (__is_generic(&video->header)) {
+    if (is_generic(&video->header)) {
         return;
     }
     auto *bytes = static_cast<uint8_t *>(video->payload.values);
     bytes[0] &= 0xDF; // padding bit
     video->payload.count = static_cast<uint16_t>(video->payload.count - view->padding_size);
 }
-
-namespace
-{
 
 // Gives the packet the room behind it that its NAL units need. Without memory it stays as it is, and its frame is found
 // to have no room.
@@ -100,8 +105,8 @@ void room_append(PVideoData4 *video, const rtp_view *view)
     const auto *bytes = static_cast<const uint8_t *>(video->payload.values);
     const size_t count = video->payload.count;
     const uint8_t first = count > view->header_size ? bytes[view->header_size] : 0;
-    const size_t from = view->header_size + __encapsulation_size(&video->header, view->payload_type, first);
-    if (__is_generic(&video->header) || __is_fec(&video->header) || from >= count) {
+    const size_t from = view->header_size + encapsulation_size(&video->header, view->payload_type, first);
+    if (is_generic(&video->header) || is_fec(&video->header) || from >= count) {
         return;
     }
     const size_t room = annexb_room_appended(video->header.codec, bytes + from, count - from, UINT16_MAX - count);
@@ -117,27 +122,25 @@ void room_append(PVideoData4 *video, const rtp_view *view)
     video->payload = roomy;
 }
 
-} // namespace
-
-static reception_verdict __note(stream_state *state, const PVideoData4 *video, const rtp_view *view, bool is_retrans,
-                                zeb_ts_t now)
+reception_verdict packet_note(stream_state *state, const PVideoData4 *video, const rtp_view *view, bool is_retrans,
+                              zeb_ts_t now)
 {
     const reception_packet arrival = {video->common.seq, view->timestamp, video->payload.count,
                                       is_retrans,        view->marker,    PACKET_ROLE_OTHER};
     const reception_verdict verdict = reception_note(&state->arrivals, &state->report, &arrival, now);
     const counted_packet counted = {arrival, reception_highest(&state->arrivals), video->common.sent_ts,
-                                    __is_fec(&video->header), verdict};
+                                    is_fec(&video->header), verdict};
     stream_counters_note(state, &counted, now);
     return verdict;
 }
 
-static packet_drop_e __drop(stream_state *state, packet_drop_e reason)
+packet_drop_e packet_drop(stream_state *state, packet_drop_e reason)
 {
     state->report.packets_dropped[reason] += 1;
     return reason;
 }
 
-static void __restart(stream_state *state)
+void numbering_restart(stream_state *state)
 {
     CLIENT_LOG(LM_CHANNEL, RTC_LOG_INFO, "[%s] stream of user %u numbers its frames anew",
                state->stream->channel->name_id, state->stream->user->state->uid);
@@ -152,7 +155,7 @@ static void __restart(stream_state *state)
 }
 
 // The queue has the packet's frame, and so the place for the packet.
-static bool __has_place(const video_frame *tenant, const PVideoData4 *video)
+bool has_place(const video_frame *tenant, const PVideoData4 *video)
 {
     const auto index = static_cast<uint16_t>(video->common.seq - tenant->first_pkt_seq);
     return tenant->n_pkts_total == video->header.n_pkts && tenant->frame_seq == video->header.frame_seq &&
@@ -161,7 +164,7 @@ static bool __has_place(const video_frame *tenant, const PVideoData4 *video)
 
 // Why the frame queue is going to refuse the packet, by its own rules. What it refuses for none of them it has no
 // memory for.
-static packet_drop_e __refusal_of(const rtc_video_frames_t *queue, const PVideoData4 *video)
+packet_drop_e refusal_of(const rtc_video_frames_t *queue, const PVideoData4 *video)
 {
     const uint32_t slot = video->header.frame_seq % VIDEO_FRAMES_Q_SLOTS;
     const video_frame *tenant = &queue->video_frames[slot];
@@ -176,41 +179,41 @@ static packet_drop_e __refusal_of(const rtc_video_frames_t *queue, const PVideoD
     if (is_held && zeb_uint32_after(video->header.frame_seq, queue->video_frames[holder].frame_seq) == 0) {
         return PACKET_DROP_LATE;
     }
-    return __has_place(tenant, video) ? PACKET_DROP_DUPLICATE : PACKET_DROP_NO_MEMORY;
+    return has_place(tenant, video) ? PACKET_DROP_DUPLICATE : PACKET_DROP_NO_MEMORY;
 }
 
 // Takes back that the packet came. The queue keeps its entry for a packet of a frame that there was no memory for, and
 // would refuse a retransmission for it.
-static void __forget(stream_state *state, seq_t seq)
+void packet_forget(stream_state *state, seq_t seq)
 {
     state->stream->video_frames_q.pkt_frame_pos[seq % VIDEO_FRAMES_Q_PKT_INDEX] = -1;
     reception_forget(&state->arrivals, &state->report, reception_number(&state->arrivals, seq));
 }
 
-static packet_drop_e __insert(stream_state *state, PVideoData4 *video, const zeb_ts_t *now_p)
+packet_drop_e packet_insert(stream_state *state, PVideoData4 *video, const zeb_ts_t *now_p)
 {
     const seq_t seq = video->common.seq;
-    const packet_drop_e refusal = __refusal_of(&state->stream->video_frames_q, video);
+    const packet_drop_e refusal = refusal_of(&state->stream->video_frames_q, video);
     video_stream_insert_video_packet(state->stream, video, 0, now_p);
     if (zeb_dynamic_array_is_empty(&video->payload)) {
         return PACKET_DROP_REASONS;
     }
     if (refusal == PACKET_DROP_NO_MEMORY) {
-        __forget(state, seq);
+        packet_forget(state, seq);
     }
-    return __drop(state, refusal);
+    return packet_drop(state, refusal);
 }
 
-static void __stray_take_in(stream_state *state, const zeb_ts_t *now_p)
+void stray_take_in(stream_state *state, const zeb_ts_t *now_p)
 {
     held_packet *stray = packet_hold_take_first(&state->stray);
     if (stray != nullptr) {
-        __insert(state, &stray->video, now_p);
+        packet_insert(state, &stray->video, now_p);
         held_packet_free(stray);
     }
 }
 
-static bool __has_key_frame(const user_video_stream *stream)
+bool has_key_frame(const user_video_stream *stream)
 {
     for (const video_frame &frame : stream->video_frames_q.video_frames) {
         if (frame.n_pkts_total != 0 && frame.is_key_frame != 0) {
@@ -221,7 +224,7 @@ static bool __has_key_frame(const user_video_stream *stream)
 }
 
 // The frame's number is taken by a frame of other packets.
-static bool __is_other_frame(const stream_state *state, const PVideoData4 *video)
+bool is_other_frame(const stream_state *state, const PVideoData4 *video)
 {
     const uint32_t frame_seq = video->header.frame_seq;
     const video_frame *tenant = &state->stream->video_frames_q.video_frames[frame_seq % VIDEO_FRAMES_Q_SLOTS];
@@ -230,7 +233,7 @@ static bool __is_other_frame(const stream_state *state, const PVideoData4 *video
 }
 
 // Frames of before the key frame, whose numbers are higher, still wait for one that was lost.
-static bool __begins_below_held_frames(const user_video_stream *stream, const Video4Header *header)
+bool begins_below_held_frames(const user_video_stream *stream, const Video4Header *header)
 {
     if (__is_key_frame(header->video_type) == 0) {
         return false;
@@ -243,20 +246,20 @@ static bool __begins_below_held_frames(const user_video_stream *stream, const Vi
     return false;
 }
 
-static packet_drop_e __place(stream_state *state, PVideoData4 *video, bool is_retrans, reception_verdict verdict,
-                             const zeb_ts_t *now_p)
+packet_drop_e packet_place(stream_state *state, PVideoData4 *video, bool is_retrans, reception_verdict verdict,
+                           const zeb_ts_t *now_p)
 {
     switch (verdict) {
     case RECEPTION_DUPLICATE:
-        return __drop(state, PACKET_DROP_DUPLICATE);
+        return packet_drop(state, PACKET_DROP_DUPLICATE);
     case RECEPTION_STRAY:
         return stray_packet_keep(state, video, is_retrans);
     case RECEPTION_RESTARTED:
-        __restart(state);
-        __stray_take_in(state, now_p);
+        numbering_restart(state);
+        stray_take_in(state, now_p);
         break;
     case RECEPTION_RESUMED:
-        __stray_take_in(state, now_p);
+        stray_take_in(state, now_p);
         break;
     case RECEPTION_NEWEST:
     case RECEPTION_EARLIER:
@@ -267,30 +270,32 @@ static packet_drop_e __place(stream_state *state, PVideoData4 *video, bool is_re
         // FEC packets come behind the media that made their frame whole.
         const bool is_latest_frame = video->header.frame_seq == state->native.output_seq;
         if (verdict != RECEPTION_NEWEST || is_latest_frame) {
-            return __drop(state, PACKET_DROP_LATE);
+            return packet_drop(state, PACKET_DROP_LATE);
         }
         // The packets go on and the frames do not: the sender's encoder was made anew.
-        __restart(state);
+        numbering_restart(state);
     } else if (verdict == RECEPTION_NEWEST &&
-               (__is_other_frame(state, video) || __begins_below_held_frames(state->stream, &video->header))) {
-        __restart(state);
+               (is_other_frame(state, video) || begins_below_held_frames(state->stream, &video->header))) {
+        numbering_restart(state);
     }
-    const packet_drop_e result = __insert(state, video, now_p);
-    if (state->native.needs_key_frame && !__has_key_frame(state->stream)) {
+    const packet_drop_e result = packet_insert(state, video, now_p);
+    if (state->native.needs_key_frame && !has_key_frame(state->stream)) {
         state->wants_key_frame = true;
     }
     native_delivery_run(state, now_p);
     return result;
 }
 
+} // namespace
+
 packet_drop_e native_intake_take(stream_state *state, PVideoData4 *video, const rtp_view *view, bool is_retrans,
                                  const zeb_ts_t *now_p)
 {
     state->stream->is_nass = 1;
     state->stream->codec = video->header.codec;
-    const reception_verdict verdict = __note(state, video, view, is_retrans, *now_p);
+    const reception_verdict verdict = packet_note(state, video, view, is_retrans, *now_p);
     video_stream_send_bandwidth_est(state->stream, video, !is_retrans, now_p);
-    __padding_cut(video, view);
+    padding_cut(video, view);
     room_append(video, view);
-    return __place(state, video, is_retrans, verdict, now_p);
+    return packet_place(state, video, is_retrans, verdict, now_p);
 }

@@ -4,6 +4,9 @@
 
 #include "receive_quality.h"
 
+namespace
+{
+
 // Sequence numbers are extended to 64 bits and begin a circle above 0, so that one behind the first packet's
 // stays positive.
 constexpr uint64_t kSeqCircle = 0x10000;
@@ -13,6 +16,8 @@ constexpr uint64_t kSeenWindow = 64;
 
 constexpr int64_t kLostMin = -0x800000;
 constexpr int64_t kLostMax = 0x7FFFFF;
+
+} // namespace
 
 // All zero is the state at the start of a period.
 struct net_rcv_analyzer_t {
@@ -52,10 +57,13 @@ void net_rcv_analyzer_reset(net_rcv_analyzer_t *analyzer)
     }
 }
 
+namespace
+{
+
 // ---- Loss ----
 
 // The extended number nearest to the newest one.
-static uint64_t __seq_extend(const net_rcv_analyzer_t *analyzer, seq_t seq)
+uint64_t seq_extend(const net_rcv_analyzer_t *analyzer, seq_t seq)
 {
     const auto highest = static_cast<seq_t>(analyzer->highest_seq);
     if (zeb_uint16_after(seq, highest)) {
@@ -64,7 +72,7 @@ static uint64_t __seq_extend(const net_rcv_analyzer_t *analyzer, seq_t seq)
     return analyzer->highest_seq - static_cast<seq_t>(highest - seq);
 }
 
-static void __highest_move(net_rcv_analyzer_t *analyzer, uint64_t seq)
+void highest_move(net_rcv_analyzer_t *analyzer, uint64_t seq)
 {
     const uint64_t steps = seq - analyzer->highest_seq;
     analyzer->seen = steps < kSeenWindow ? (analyzer->seen << steps) | 1 : 1;
@@ -72,7 +80,7 @@ static void __highest_move(net_rcv_analyzer_t *analyzer, uint64_t seq)
 }
 
 // False when the packet behind the newest one is known to have come.
-static bool __late_mark(net_rcv_analyzer_t *analyzer, uint64_t seq)
+bool late_mark(net_rcv_analyzer_t *analyzer, uint64_t seq)
 {
     const uint64_t steps = analyzer->highest_seq - seq;
     if (steps >= kSeenWindow) {
@@ -85,7 +93,7 @@ static bool __late_mark(net_rcv_analyzer_t *analyzer, uint64_t seq)
 }
 
 // Returns whether the packet counts as received.
-static bool __seq_count(net_rcv_analyzer_t *analyzer, seq_t seq16)
+bool seq_count(net_rcv_analyzer_t *analyzer, seq_t seq16)
 {
     if (analyzer->first_seq == 0) {
         analyzer->first_seq = kSeqCircle + seq16;
@@ -93,15 +101,15 @@ static bool __seq_count(net_rcv_analyzer_t *analyzer, seq_t seq16)
         analyzer->seen = 1;
         return true;
     }
-    const uint64_t seq = __seq_extend(analyzer, seq16);
+    const uint64_t seq = seq_extend(analyzer, seq16);
     if (seq > analyzer->highest_seq) {
-        __highest_move(analyzer, seq);
+        highest_move(analyzer, seq);
         return true;
     }
     if (seq < analyzer->first_seq) {
         return false;
     }
-    const bool is_new = __late_mark(analyzer, seq);
+    const bool is_new = late_mark(analyzer, seq);
     analyzer->duplicates += is_new ? 0 : 1;
     return is_new;
 }
@@ -110,23 +118,23 @@ static bool __seq_count(net_rcv_analyzer_t *analyzer, seq_t seq16)
 
 // Milliseconds in timestamp units, rounded down, modulo 2^32. The product may wrap in 64 bits: that is no loss
 // modulo 2^32.
-static uint32_t __ms_to_units(zeb_ts_t ms, uint32_t clock_rate)
+uint32_t ms_to_units(zeb_ts_t ms, uint32_t clock_rate)
 {
     return static_cast<uint32_t>((ms / 1000) * clock_rate + (ms % 1000) * clock_rate / 1000);
 }
 
-static uint32_t __magnitude(uint32_t wrapping_difference)
+uint32_t magnitude_of(uint32_t wrapping_difference)
 {
     return wrapping_difference < 0x80000000u ? wrapping_difference : 0u - wrapping_difference;
 }
 
 // RFC 3550, A.8, with the rounding that it gives. In 64 bits, for a difference of half the circle times sixteen does
 // not fit into 32.
-static void __jitter_update(net_rcv_analyzer_t *analyzer, uint32_t timestamp, uint32_t clock_rate, zeb_ts_t now)
+void jitter_update(net_rcv_analyzer_t *analyzer, uint32_t timestamp, uint32_t clock_rate, zeb_ts_t now)
 {
-    const uint32_t transit = __ms_to_units(now, clock_rate) - timestamp;
+    const uint32_t transit = ms_to_units(now, clock_rate) - timestamp;
     if (analyzer->clock_rate == clock_rate && clock_rate != 0) {
-        const uint64_t difference = __magnitude(transit - analyzer->transit);
+        const uint64_t difference = magnitude_of(transit - analyzer->transit);
         analyzer->jitter_q4 += difference - ((analyzer->jitter_q4 + 8) >> 4);
     } else {
         analyzer->jitter_q4 = 0;
@@ -135,12 +143,14 @@ static void __jitter_update(net_rcv_analyzer_t *analyzer, uint32_t timestamp, ui
     analyzer->clock_rate = clock_rate;
 }
 
+} // namespace
+
 void net_rcv_analyzer_on_packet(net_rcv_analyzer_t *analyzer, seq_t seq, uint32_t timestamp, uint32_t clock_rate,
                                 zeb_ts_t now)
 {
-    if (analyzer != nullptr && __seq_count(analyzer, seq)) {
+    if (analyzer != nullptr && seq_count(analyzer, seq)) {
         analyzer->received++;
-        __jitter_update(analyzer, timestamp, clock_rate, now);
+        jitter_update(analyzer, timestamp, clock_rate, now);
     }
 }
 

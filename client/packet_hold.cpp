@@ -7,21 +7,26 @@ void packet_hold_init(packet_hold *self)
     rtc_list_init(&self->packets);
 }
 
-static held_packet *__packet(list_head *node)
+namespace
+{
+
+held_packet *packet_of(list_head *node)
 {
     return reinterpret_cast<held_packet *>(node);
 }
 
 // The link in front of which a packet with that number belongs.
-static list_head *__place_find(packet_hold *self, uint32_t number)
+list_head *place_find(packet_hold *self, uint32_t number)
 {
     list_head *head = &self->packets.head;
     list_head *place = head;
-    while (place->prev != head && zeb_uint32_after(__packet(place->prev)->number, number) != 0) {
+    while (place->prev != head && zeb_uint32_after(packet_of(place->prev)->number, number) != 0) {
         place = place->prev;
     }
     return place;
 }
+
+} // namespace
 
 bool packet_hold_add(packet_hold *self, held_packet *packet)
 {
@@ -31,31 +36,36 @@ bool packet_hold_add(packet_hold *self, held_packet *packet)
     }
     *held = *packet;
     video_data4_take(&held->video, &packet->video);
-    rtc_list_add_before(&self->packets, __place_find(self, held->number), &held->node);
+    rtc_list_add_before(&self->packets, place_find(self, held->number), &held->node);
     return true;
 }
 
+namespace
+{
+
 // The packet with the lowest number that `matches`, or null.
-template <typename Match> static held_packet *__find_first(const packet_hold *self, Match matches)
+template <typename Match> held_packet *find_first(const packet_hold *self, Match matches)
 {
     const list_head *head = &self->packets.head;
     for (list_head *node = head->next; node != head; node = node->next) {
-        if (matches(__packet(node))) {
-            return __packet(node);
+        if (matches(packet_of(node))) {
+            return packet_of(node);
         }
     }
     return nullptr;
 }
 
+} // namespace
+
 held_packet *packet_hold_first_key(const packet_hold *self)
 {
-    return __find_first(self,
-                        [](const held_packet *packet) { return __is_key_frame(packet->video.header.video_type) != 0; });
+    return find_first(self,
+                      [](const held_packet *packet) { return __is_key_frame(packet->video.header.video_type) != 0; });
 }
 
 held_packet *packet_hold_next_key(const packet_hold *self, const held_packet *key)
 {
-    return __find_first(self, [key](const held_packet *packet) {
+    return find_first(self, [key](const held_packet *packet) {
         return zeb_uint32_after(packet->number, key->number) != 0 && packet->timestamp != key->timestamp &&
                __is_key_frame(packet->video.header.video_type) != 0;
     });
@@ -63,7 +73,7 @@ held_packet *packet_hold_next_key(const packet_hold *self, const held_packet *ke
 
 held_packet *packet_hold_first_of(const packet_hold *self, uint32_t timestamp)
 {
-    return __find_first(self, [timestamp](const held_packet *packet) { return packet->timestamp == timestamp; });
+    return find_first(self, [timestamp](const held_packet *packet) { return packet->timestamp == timestamp; });
 }
 
 bool packet_hold_is_over(const packet_hold *self, const held_packet *packet, zeb_ts_t now)
@@ -71,7 +81,10 @@ bool packet_hold_is_over(const packet_hold *self, const held_packet *packet, zeb
     return self->packets.count >= kPacketHoldMax || now - packet->held_since >= kPacketHoldPatience;
 }
 
-static held_packet *__take(packet_hold *self, held_packet *packet)
+namespace
+{
+
+held_packet *packet_take(packet_hold *self, held_packet *packet)
 {
     if (packet != nullptr) {
         rtc_list_del(&self->packets, &packet->node);
@@ -79,30 +92,32 @@ static held_packet *__take(packet_hold *self, held_packet *packet)
     return packet;
 }
 
+} // namespace
+
 held_packet *packet_hold_take_first(packet_hold *self)
 {
-    return __take(self, __find_first(self, [](const held_packet *) { return true; }));
+    return packet_take(self, find_first(self, [](const held_packet *) { return true; }));
 }
 
 held_packet *packet_hold_take_over(packet_hold *self, zeb_ts_t now)
 {
-    return __take(self, __find_first(self, [self, now](const held_packet *packet) {
-                      return packet_hold_is_over(self, packet, now);
-                  }));
+    return packet_take(self, find_first(self, [self, now](const held_packet *packet) {
+                           return packet_hold_is_over(self, packet, now);
+                       }));
 }
 
 held_packet *packet_hold_take_delta(packet_hold *self)
 {
-    return __take(self, __find_first(self, [](const held_packet *packet) {
-                      return __is_key_frame(packet->video.header.video_type) == 0;
-                  }));
+    return packet_take(self, find_first(self, [](const held_packet *packet) {
+                           return __is_key_frame(packet->video.header.video_type) == 0;
+                       }));
 }
 
 held_packet *packet_hold_take_up_to(packet_hold *self, uint32_t number, uint32_t timestamp)
 {
-    return __take(self, __find_first(self, [number, timestamp](const held_packet *packet) {
-                      return packet->timestamp == timestamp || zeb_uint32_after(number, packet->number) != 0;
-                  }));
+    return packet_take(self, find_first(self, [number, timestamp](const held_packet *packet) {
+                           return packet->timestamp == timestamp || zeb_uint32_after(number, packet->number) != 0;
+                       }));
 }
 
 void held_packet_free(held_packet *packet)

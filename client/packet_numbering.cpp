@@ -4,13 +4,16 @@
 
 #include "rtc_seq.h"
 
-static uint32_t __first_inner(const numbering_run *run)
+namespace
+{
+
+uint32_t first_inner(const numbering_run *run)
 {
     return run->outer - run->left_out;
 }
 
 // How many numbers are left out before `outer`. The newest runs are asked for most.
-static uint32_t __left_out_before(const packet_numbering *self, uint32_t outer)
+uint32_t left_out_before(const packet_numbering *self, uint32_t outer)
 {
     for (size_t i = self->count; i > 0; i--) {
         if (zeb_uint32_after_eq(outer, self->runs[i - 1].outer) != 0) {
@@ -20,12 +23,14 @@ static uint32_t __left_out_before(const packet_numbering *self, uint32_t outer)
     return 0;
 }
 
-static void __forget_first_run(packet_numbering *self)
+void forget_first_run(packet_numbering *self)
 {
     self->has_forgotten = true;
     self->count -= 1;
     memmove(self->runs, self->runs + 1, self->count * sizeof self->runs[0]);
 }
+
+} // namespace
 
 bool packet_numbering_leave_out(packet_numbering *self, uint32_t outer)
 {
@@ -40,7 +45,7 @@ bool packet_numbering_leave_out(packet_numbering *self, uint32_t outer)
         return true;
     }
     if (self->count == kNumberingRunsMax) {
-        __forget_first_run(self);
+        forget_first_run(self);
     }
     self->runs[self->count] = {outer + 1, left_out};
     self->count += 1;
@@ -58,14 +63,14 @@ uint32_t packet_numbering_assign(packet_numbering *self, uint32_t outer)
 
 uint32_t packet_numbering_inner(const packet_numbering *self, uint32_t outer)
 {
-    return outer - __left_out_before(self, outer);
+    return outer - left_out_before(self, outer);
 }
 
 uint32_t packet_numbering_outer(const packet_numbering *self, uint32_t inner)
 {
     for (size_t i = self->count; i > 0; i--) {
         const numbering_run *run = &self->runs[i - 1];
-        if (zeb_uint32_after_eq(inner, __first_inner(run)) != 0) {
+        if (zeb_uint32_after_eq(inner, first_inner(run)) != 0) {
             return inner + run->left_out;
         }
     }

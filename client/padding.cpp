@@ -4,8 +4,13 @@
 #include "loss_policy.h"
 #include "user.h"
 
+namespace
+{
+
 constexpr uint32_t kProbeMax = 64;         // lost packets in a row; probes are shorter
 constexpr uint8_t kUnansweredRequests = 3; // media would have been sent again
+
+} // namespace
 
 bool padding_is(const rtp_view *view)
 {
@@ -22,9 +27,12 @@ void padding_shape(const stream_state *state, uint8_t *packet, const rtp_view *v
     }
 }
 
+namespace
+{
+
 // ---- Padding that is lost ----
 
-static bool __is_unanswered(const stream_state *state, const missing_packet *missing)
+bool is_unanswered(const stream_state *state, const missing_packet *missing)
 {
     const nack_list *nacks = &state->feedback.nacks;
     if (state->stream->channel->state->feedback.nack) {
@@ -34,7 +42,7 @@ static bool __is_unanswered(const stream_state *state, const missing_packet *mis
 }
 
 // The first packet that came behind `number`; null when that is too far away.
-static const reception_entry *__first_behind(const reception *arrivals, uint32_t number)
+const reception_entry *first_behind(const reception *arrivals, uint32_t number)
 {
     for (uint32_t i = 1; i <= kProbeMax; i++) {
         const reception_entry *entry = reception_find(arrivals, number + i);
@@ -45,7 +53,7 @@ static const reception_entry *__first_behind(const reception *arrivals, uint32_t
     return nullptr;
 }
 
-static const reception_entry *__last_media_before(const reception *arrivals, uint32_t number)
+const reception_entry *last_media_before(const reception *arrivals, uint32_t number)
 {
     for (uint32_t i = 1; i <= kProbeMax; i++) {
         const reception_entry *entry = reception_find(arrivals, number - i);
@@ -57,7 +65,7 @@ static const reception_entry *__last_media_before(const reception *arrivals, uin
 }
 
 // Whether nothing but padding fits between the end of the frame with that timestamp and `behind`.
-static bool __follows_at_once(const stream_state *state, uint32_t timestamp, const reception_entry *behind)
+bool follows_at_once(const stream_state *state, uint32_t timestamp, const reception_entry *behind)
 {
     const uint32_t pause = behind->timestamp - timestamp;
     switch (behind->role) {
@@ -75,15 +83,17 @@ static bool __follows_at_once(const stream_state *state, uint32_t timestamp, con
     return is_first && pause > 0 && pause <= frame_pace_shortest(&state->rtp.pace);
 }
 
+} // namespace
+
 bool padding_find_lost(const stream_state *state, padding_gap *gap)
 {
     const missing_packet *missing = nack_list_oldest(&state->feedback.nacks);
-    if (missing == nullptr || !__is_unanswered(state, missing)) {
+    if (missing == nullptr || !is_unanswered(state, missing)) {
         return false;
     }
-    const reception_entry *end = __last_media_before(&state->arrivals, missing->number);
-    const reception_entry *behind = __first_behind(&state->arrivals, missing->number);
-    if (end == nullptr || behind == nullptr || !end->has_marker || !__follows_at_once(state, end->timestamp, behind)) {
+    const reception_entry *end = last_media_before(&state->arrivals, missing->number);
+    const reception_entry *behind = first_behind(&state->arrivals, missing->number);
+    if (end == nullptr || behind == nullptr || !end->has_marker || !follows_at_once(state, end->timestamp, behind)) {
         return false;
     }
     *gap = {missing->number, behind->number - 1, end->timestamp, missing->missing_since};

@@ -5,6 +5,9 @@
 #include "nal_payload.h"
 #include "video_stream.h"
 
+namespace
+{
+
 constexpr size_t kStartCodeSize = 4;
 
 // A codec's parameter sets, in the order in which a decoder wants them, and its slices that need them.
@@ -17,13 +20,13 @@ struct set_kinds {
     uint8_t sps;
 };
 
-static const uint8_t g_h264_types[] = {7, 8};
-static const uint8_t g_h265_types[] = {32, 33, 34};
+const uint8_t g_h264_types[] = {7, 8};
+const uint8_t g_h265_types[] = {32, 33, 34};
 // An SPS of H.265 has its identifier behind a structure of varying length; one at a time is kept of those.
-static const set_kinds g_h264_kinds = {&nal_format_h264, g_h264_types, 2, {4, 1, 0}, 5, 5, 7};
-static const set_kinds g_h265_kinds = {&nal_format_h265, g_h265_types, 3, {0, 0, 2}, 16, 21, 33};
+const set_kinds g_h264_kinds = {&nal_format_h264, g_h264_types, 2, {4, 1, 0}, 5, 5, 7};
+const set_kinds g_h265_kinds = {&nal_format_h265, g_h265_types, 3, {0, 0, 2}, 16, 21, 33};
 
-static const set_kinds *__kinds_of(uint8_t codec)
+const set_kinds *kinds_of(uint8_t codec)
 {
     switch (codec) {
     case VIDEO_TYPE_H264:
@@ -36,7 +39,7 @@ static const set_kinds *__kinds_of(uint8_t codec)
 }
 
 // The place of a type among the parameter sets; `count` when it is none.
-static size_t __place_of(const set_kinds *kinds, uint8_t type)
+size_t place_of(const set_kinds *kinds, uint8_t type)
 {
     size_t place = 0;
     while (place < kinds->count && kinds->types[place] != type) {
@@ -46,7 +49,7 @@ static size_t __place_of(const set_kinds *kinds, uint8_t type)
 }
 
 // An Exp-Golomb number of at most 15 bits (H.264 and H.265, clause 9) at a byte's beginning; 0 when there is none.
-static uint8_t __identifier(nal_bytes unit, size_t offset)
+uint8_t identifier_of(nal_bytes unit, size_t offset)
 {
     if (offset == 0 || unit.size < offset + 2) {
         return 0;
@@ -61,7 +64,7 @@ static uint8_t __identifier(nal_bytes unit, size_t offset)
 
 // ---- Keeping ----
 
-static parameter_set *__slot_for(parameter_sets *self, uint8_t codec, uint8_t type, uint8_t id)
+parameter_set *slot_for(parameter_sets *self, uint8_t codec, uint8_t type, uint8_t id)
 {
     parameter_set *empty = nullptr;
     for (parameter_set &set : self->sets) {
@@ -79,19 +82,21 @@ static parameter_set *__slot_for(parameter_sets *self, uint8_t codec, uint8_t ty
     return empty;
 }
 
+} // namespace
+
 void parameter_sets_note(parameter_sets *self, uint8_t codec, const uint8_t *nal, size_t size)
 {
-    const set_kinds *kinds = __kinds_of(codec);
+    const set_kinds *kinds = kinds_of(codec);
     if (kinds == nullptr || nal == nullptr || size == 0 || size > kParameterSetMax) {
         return;
     }
     const uint8_t type = kinds->format->unit_type({nal, size});
-    const size_t place = __place_of(kinds, type);
+    const size_t place = place_of(kinds, type);
     if (place == kinds->count || (nal[0] & 0x80) != 0) {
         return;
     }
-    const uint8_t id = __identifier({nal, size}, kinds->id_offset[place]);
-    parameter_set *set = __slot_for(self, codec, type, id);
+    const uint8_t id = identifier_of({nal, size}, kinds->id_offset[place]);
+    parameter_set *set = slot_for(self, codec, type, id);
     set->codec = codec;
     set->type = type;
     set->id = id;
@@ -134,7 +139,7 @@ void note_whole_fragment(parameter_sets *self, uint8_t codec, const nal_payload 
 
 void parameter_sets_note_payload(parameter_sets *self, uint8_t codec, const uint8_t *payload, size_t size)
 {
-    const set_kinds *kinds = __kinds_of(codec);
+    const set_kinds *kinds = kinds_of(codec);
     if (kinds == nullptr || payload == nullptr) {
         return;
     }
@@ -156,7 +161,7 @@ void parameter_sets_note_payload(parameter_sets *self, uint8_t codec, const uint
 
 bool parameter_sets_are_known(const parameter_sets *self, uint8_t codec)
 {
-    const set_kinds *kinds = __kinds_of(codec);
+    const set_kinds *kinds = kinds_of(codec);
     size_t n_known = 0;
     for (size_t place = 0; kinds != nullptr && place < kinds->count; place++) {
         for (const parameter_set &set : self->sets) {
@@ -169,11 +174,14 @@ bool parameter_sets_are_known(const parameter_sets *self, uint8_t codec)
     return kinds != nullptr && n_known == kinds->count;
 }
 
+namespace
+{
+
 // ---- Putting in front ----
 
 // The next NAL unit's offset behind its start code, from `from` on; `size` when there is none. Within a NAL unit no start
 // code can stand.
-static size_t __next_unit(const uint8_t *frame, size_t size, size_t from)
+size_t next_unit(const uint8_t *frame, size_t size, size_t from)
 {
     for (size_t i = from; i + kStartCodeSize < size; i++) {
         if (frame[i] == 0 && frame[i + 1] == 0 && frame[i + 2] == 0 && frame[i + 3] == 1) {
@@ -183,10 +191,10 @@ static size_t __next_unit(const uint8_t *frame, size_t size, size_t from)
     return size;
 }
 
-static bool __needs_sets(const set_kinds *kinds, const uint8_t *frame, size_t size)
+bool needs_sets(const set_kinds *kinds, const uint8_t *frame, size_t size)
 {
     bool has_key_slice = false;
-    for (size_t at = __next_unit(frame, size, 0); at < size; at = __next_unit(frame, size, at)) {
+    for (size_t at = next_unit(frame, size, 0); at < size; at = next_unit(frame, size, at)) {
         const uint8_t type = kinds->format->unit_type({frame + at, size - at});
         if (type == kinds->sps) {
             return false;
@@ -196,10 +204,12 @@ static bool __needs_sets(const set_kinds *kinds, const uint8_t *frame, size_t si
     return has_key_slice;
 }
 
+} // namespace
+
 size_t parameter_sets_missing_size(const parameter_sets *self, uint8_t codec, const uint8_t *frame, size_t size)
 {
-    const set_kinds *kinds = __kinds_of(codec);
-    if (kinds == nullptr || !__needs_sets(kinds, frame, size)) {
+    const set_kinds *kinds = kinds_of(codec);
+    if (kinds == nullptr || !needs_sets(kinds, frame, size)) {
         return 0;
     }
     size_t total = 0;
@@ -212,7 +222,7 @@ size_t parameter_sets_missing_size(const parameter_sets *self, uint8_t codec, co
 void parameter_sets_write(const parameter_sets *self, uint8_t codec, uint8_t *out)
 {
     static const uint8_t start_code[kStartCodeSize] = {0, 0, 0, 1};
-    const set_kinds *kinds = __kinds_of(codec);
+    const set_kinds *kinds = kinds_of(codec);
     for (size_t place = 0; kinds != nullptr && place < kinds->count; place++) {
         for (const parameter_set &set : self->sets) {
             if (set.size == 0 || set.codec != codec || set.type != kinds->types[place]) {

@@ -1,5 +1,8 @@
 #include "rate_control.h"
 
+namespace
+{
+
 // On over-use: below what came in, so that the queue drains.
 constexpr float kDecreaseFactor = 0.85f;
 
@@ -39,39 +42,39 @@ constexpr float kLossGrowth = 1.08f; // per interval without loss
 // A cap that far above what the delay allows has no effect for long.
 constexpr float kLossCapForget = 2.0f;
 
-static float __min(float a, float b)
+float lesser_of(float a, float b)
 {
     return a < b ? a : b;
 }
 
-static float __max(float a, float b)
+float greater_of(float a, float b)
 {
     return a > b ? a : b;
 }
 
-static float __clamp(float x, float low, float high)
+float rate_clamp(float x, float low, float high)
 {
-    return __min(__max(x, low), high);
+    return lesser_of(greater_of(x, low), high);
 }
 
 // ---- Memory of the link ----
 
-static float __link_reach(const rate_control *self)
+float link_reach(const rate_control *self)
 {
     return kLinkDeviations * self->link_deviation * self->link_bps;
 }
 
-static void __link_forget(rate_control *self)
+void link_forget(rate_control *self)
 {
     self->link_bps = 0.0f;
     self->link_deviation = 0.0f;
 }
 
 // The path was full and carried `incoming_bps`.
-static void __link_learn(rate_control *self, float incoming_bps)
+void link_learn(rate_control *self, float incoming_bps)
 {
-    if (self->link_bps > 0.0f && incoming_bps < self->link_bps - __link_reach(self)) {
-        __link_forget(self);
+    if (self->link_bps > 0.0f && incoming_bps < self->link_bps - link_reach(self)) {
+        link_forget(self);
     }
     if (self->link_bps <= 0.0f) {
         self->link_bps = incoming_bps;
@@ -81,12 +84,13 @@ static void __link_learn(rate_control *self, float incoming_bps)
     const float difference = incoming_bps - self->link_bps;
     const float share = (difference < 0.0f ? -difference : difference) / self->link_bps;
     self->link_bps += kLinkGain * difference;
-    self->link_deviation = __max(self->link_deviation + kLinkGain * (share - self->link_deviation), kLinkDeviationMin);
+    self->link_deviation =
+        greater_of(self->link_deviation + kLinkGain * (share - self->link_deviation), kLinkDeviationMin);
 }
 
 // ---- Delay ----
 
-static rate_control_state __next_state(rate_control_state state, delay_signal signal)
+rate_control_state next_state(rate_control_state state, delay_signal signal)
 {
     switch (signal) {
     case DELAY_OVERUSE:
@@ -98,7 +102,7 @@ static rate_control_state __next_state(rate_control_state state, delay_signal si
     }
 }
 
-static float __growth_per_second(const rate_control *self)
+float growth_per_second(const rate_control *self)
 {
     const float rate = self->delay_bps;
     if (!self->has_overused) {
@@ -107,30 +111,32 @@ static float __growth_per_second(const rate_control *self)
     if (self->link_bps <= 0.0f) {
         return kGrowthFar * rate;
     }
-    return __clamp(kGrowthNearBps, kGrowthNearMin * rate, kGrowthNearMax * rate);
+    return rate_clamp(kGrowthNearBps, kGrowthNearMin * rate, kGrowthNearMax * rate);
 }
 
-static void __increase(rate_control *self, float incoming_bps, zeb_ts_t elapsed)
+void rate_increase(rate_control *self, float incoming_bps, zeb_ts_t elapsed)
 {
-    if (self->link_bps > 0.0f && incoming_bps > self->link_bps + __link_reach(self)) {
-        __link_forget(self);
+    if (self->link_bps > 0.0f && incoming_bps > self->link_bps + link_reach(self)) {
+        link_forget(self);
     }
     const float seconds = static_cast<float>(elapsed < kUpdateMaxMs ? elapsed : kUpdateMaxMs) * 1e-3f;
-    const float grown = self->delay_bps + __growth_per_second(self) * seconds;
+    const float grown = self->delay_bps + growth_per_second(self) * seconds;
     const float limit = kIncomingHeadroom * incoming_bps + kIncomingHeadroomBps;
-    self->delay_bps = __max(self->delay_bps, __min(grown, limit));
+    self->delay_bps = greater_of(self->delay_bps, lesser_of(grown, limit));
 }
 
-static void __decrease(rate_control *self, float incoming_bps, zeb_ts_t now)
+void rate_decrease(rate_control *self, float incoming_bps, zeb_ts_t now)
 {
     if (self->has_overused && now - self->decreased_at < kDecreaseIntervalMs) {
         return;
     }
     self->has_overused = true;
     self->decreased_at = now;
-    __link_learn(self, incoming_bps);
-    self->delay_bps = __min(self->delay_bps, kDecreaseFactor * incoming_bps);
+    link_learn(self, incoming_bps);
+    self->delay_bps = lesser_of(self->delay_bps, kDecreaseFactor * incoming_bps);
 }
+
+} // namespace
 
 void rate_control_on_delay(rate_control *self, delay_signal signal, float incoming_bps, zeb_ts_t now)
 {
@@ -139,16 +145,16 @@ void rate_control_on_delay(rate_control *self, delay_signal signal, float incomi
         return;
     }
     if (self->delay_bps <= 0.0f) {
-        self->delay_bps = __max(incoming_bps, kRateStartBps);
+        self->delay_bps = greater_of(incoming_bps, kRateStartBps);
         self->updated_at = now;
     }
-    self->state = __next_state(self->state, signal);
+    self->state = next_state(self->state, signal);
     if (self->state == RATE_CONTROL_INCREASE) {
-        __increase(self, incoming_bps, now - self->updated_at);
+        rate_increase(self, incoming_bps, now - self->updated_at);
     } else if (self->state == RATE_CONTROL_DECREASE) {
-        __decrease(self, incoming_bps, now);
+        rate_decrease(self, incoming_bps, now);
     }
-    self->delay_bps = __clamp(self->delay_bps, kRateMinBps, kRateMaxBps);
+    self->delay_bps = rate_clamp(self->delay_bps, kRateMinBps, kRateMaxBps);
     self->updated_at = now;
 }
 
@@ -161,7 +167,7 @@ void rate_control_on_loss(rate_control *self, float fraction_lost)
         return;
     }
     if (fraction_lost > kLossHigh) {
-        self->loss_cap_bps = __max(rate * (1.0f - 0.5f * fraction_lost), kRateMinBps);
+        self->loss_cap_bps = greater_of(rate * (1.0f - 0.5f * fraction_lost), kRateMinBps);
         self->has_overused = true;
     } else if (fraction_lost < kLossLow && self->loss_cap_bps > 0.0f) {
         self->loss_cap_bps *= kLossGrowth;
@@ -173,5 +179,5 @@ void rate_control_on_loss(rate_control *self, float fraction_lost)
 
 float rate_control_bps(const rate_control *self)
 {
-    return self->loss_cap_bps > 0.0f ? __min(self->loss_cap_bps, self->delay_bps) : self->delay_bps;
+    return self->loss_cap_bps > 0.0f ? lesser_of(self->loss_cap_bps, self->delay_bps) : self->delay_bps;
 }

@@ -2,7 +2,10 @@
 
 #include <cstring>
 
-static void __begin(rate_meter *self, zeb_ts_t now)
+namespace
+{
+
+void window_begin(rate_meter *self, zeb_ts_t now)
 {
     memset(self, 0, sizeof(*self));
     self->is_started = true;
@@ -10,12 +13,14 @@ static void __begin(rate_meter *self, zeb_ts_t now)
     self->slot = now / kRateMeterSlotMs;
 }
 
+} // namespace
+
 void rate_meter_add(rate_meter *self, uint16_t size, zeb_ts_t now)
 {
     const uint64_t slot = now / kRateMeterSlotMs;
     // Unsigned: a clock that went back is a long silence.
     if (!self->is_started || slot - self->slot >= kRateMeterSlots) {
-        __begin(self, now);
+        window_begin(self, now);
     }
     while (self->slot != slot) {
         self->slot++;

@@ -5,13 +5,18 @@
 static_assert(kReceptionHistory >= kReceptionMaxMisorder, "a late packet must be told from a duplicate");
 static_assert((kReceptionHistory & (kReceptionHistory - 1)) == 0, "entries stay in place when numbers wrap");
 
+namespace
+{
+
 constexpr uint32_t kCycle = 0x10000;
 constexpr zeb_ts_t kTicksPerMillisecond = 90; // RFC 6184 and RFC 7798: a 90 kHz clock
 
-static reception_entry *__entry(reception *self, uint32_t number)
+reception_entry *entry_of(reception *self, uint32_t number)
 {
     return &self->history[number % kReceptionHistory];
 }
+
+} // namespace
 
 const reception_entry *reception_find(const reception *self, uint32_t number)
 {
@@ -19,10 +24,15 @@ const reception_entry *reception_find(const reception *self, uint32_t number)
     return entry->number == number ? entry : nullptr;
 }
 
-static void __remember(reception *self, uint32_t number, const reception_packet *packet)
+namespace
 {
-    *__entry(self, number) = {number, packet->timestamp, packet->has_marker, packet->role};
+
+void packet_remember(reception *self, uint32_t number, const reception_packet *packet)
+{
+    *entry_of(self, number) = {number, packet->timestamp, packet->has_marker, packet->role};
 }
+
+} // namespace
 
 uint32_t sequence_extend(uint32_t near, seq_t seq)
 {
@@ -35,15 +45,18 @@ uint32_t reception_number(const reception *self, seq_t seq)
     return sequence_extend(self->newest, seq);
 }
 
-static void __begin(reception *self, const reception_packet *packet)
+namespace
+{
+
+void numbering_begin(reception *self, const reception_packet *packet)
 {
     memset(self, 0, sizeof *self);
     self->has_started = true;
     self->first = self->newest = kCycle + packet->seq;
-    __remember(self, self->newest, packet);
+    packet_remember(self, self->newest, packet);
 }
 
-static void __advance(reception *self, stream_report *report, uint32_t number, const reception_packet *packet)
+void newest_advance(reception *self, stream_report *report, uint32_t number, const reception_packet *packet)
 {
     const uint32_t missing = number - self->newest - 1;
     report->packets_lost += missing;
@@ -53,10 +66,10 @@ static void __advance(reception *self, stream_report *report, uint32_t number, c
     if (number - self->first > kReceptionHistory) {
         self->first = number - kReceptionHistory;
     }
-    __remember(self, number, packet);
+    packet_remember(self, number, packet);
 }
 
-static void __fill_hole(reception *self, stream_report *report, uint32_t number, const reception_packet *packet)
+void fill_hole(reception *self, stream_report *report, uint32_t number, const reception_packet *packet)
 {
     if (static_cast<int32_t>(number - self->first) < 0) {
         report->packets_lost += self->first - number - 1;
@@ -65,11 +78,11 @@ static void __fill_hole(reception *self, stream_report *report, uint32_t number,
         report->packets_lost -= 1;
     }
     report->packets_reordered += packet->is_retrans ? 0 : 1;
-    __remember(self, number, packet);
+    packet_remember(self, number, packet);
 }
 
 // RFC 3550, A.8.
-static void __jitter_update(reception *self, stream_report *report, uint32_t timestamp, zeb_ts_t now)
+void jitter_update(reception *self, stream_report *report, uint32_t timestamp, zeb_ts_t now)
 {
     const uint32_t transit = static_cast<uint32_t>(now * kTicksPerMillisecond) - timestamp;
     if (self->has_transit) {
@@ -82,7 +95,7 @@ static void __jitter_update(reception *self, stream_report *report, uint32_t tim
     report->jitter = static_cast<uint32_t>(self->jitter >> 4);
 }
 
-static void __count(stream_report *report, const reception_packet *packet, zeb_ts_t now)
+void packet_count(stream_report *report, const reception_packet *packet, zeb_ts_t now)
 {
     if (report->packets == 0) {
         report->first_packet_at = now;
@@ -94,19 +107,19 @@ static void __count(stream_report *report, const reception_packet *packet, zeb_t
     report->packets_padding += packet->role == PACKET_ROLE_PADDING ? 1 : 0;
 }
 
-static bool __is_jump(const reception *self, seq_t seq)
+bool is_jump(const reception *self, seq_t seq)
 {
     const auto ahead = static_cast<seq_t>(seq - static_cast<seq_t>(self->newest));
     return ahead >= kReceptionMaxGap && ahead <= static_cast<seq_t>(0 - kReceptionMaxMisorder);
 }
 
-static uint32_t __timestamp_distance(uint32_t lhs, uint32_t rhs)
+uint32_t timestamp_distance(uint32_t lhs, uint32_t rhs)
 {
     return zeb_uint32_after(lhs, rhs) != 0 ? lhs - rhs : rhs - lhs;
 }
 
 // The oldest packet of which anything is known; what came first may have been forgotten.
-static const reception_entry *__oldest(const reception *self)
+const reception_entry *oldest_entry(const reception *self)
 {
     const reception_entry *entry = nullptr;
     // The first number follows the newest one at no more than the history's length.
@@ -118,9 +131,9 @@ static const reception_entry *__oldest(const reception *self)
 
 // A hole is filled by what was sent between the oldest packet that is known and the newest. Where the timestamps between
 // those two jump, nothing is known.
-static bool __fits_a_hole(const reception *self, uint32_t timestamp)
+bool fits_a_hole(const reception *self, uint32_t timestamp)
 {
-    const reception_entry *oldest = __oldest(self);
+    const reception_entry *oldest = oldest_entry(self);
     const reception_entry *newest = reception_find(self, self->newest);
     if (oldest == nullptr || newest == nullptr || zeb_uint32_after(oldest->timestamp, newest->timestamp) != 0) {
         return true;
@@ -131,18 +144,18 @@ static bool __fits_a_hole(const reception *self, uint32_t timestamp)
 
 // The former numbering's next packet may come late, too, and be taken for one of the new numbering's, unless its timestamp
 // is too far from theirs.
-static bool __goes_on_with_former(const reception *self, const reception_packet *packet)
+bool goes_on_with_former(const reception *self, const reception_packet *packet)
 {
     const auto ahead = static_cast<seq_t>(packet->seq - self->former_seq);
     const reception_entry *newest = reception_find(self, self->newest);
     return self->has_former && ahead < kReceptionMaxGap && newest != nullptr &&
-           __timestamp_distance(packet->timestamp, self->former_timestamp) <= kReceptionTimestampSlack &&
-           __timestamp_distance(packet->timestamp, newest->timestamp) > kReceptionTimestampSlack;
+           timestamp_distance(packet->timestamp, self->former_timestamp) <= kReceptionTimestampSlack &&
+           timestamp_distance(packet->timestamp, newest->timestamp) > kReceptionTimestampSlack;
 }
 
 // A damaged number is believed, and the packet that has it comes later. It goes on from the one before it, which what is
 // noted in its place does not.
-static bool __was_damaged(const reception *self, const reception_entry *entry, const reception_packet *packet)
+bool was_damaged(const reception *self, const reception_entry *entry, const reception_packet *packet)
 {
     const reception_entry *before = reception_find(self, entry->number - 1);
     return before != nullptr && zeb_uint32_after(before->timestamp, entry->timestamp) != 0 &&
@@ -152,86 +165,86 @@ static bool __was_damaged(const reception *self, const reception_entry *entry, c
 // A copy has the timestamp of what it copies, and a latecomer from before the first packet has about that one's. What
 // has not was numbered anew, close to the numbers of before; when all of those are forgotten, whatever is before them may
 // be. Padding may only be supposed to have had its number.
-static bool __contradicts(const reception *self, const reception_packet *packet)
+bool packet_contradicts(const reception *self, const reception_packet *packet)
 {
     const uint32_t number = reception_number(self, packet->seq);
     const reception_entry *entry = reception_find(self, number);
     if (entry != nullptr) {
         return entry->role != PACKET_ROLE_PADDING && entry->timestamp != packet->timestamp &&
-               !__was_damaged(self, entry, packet);
+               !was_damaged(self, entry, packet);
     }
     if (zeb_uint32_after(number, self->newest) != 0) {
-        return __goes_on_with_former(self, packet);
+        return goes_on_with_former(self, packet);
     }
     if (zeb_uint32_after(self->first, number) == 0) {
-        return !__fits_a_hole(self, packet->timestamp);
+        return !fits_a_hole(self, packet->timestamp);
     }
-    const reception_entry *oldest = __oldest(self);
-    return oldest == nullptr || __timestamp_distance(packet->timestamp, oldest->timestamp) > kReceptionTimestampSlack;
+    const reception_entry *oldest = oldest_entry(self);
+    return oldest == nullptr || timestamp_distance(packet->timestamp, oldest->timestamp) > kReceptionTimestampSlack;
 }
 
 // A number that is neither a jump nor was confirmed as one.
-static reception_verdict __file(reception *self, stream_report *report, const reception_packet *packet)
+reception_verdict packet_file(reception *self, stream_report *report, const reception_packet *packet)
 {
     const uint32_t number = reception_number(self, packet->seq);
     if (reception_find(self, number) != nullptr) {
         return RECEPTION_DUPLICATE;
     }
     if (static_cast<int32_t>(number - self->newest) > 0) {
-        __advance(self, report, number, packet);
+        newest_advance(self, report, number, packet);
         return RECEPTION_NEWEST;
     }
-    __fill_hole(self, report, number, packet);
+    fill_hole(self, report, number, packet);
     return RECEPTION_EARLIER;
 }
 
 // How far the stray number is ahead of the newest one.
-static seq_t __stray_distance(const reception *self)
+seq_t stray_distance(const reception *self)
 {
     return static_cast<seq_t>(self->stray.seq - static_cast<seq_t>(self->newest));
 }
 
-static bool __is_long_loss(const reception *self)
+bool is_long_loss(const reception *self)
 {
     const reception_entry *newest = reception_find(self, self->newest);
     // Pictures may be sent out of the order of their timestamps.
     const bool goes_on = newest == nullptr || self->stray.timestamp - newest->timestamp + kReceptionTimestampSlack <
                                                   kReceptionMaxSilence + kReceptionTimestampSlack;
-    return goes_on && __stray_distance(self) < kReceptionMaxDropout;
+    return goes_on && stray_distance(self) < kReceptionMaxDropout;
 }
 
 // Behind a copy with a damaged timestamp the stream goes on as before.
-static bool __goes_with_stray(const reception *self, const reception_packet *packet)
+bool goes_with_stray(const reception *self, const reception_packet *packet)
 {
     const reception_entry *newest = reception_find(self, self->newest);
-    return __contradicts(self, packet) || newest == nullptr ||
-           __timestamp_distance(packet->timestamp, self->stray.timestamp) <
-               __timestamp_distance(packet->timestamp, newest->timestamp);
+    return packet_contradicts(self, packet) || newest == nullptr ||
+           timestamp_distance(packet->timestamp, self->stray.timestamp) <
+               timestamp_distance(packet->timestamp, newest->timestamp);
 }
 
 // Where numbers of the new numbering are lost, the first that was not taken before comes some way behind the stray one. By
 // its timestamp it cannot go on with what was before.
-static bool __is_beside_stray(const reception *self, const reception_packet *packet)
+bool is_beside_stray(const reception *self, const reception_packet *packet)
 {
     const reception_entry *newest = reception_find(self, self->newest);
     const uint16_t distance = zeb_uint16_dist(packet->seq, self->stray.seq);
-    return newest != nullptr && !__contradicts(self, packet) && distance < kReceptionMaxGap &&
-           __timestamp_distance(packet->timestamp, self->stray.timestamp) <= kReceptionTimestampSlack &&
-           __timestamp_distance(packet->timestamp, newest->timestamp) > kReceptionTimestampSlack;
+    return newest != nullptr && !packet_contradicts(self, packet) && distance < kReceptionMaxGap &&
+           timestamp_distance(packet->timestamp, self->stray.timestamp) <= kReceptionTimestampSlack &&
+           timestamp_distance(packet->timestamp, newest->timestamp) > kReceptionTimestampSlack;
 }
 
 // A number close by, and closer than to the newest one, confirms a long loss; paths reorder. A new numbering takes
 // two numbers in sequence. A retransmission is old by nature and proves nothing.
-static bool __confirms_stray(const reception *self, const reception_packet *packet)
+bool confirms_stray(const reception *self, const reception_packet *packet)
 {
     if (!self->has_stray || packet->is_retrans) {
         return false;
     }
     const bool is_next = packet->seq == zeb_uint16_next(self->stray.seq);
     if (self->stray_contradicts) {
-        return (is_next && __goes_with_stray(self, packet)) || __is_beside_stray(self, packet);
+        return (is_next && goes_with_stray(self, packet)) || is_beside_stray(self, packet);
     }
-    if (!__is_long_loss(self)) {
+    if (!is_long_loss(self)) {
         return is_next;
     }
     const uint16_t to_stray = zeb_uint16_dist(packet->seq, self->stray.seq);
@@ -240,68 +253,68 @@ static bool __confirms_stray(const reception *self, const reception_packet *pack
 }
 
 // Whether the packet is one that the numbering has, or is about to get to.
-static bool __is_near(const reception *self, const reception_entry *newest, const reception_packet *packet)
+bool is_near(const reception *self, const reception_entry *newest, const reception_packet *packet)
 {
     const auto behind_first = static_cast<seq_t>(packet->seq - static_cast<seq_t>(self->first));
     const auto length = static_cast<seq_t>(self->newest - self->first);
     return behind_first < length + kReceptionMaxGap && newest != nullptr &&
-           __timestamp_distance(packet->timestamp, newest->timestamp) <= kReceptionTimestampSlack;
+           timestamp_distance(packet->timestamp, newest->timestamp) <= kReceptionTimestampSlack;
 }
 
 // Packets of before come late where the sender numbers anew, and would be taken for the next jump. Numbers may be used
 // again at once, so the timestamp has to be nearer to those of before.
-static bool __is_of_former(const reception *self, const reception_packet *packet)
+bool is_of_former(const reception *self, const reception_packet *packet)
 {
     const auto behind = static_cast<seq_t>(self->former_seq - packet->seq);
     const reception_entry *newest = reception_find(self, self->newest);
     const uint32_t distance = self->former_timestamp - packet->timestamp;
-    return self->has_former && !__is_near(self, newest, packet) && behind < kReceptionMaxMisorder &&
+    return self->has_former && !is_near(self, newest, packet) && behind < kReceptionMaxMisorder &&
            distance <= kReceptionTimestampSlack &&
-           (newest == nullptr || distance < __timestamp_distance(packet->timestamp, newest->timestamp));
+           (newest == nullptr || distance < timestamp_distance(packet->timestamp, newest->timestamp));
 }
 
-static void __begin_anew(reception *self, const reception_packet *packet)
+void numbering_begin_anew(reception *self, const reception_packet *packet)
 {
     const auto former_seq = static_cast<seq_t>(self->newest);
     const reception_entry *newest = reception_find(self, self->newest);
     const bool has_former = newest != nullptr;
     const uint32_t former_timestamp = has_former ? newest->timestamp : 0;
-    __begin(self, packet);
+    numbering_begin(self, packet);
     self->has_former = has_former;
     self->former_seq = former_seq;
     self->former_timestamp = former_timestamp;
 }
 
-static reception_verdict __confirm_stray(reception *self, stream_report *report, const reception_packet *packet)
+reception_verdict confirm_stray(reception *self, stream_report *report, const reception_packet *packet)
 {
-    const bool is_loss = !self->stray_contradicts && __is_long_loss(self);
+    const bool is_loss = !self->stray_contradicts && is_long_loss(self);
     const reception_packet stray = self->stray;
     self->has_stray = false;
     if (is_loss) {
-        __advance(self, report, self->newest + __stray_distance(self), &stray);
+        newest_advance(self, report, self->newest + stray_distance(self), &stray);
     } else {
-        __begin_anew(self, &stray);
+        numbering_begin_anew(self, &stray);
     }
-    __file(self, report, packet);
+    packet_file(self, report, packet);
     return is_loss ? RECEPTION_RESUMED : RECEPTION_RESTARTED;
 }
 
-static reception_verdict __place(reception *self, stream_report *report, const reception_packet *packet)
+reception_verdict packet_place(reception *self, stream_report *report, const reception_packet *packet)
 {
     if (!self->has_started) {
-        __begin(self, packet);
+        numbering_begin(self, packet);
         return RECEPTION_NEWEST;
     }
-    if (__is_of_former(self, packet)) {
+    if (is_of_former(self, packet)) {
         return RECEPTION_DUPLICATE;
     }
-    if (__confirms_stray(self, packet)) {
-        return __confirm_stray(self, report, packet);
+    if (confirms_stray(self, packet)) {
+        return confirm_stray(self, report, packet);
     }
-    const bool contradicts = __contradicts(self, packet);
-    if (!__is_jump(self, packet->seq) && !contradicts) {
+    const bool contradicts = packet_contradicts(self, packet);
+    if (!is_jump(self, packet->seq) && !contradicts) {
         self->has_stray = false;
-        return __file(self, report, packet);
+        return packet_file(self, report, packet);
     }
     if (!packet->is_retrans) {
         self->has_stray = true;
@@ -311,20 +324,22 @@ static reception_verdict __place(reception *self, stream_report *report, const r
     return RECEPTION_STRAY;
 }
 
+} // namespace
+
 reception_verdict reception_note(reception *self, stream_report *report, const reception_packet *packet, zeb_ts_t now)
 {
-    __count(report, packet, now);
-    const reception_verdict verdict = __place(self, report, packet);
+    packet_count(report, packet, now);
+    const reception_verdict verdict = packet_place(self, report, packet);
     const bool is_sample = verdict != RECEPTION_DUPLICATE && verdict != RECEPTION_STRAY && !packet->is_retrans;
     if (is_sample) {
-        __jitter_update(self, report, packet->timestamp, now);
+        jitter_update(self, report, packet->timestamp, now);
     }
     return verdict;
 }
 
 void reception_forget(reception *self, stream_report *report, uint32_t number)
 {
-    reception_entry *entry = __entry(self, number);
+    reception_entry *entry = entry_of(self, number);
     if (entry->number == number) {
         *entry = {};
         report->packets_lost += 1;
@@ -333,19 +348,24 @@ void reception_forget(reception *self, stream_report *report, uint32_t number)
 
 void reception_note_padding(reception *self, uint32_t number, uint32_t timestamp)
 {
-    *__entry(self, number) = {number, timestamp, false, PACKET_ROLE_PADDING};
+    *entry_of(self, number) = {number, timestamp, false, PACKET_ROLE_PADDING};
 }
 
-static bool __is_media_of(const reception_entry *entry, uint32_t timestamp)
+namespace
+{
+
+bool is_media_of(const reception_entry *entry, uint32_t timestamp)
 {
     return entry != nullptr && entry->role != PACKET_ROLE_PADDING && entry->timestamp == timestamp;
 }
+
+} // namespace
 
 bool reception_is_inside_frame(const reception *self, uint32_t number, uint32_t timestamp)
 {
     // Of what came behind it no more than the history holds.
     for (uint32_t behind = number + 1; zeb_uint32_after(behind, self->newest) == 0; behind++) {
-        if (__is_media_of(reception_find(self, behind), timestamp)) {
+        if (is_media_of(reception_find(self, behind), timestamp)) {
             return true;
         }
     }

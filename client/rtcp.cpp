@@ -7,6 +7,9 @@
 #include "byte_order.h"
 #include "rtcp_format.h"
 
+namespace
+{
+
 // One packet of a datagram, its padding left out.
 struct rtcp_packet {
     const uint8_t *bytes;
@@ -20,24 +23,24 @@ enum rtcp_reading : uint8_t {
     RTCP_READING_BAD
 };
 
-static uint8_t __count(const rtcp_packet *packet)
+uint8_t count_of(const rtcp_packet *packet)
 {
     return packet->bytes[0] & 0x1F;
 }
 
-static uint8_t __type(const rtcp_packet *packet)
+uint8_t type_of(const rtcp_packet *packet)
 {
     return packet->bytes[1];
 }
 
-static bool __padding_bit(const uint8_t *packet)
+bool padding_bit(const uint8_t *packet)
 {
     return (packet[0] & 0x20) != 0;
 }
 
 // Cuts the first packet off. False when it has not version 2, is longer than the bytes, or is padded without being
 // the last or in a way that makes no sense.
-static bool __packet_cut(const uint8_t *bytes, size_t size, rtcp_packet *packet)
+bool packet_cut(const uint8_t *bytes, size_t size, rtcp_packet *packet)
 {
     if (size < kRtcpHeaderSize || bytes[0] >> 6 != 2) {
         return false;
@@ -47,7 +50,7 @@ static bool __packet_cut(const uint8_t *bytes, size_t size, rtcp_packet *packet)
         return false;
     }
     size_t padding = 0;
-    if (__padding_bit(bytes)) {
+    if (padding_bit(bytes)) {
         padding = bytes[whole - 1];
         if (whole != size || padding == 0 || padding % 4 != 0 || padding > whole - kRtcpHeaderSize) {
             return false;
@@ -59,7 +62,7 @@ static bool __packet_cut(const uint8_t *bytes, size_t size, rtcp_packet *packet)
 
 // `count` entries of `entry_size` bytes at `offset`. False when they are not all there; what follows them may be
 // an extension of the format.
-static bool __list_read(const rtcp_packet *packet, size_t offset, size_t count, size_t entry_size, rtcp_list *list)
+bool list_read(const rtcp_packet *packet, size_t offset, size_t count, size_t entry_size, rtcp_list *list)
 {
     if (packet->size < offset || (packet->size - offset) / entry_size < count) {
         return false;
@@ -69,7 +72,7 @@ static bool __list_read(const rtcp_packet *packet, size_t offset, size_t count, 
 }
 
 // The entries that fill the rest of the packet. False when there is none, or one in part.
-static bool __list_read_all(const rtcp_packet *packet, size_t offset, size_t entry_size, rtcp_list *list)
+bool list_read_all(const rtcp_packet *packet, size_t offset, size_t entry_size, rtcp_list *list)
 {
     if (packet->size <= offset || (packet->size - offset) % entry_size != 0) {
         return false;
@@ -80,10 +83,10 @@ static bool __list_read_all(const rtcp_packet *packet, size_t offset, size_t ent
 
 // ---- Packets -----------------------------------------------------------------------------------------------------
 
-static rtcp_reading __sr_read(const rtcp_packet *packet, rtcp_item *item)
+rtcp_reading sr_read(const rtcp_packet *packet, rtcp_item *item)
 {
     rtcp_list blocks = {};
-    if (!__list_read(packet, kRtcpReportHeaderSize + kRtcpSenderInfoSize, __count(packet), kRtcpBlockSize, &blocks)) {
+    if (!list_read(packet, kRtcpReportHeaderSize + kRtcpSenderInfoSize, count_of(packet), kRtcpBlockSize, &blocks)) {
         return RTCP_READING_BAD;
     }
     const uint8_t *info = packet->bytes + kRtcpReportHeaderSize;
@@ -97,10 +100,10 @@ static rtcp_reading __sr_read(const rtcp_packet *packet, rtcp_item *item)
     return RTCP_READING_ITEM;
 }
 
-static rtcp_reading __rr_read(const rtcp_packet *packet, rtcp_item *item)
+rtcp_reading rr_read(const rtcp_packet *packet, rtcp_item *item)
 {
     rtcp_list blocks = {};
-    if (!__list_read(packet, kRtcpReportHeaderSize, __count(packet), kRtcpBlockSize, &blocks)) {
+    if (!list_read(packet, kRtcpReportHeaderSize, count_of(packet), kRtcpBlockSize, &blocks)) {
         return RTCP_READING_BAD;
     }
     item->kind = RTCP_ITEM_RECEIVER_REPORT;
@@ -109,10 +112,10 @@ static rtcp_reading __rr_read(const rtcp_packet *packet, rtcp_item *item)
     return RTCP_READING_ITEM;
 }
 
-static rtcp_reading __bye_read(const rtcp_packet *packet, rtcp_item *item)
+rtcp_reading bye_read(const rtcp_packet *packet, rtcp_item *item)
 {
     rtcp_list ssrcs = {};
-    if (!__list_read(packet, kRtcpHeaderSize, __count(packet), kRtcpSsrcSize, &ssrcs)) {
+    if (!list_read(packet, kRtcpHeaderSize, count_of(packet), kRtcpSsrcSize, &ssrcs)) {
         return RTCP_READING_BAD;
     }
     rtcp_text reason = {};
@@ -130,10 +133,10 @@ static rtcp_reading __bye_read(const rtcp_packet *packet, rtcp_item *item)
     return RTCP_READING_ITEM;
 }
 
-static rtcp_reading __nack_read(const rtcp_packet *packet, rtcp_item *item)
+rtcp_reading nack_read(const rtcp_packet *packet, rtcp_item *item)
 {
     rtcp_list pairs = {};
-    if (!__list_read_all(packet, kRtcpFeedbackHeaderSize, kRtcpNackPairSize, &pairs)) {
+    if (!list_read_all(packet, kRtcpFeedbackHeaderSize, kRtcpNackPairSize, &pairs)) {
         return RTCP_READING_BAD;
     }
     item->kind = RTCP_ITEM_NACK;
@@ -141,10 +144,10 @@ static rtcp_reading __nack_read(const rtcp_packet *packet, rtcp_item *item)
     return RTCP_READING_ITEM;
 }
 
-static rtcp_reading __fir_read(const rtcp_packet *packet, rtcp_item *item)
+rtcp_reading fir_read(const rtcp_packet *packet, rtcp_item *item)
 {
     rtcp_list entries = {};
-    if (!__list_read_all(packet, kRtcpFeedbackHeaderSize, kRtcpFirEntrySize, &entries)) {
+    if (!list_read_all(packet, kRtcpFeedbackHeaderSize, kRtcpFirEntrySize, &entries)) {
         return RTCP_READING_BAD;
     }
     item->kind = RTCP_ITEM_FIR;
@@ -152,7 +155,7 @@ static rtcp_reading __fir_read(const rtcp_packet *packet, rtcp_item *item)
     return RTCP_READING_ITEM;
 }
 
-static uint64_t __bitrate_unpack(uint32_t word)
+uint64_t bitrate_unpack(uint32_t word)
 {
     const uint64_t mantissa = word & ((1U << kRtcpRembMantissaBits) - 1);
     const unsigned exponent = (word >> kRtcpRembMantissaBits) & 0x3F;
@@ -161,7 +164,7 @@ static uint64_t __bitrate_unpack(uint32_t word)
 }
 
 // An application layer message of another kind than REMB is not ours to judge.
-static rtcp_reading __application_feedback_read(const rtcp_packet *packet, rtcp_item *item)
+rtcp_reading application_feedback_read(const rtcp_packet *packet, rtcp_item *item)
 {
     if (packet->size < kRtcpFeedbackHeaderSize + 4 || be32_read(packet->bytes + 12) != kRtcpRembIdentifier) {
         return RTCP_READING_NOTHING;
@@ -171,58 +174,58 @@ static rtcp_reading __application_feedback_read(const rtcp_packet *packet, rtcp_
     }
     const uint32_t word = be32_read(packet->bytes + 16);
     rtcp_list ssrcs = {};
-    if (!__list_read(packet, kRtcpRembHeaderSize, word >> 24, kRtcpSsrcSize, &ssrcs)) {
+    if (!list_read(packet, kRtcpRembHeaderSize, word >> 24, kRtcpSsrcSize, &ssrcs)) {
         return RTCP_READING_BAD;
     }
     item->kind = RTCP_ITEM_REMB;
-    item->remb = {__bitrate_unpack(word), ssrcs};
+    item->remb = {bitrate_unpack(word), ssrcs};
     return RTCP_READING_ITEM;
 }
 
-static rtcp_reading __transport_feedback_read(const rtcp_packet *packet, rtcp_item *item)
+rtcp_reading transport_feedback_read(const rtcp_packet *packet, rtcp_item *item)
 {
-    return __count(packet) == kRtcpNack ? __nack_read(packet, item) : RTCP_READING_NOTHING;
+    return count_of(packet) == kRtcpNack ? nack_read(packet, item) : RTCP_READING_NOTHING;
 }
 
-static rtcp_reading __payload_feedback_read(const rtcp_packet *packet, rtcp_item *item)
+rtcp_reading payload_feedback_read(const rtcp_packet *packet, rtcp_item *item)
 {
-    switch (__count(packet)) {
+    switch (count_of(packet)) {
     case kRtcpPli:
         item->kind = RTCP_ITEM_PLI;
         item->pli = {be32_read(packet->bytes + 8)};
         return RTCP_READING_ITEM;
     case kRtcpFir:
-        return __fir_read(packet, item);
+        return fir_read(packet, item);
     case kRtcpApplicationFeedback:
-        return __application_feedback_read(packet, item);
+        return application_feedback_read(packet, item);
     default:
         return RTCP_READING_NOTHING;
     }
 }
 
-static rtcp_reading __feedback_read(const rtcp_packet *packet, rtcp_item *item)
+rtcp_reading feedback_read(const rtcp_packet *packet, rtcp_item *item)
 {
     if (packet->size < kRtcpFeedbackHeaderSize) {
         return RTCP_READING_BAD;
     }
     item->ssrc = be32_read(packet->bytes + 4);
-    return __type(packet) == kRtcpTransportFeedback ? __transport_feedback_read(packet, item)
-                                                    : __payload_feedback_read(packet, item);
+    return type_of(packet) == kRtcpTransportFeedback ? transport_feedback_read(packet, item)
+                                                     : payload_feedback_read(packet, item);
 }
 
 // Everything but a source description, which holds more than one item.
-static rtcp_reading __packet_read(const rtcp_packet *packet, rtcp_item *item)
+rtcp_reading packet_read(const rtcp_packet *packet, rtcp_item *item)
 {
-    switch (__type(packet)) {
+    switch (type_of(packet)) {
     case kRtcpSr:
-        return __sr_read(packet, item);
+        return sr_read(packet, item);
     case kRtcpRr:
-        return __rr_read(packet, item);
+        return rr_read(packet, item);
     case kRtcpBye:
-        return __bye_read(packet, item);
+        return bye_read(packet, item);
     case kRtcpTransportFeedback:
     case kRtcpPayloadFeedback:
-        return __feedback_read(packet, item);
+        return feedback_read(packet, item);
     default:
         return RTCP_READING_NOTHING;
     }
@@ -230,15 +233,15 @@ static rtcp_reading __packet_read(const rtcp_packet *packet, rtcp_item *item)
 
 // ---- Source descriptions -----------------------------------------------------------------------------------------
 
-static void __chunks_begin(rtcp_cursor *cursor, const rtcp_packet *packet)
+void chunks_begin(rtcp_cursor *cursor, const rtcp_packet *packet)
 {
     cursor->chunks = packet->bytes + kRtcpHeaderSize;
     cursor->chunks_size = packet->size - kRtcpHeaderSize;
-    cursor->n_chunks = __count(packet);
+    cursor->n_chunks = count_of(packet);
 }
 
 // Reads one source's items up to the zero byte that ends them, and steps to the next word.
-static rtcp_reading __chunk_read(rtcp_cursor *cursor, rtcp_item *item)
+rtcp_reading chunk_read(rtcp_cursor *cursor, rtcp_item *item)
 {
     const uint8_t *chunk = cursor->chunks;
     const size_t size = cursor->chunks_size;
@@ -268,18 +271,20 @@ static rtcp_reading __chunk_read(rtcp_cursor *cursor, rtcp_item *item)
     return reading;
 }
 
-static bool __chunks_validate(const rtcp_packet *packet)
+bool chunks_validate(const rtcp_packet *packet)
 {
     rtcp_cursor cursor = {};
-    __chunks_begin(&cursor, packet);
+    chunks_begin(&cursor, packet);
     while (cursor.n_chunks > 0) {
         rtcp_item item;
-        if (__chunk_read(&cursor, &item) == RTCP_READING_BAD) {
+        if (chunk_read(&cursor, &item) == RTCP_READING_BAD) {
             return false;
         }
     }
     return true;
 }
+
+} // namespace
 
 // ---- Datagrams ---------------------------------------------------------------------------------------------------
 
@@ -297,11 +302,11 @@ bool rtcp_validate(const uint8_t *bytes, size_t size)
     while (at < size) {
         rtcp_packet packet = {};
         rtcp_item item;
-        if (!__packet_cut(bytes + at, size - at, &packet)) {
+        if (!packet_cut(bytes + at, size - at, &packet)) {
             return false;
         }
-        const bool is_good = __type(&packet) == kRtcpSdes ? __chunks_validate(&packet)
-                                                          : __packet_read(&packet, &item) != RTCP_READING_BAD;
+        const bool is_good =
+            type_of(&packet) == kRtcpSdes ? chunks_validate(&packet) : packet_read(&packet, &item) != RTCP_READING_BAD;
         if (!is_good) {
             return false;
         }
@@ -325,20 +330,20 @@ bool rtcp_next(rtcp_cursor *cursor, rtcp_item *item)
 {
     while (cursor->n_chunks > 0 || cursor->size > 0) {
         if (cursor->n_chunks > 0) {
-            if (__chunk_read(cursor, item) == RTCP_READING_ITEM) {
+            if (chunk_read(cursor, item) == RTCP_READING_ITEM) {
                 return true;
             }
             continue;
         }
         rtcp_packet packet = {};
-        if (!__packet_cut(cursor->bytes, cursor->size, &packet)) {
+        if (!packet_cut(cursor->bytes, cursor->size, &packet)) {
             return false;
         }
         cursor->bytes += packet.whole;
         cursor->size -= packet.whole;
-        if (__type(&packet) == kRtcpSdes) {
-            __chunks_begin(cursor, &packet);
-        } else if (__packet_read(&packet, item) == RTCP_READING_ITEM) {
+        if (type_of(&packet) == kRtcpSdes) {
+            chunks_begin(cursor, &packet);
+        } else if (packet_read(&packet, item) == RTCP_READING_ITEM) {
             return true;
         }
     }

@@ -6,20 +6,23 @@
 #include "byte_order.h"
 #include "rtcp_format.h"
 
+namespace
+{
+
 constexpr int32_t kCumulativeLostMin = -0x800000;
 constexpr int32_t kCumulativeLostMax = 0x7FFFFF;
 
 // Bytes that one more packet may have.
-static size_t __room(const rtcp_output *out)
+size_t room_of(const rtcp_output *out)
 {
     const size_t left = out->capacity - out->size;
     return left < kRtcpPacketSizeMax ? left : kRtcpPacketSizeMax;
 }
 
 // Takes `size` bytes, a multiple of 4, for a packet and writes its common header. Null when there is no room.
-static uint8_t *__packet_begin(rtcp_output *out, uint8_t type, size_t count_or_format, size_t size)
+uint8_t *packet_begin(rtcp_output *out, uint8_t type, size_t count_or_format, size_t size)
 {
-    if (size > __room(out)) {
+    if (size > room_of(out)) {
         return nullptr;
     }
     uint8_t *packet = out->bytes + out->size;
@@ -30,10 +33,10 @@ static uint8_t *__packet_begin(rtcp_output *out, uint8_t type, size_t count_or_f
     return packet;
 }
 
-static uint8_t *__feedback_begin(rtcp_output *out, uint8_t type, size_t format, uint32_t sender_ssrc,
-                                 uint32_t media_ssrc, size_t size)
+uint8_t *feedback_begin(rtcp_output *out, uint8_t type, size_t format, uint32_t sender_ssrc, uint32_t media_ssrc,
+                        size_t size)
 {
-    uint8_t *packet = __packet_begin(out, type, format, size);
+    uint8_t *packet = packet_begin(out, type, format, size);
     if (packet != nullptr) {
         be32_write(packet + 4, sender_ssrc);
         be32_write(packet + 8, media_ssrc);
@@ -41,7 +44,7 @@ static uint8_t *__feedback_begin(rtcp_output *out, uint8_t type, size_t format, 
     return packet;
 }
 
-static void __block_write(uint8_t *bytes, const rtcp_report_block *block)
+void block_write(uint8_t *bytes, const rtcp_report_block *block)
 {
     int32_t lost = block->cumulative_lost;
     if (lost < kCumulativeLostMin) {
@@ -59,19 +62,21 @@ static void __block_write(uint8_t *bytes, const rtcp_report_block *block)
     be32_write(bytes + 20, block->delay_since_sr);
 }
 
+} // namespace
+
 size_t rtcp_rr_write(rtcp_output *out, uint32_t sender_ssrc, const rtcp_report_block *blocks, size_t count)
 {
     if (count > kRtcpReportBlocksMax) {
         return 0;
     }
     const size_t size = kRtcpReportHeaderSize + kRtcpBlockSize * count;
-    uint8_t *packet = __packet_begin(out, kRtcpRr, count, size);
+    uint8_t *packet = packet_begin(out, kRtcpRr, count, size);
     if (packet == nullptr) {
         return 0;
     }
     be32_write(packet + 4, sender_ssrc);
     for (size_t i = 0; i < count; i++) {
-        __block_write(packet + kRtcpReportHeaderSize + kRtcpBlockSize * i, &blocks[i]);
+        block_write(packet + kRtcpReportHeaderSize + kRtcpBlockSize * i, &blocks[i]);
     }
     return size;
 }
@@ -84,7 +89,7 @@ size_t rtcp_sdes_write(rtcp_output *out, uint32_t ssrc, const char *cname, size_
     // At least one zero byte ends the list of items, and more fill up the last word.
     const size_t used = kRtcpHeaderSize + kRtcpSsrcSize + kRtcpSdesItemHeaderSize + size;
     const size_t packet_size = (used / 4 + 1) * 4;
-    uint8_t *packet = __packet_begin(out, kRtcpSdes, 1, packet_size);
+    uint8_t *packet = packet_begin(out, kRtcpSdes, 1, packet_size);
     if (packet == nullptr) {
         return 0;
     }
@@ -96,8 +101,11 @@ size_t rtcp_sdes_write(rtcp_output *out, uint32_t ssrc, const char *cname, size_
     return packet_size;
 }
 
+namespace
+{
+
 // Puts as many of the numbers as one pair can hold, at least the first, into it. Returns how many.
-static size_t __nack_pair_write(uint8_t *bytes, const seq_t *seqs, size_t count)
+size_t nack_pair_write(uint8_t *bytes, const seq_t *seqs, size_t count)
 {
     const seq_t first = seqs[0];
     uint16_t following = 0;
@@ -116,11 +124,13 @@ static size_t __nack_pair_write(uint8_t *bytes, const seq_t *seqs, size_t count)
     return taken;
 }
 
+} // namespace
+
 size_t rtcp_nack_write(rtcp_output *out, uint32_t sender_ssrc, uint32_t media_ssrc, const seq_t *seqs, size_t count,
                        size_t *fitted)
 {
     *fitted = 0;
-    const size_t room = __room(out);
+    const size_t room = room_of(out);
     if (count == 0 || room < kRtcpFeedbackHeaderSize + kRtcpNackPairSize) {
         return 0;
     }
@@ -129,24 +139,24 @@ size_t rtcp_nack_write(rtcp_output *out, uint32_t sender_ssrc, uint32_t media_ss
     const size_t n_pairs_max = (room - kRtcpFeedbackHeaderSize) / kRtcpNackPairSize;
     size_t n_pairs = 0;
     for (; *fitted < count && n_pairs < n_pairs_max; n_pairs++) {
-        *fitted += __nack_pair_write(pairs + kRtcpNackPairSize * n_pairs, seqs + *fitted, count - *fitted);
+        *fitted += nack_pair_write(pairs + kRtcpNackPairSize * n_pairs, seqs + *fitted, count - *fitted);
     }
     const size_t size = kRtcpFeedbackHeaderSize + kRtcpNackPairSize * n_pairs;
-    __feedback_begin(out, kRtcpTransportFeedback, kRtcpNack, sender_ssrc, media_ssrc, size);
+    feedback_begin(out, kRtcpTransportFeedback, kRtcpNack, sender_ssrc, media_ssrc, size);
     return size;
 }
 
 size_t rtcp_pli_write(rtcp_output *out, uint32_t sender_ssrc, uint32_t media_ssrc)
 {
     const size_t size = kRtcpFeedbackHeaderSize;
-    return __feedback_begin(out, kRtcpPayloadFeedback, kRtcpPli, sender_ssrc, media_ssrc, size) != nullptr ? size : 0;
+    return feedback_begin(out, kRtcpPayloadFeedback, kRtcpPli, sender_ssrc, media_ssrc, size) != nullptr ? size : 0;
 }
 
 size_t rtcp_fir_write(rtcp_output *out, uint32_t sender_ssrc, rtcp_fir_entry entry)
 {
     const size_t size = kRtcpFeedbackHeaderSize + kRtcpFirEntrySize;
     // The entries name the sources; the header's own field is 0 (RFC 5104, 4.3.1.2).
-    uint8_t *packet = __feedback_begin(out, kRtcpPayloadFeedback, kRtcpFir, sender_ssrc, 0, size);
+    uint8_t *packet = feedback_begin(out, kRtcpPayloadFeedback, kRtcpFir, sender_ssrc, 0, size);
     if (packet == nullptr) {
         return 0;
     }
@@ -155,8 +165,11 @@ size_t rtcp_fir_write(rtcp_output *out, uint32_t sender_ssrc, rtcp_fir_entry ent
     return size;
 }
 
+namespace
+{
+
 // Exponent in 6 bits above the mantissa. At most 46 steps: then 18 of 64 bits are left.
-static uint32_t __bitrate_pack(uint64_t bitrate)
+uint32_t bitrate_pack(uint64_t bitrate)
 {
     uint32_t exponent = 0;
     while (bitrate >> kRtcpRembMantissaBits != 0) {
@@ -166,18 +179,20 @@ static uint32_t __bitrate_pack(uint64_t bitrate)
     return (exponent << kRtcpRembMantissaBits) | static_cast<uint32_t>(bitrate);
 }
 
+} // namespace
+
 size_t rtcp_remb_write(rtcp_output *out, uint32_t sender_ssrc, uint64_t bitrate, const uint32_t *ssrcs, size_t count)
 {
     if (count == 0 || count > kRtcpRembSourcesMax) {
         return 0;
     }
     const size_t size = kRtcpRembHeaderSize + kRtcpSsrcSize * count;
-    uint8_t *packet = __feedback_begin(out, kRtcpPayloadFeedback, kRtcpApplicationFeedback, sender_ssrc, 0, size);
+    uint8_t *packet = feedback_begin(out, kRtcpPayloadFeedback, kRtcpApplicationFeedback, sender_ssrc, 0, size);
     if (packet == nullptr) {
         return 0;
     }
     be32_write(packet + 12, kRtcpRembIdentifier);
-    be32_write(packet + 16, (static_cast<uint32_t>(count) << 24) | __bitrate_pack(bitrate));
+    be32_write(packet + 16, (static_cast<uint32_t>(count) << 24) | bitrate_pack(bitrate));
     for (size_t i = 0; i < count; i++) {
         be32_write(packet + kRtcpRembHeaderSize + kRtcpSsrcSize * i, ssrcs[i]);
     }

@@ -2,22 +2,25 @@
 
 #include "byte_order.h"
 
+namespace
+{
+
 constexpr size_t kExtensionHeaderSize = 4;    // profile word and length
 constexpr size_t kPacketSizeMax = UINT16_MAX; // a payload's `count` has 16 bits
 
-static bool __extension_bit(const uint8_t *packet)
+bool extension_bit(const uint8_t *packet)
 {
     return (packet[0] & 0x10) != 0;
 }
 
-static bool __padding_bit(const uint8_t *packet)
+bool padding_bit(const uint8_t *packet)
 {
     return (packet[0] & 0x20) != 0;
 }
 
 // Adds the header extension behind `*header_size` to it. False when it does not fit, or when the two readings of
 // its length differ: the module would then look for the payload at another place than the sender put it.
-static bool __extension_skip(const uint8_t *packet, size_t size, size_t *header_size)
+bool extension_skip(const uint8_t *packet, size_t size, size_t *header_size)
 {
     if (size - *header_size < kExtensionHeaderSize) {
         return false;
@@ -32,7 +35,7 @@ static bool __extension_skip(const uint8_t *packet, size_t size, size_t *header_
     return true;
 }
 
-static void __fields_read(const uint8_t *packet, rtp_view *view)
+void fields_read(const uint8_t *packet, rtp_view *view)
 {
     view->marker = (packet[1] & 0x80) != 0;
     view->payload_type = packet[1] & 0x7F;
@@ -40,6 +43,8 @@ static void __fields_read(const uint8_t *packet, rtp_view *view)
     view->timestamp = be32_read(packet + 4);
     view->ssrc = be32_read(packet + 8);
 }
+
+} // namespace
 
 packet_drop_e rtp_parse(const uint8_t *packet, size_t size, rtp_view *view)
 {
@@ -56,19 +61,19 @@ packet_drop_e rtp_parse(const uint8_t *packet, size_t size, rtp_view *view)
     if (header_size > size) {
         return PACKET_DROP_BAD_HEADER;
     }
-    if (__extension_bit(packet) && !__extension_skip(packet, size, &header_size)) {
+    if (extension_bit(packet) && !extension_skip(packet, size, &header_size)) {
         return PACKET_DROP_BAD_EXTENSION;
     }
     const size_t behind_header = size - header_size;
     size_t padding_size = 0;
-    if (__padding_bit(packet)) {
+    if (padding_bit(packet)) {
         // Without a byte behind the header there is no count: the last byte belongs to the header.
         padding_size = behind_header > 0 ? packet[size - 1] : 0;
         if (padding_size == 0 || padding_size > behind_header) {
             return PACKET_DROP_BAD_PADDING;
         }
     }
-    __fields_read(packet, view);
+    fields_read(packet, view);
     view->header_size = header_size;
     view->payload_size = behind_header - padding_size;
     view->padding_size = padding_size;

@@ -8,6 +8,9 @@
 #include "rtp.h"
 #include "stream_state.h"
 
+namespace
+{
+
 // A refusal of a frame that nothing speaks against.
 constexpr frame_drop_e kNoRefusal = FRAME_DROP_REASONS;
 
@@ -17,6 +20,8 @@ struct delivered_packet {
     rtp_view view;
     const uint8_t *payload;
 };
+
+} // namespace
 
 void rtp_delivery_init(rtp_delivery *self)
 {
@@ -32,14 +37,17 @@ void rtp_delivery_restart(rtp_delivery *self)
     self->n_handed_over = n_handed_over;
 }
 
-static uint32_t __last_number(const rtp_delivery *self)
+namespace
+{
+
+uint32_t last_number(const rtp_delivery *self)
 {
     return self->first_number + self->n_pkts - 1;
 }
 
 // ---- Closing a frame ----
 
-static frame_drop_e __refusal_at_end(const rtp_delivery *self)
+frame_drop_e refusal_at_end(const rtp_delivery *self)
 {
     if (self->refusal != kNoRefusal) {
         return self->refusal;
@@ -50,13 +58,13 @@ static frame_drop_e __refusal_at_end(const rtp_delivery *self)
     return unit_chain_end(&self->units) != PAYLOAD_FAULTS ? FRAME_DROP_TORN : kNoRefusal;
 }
 
-static video_frame *__queued_frame(stream_state *state)
+video_frame *queued_frame(stream_state *state)
 {
     video_frame *frame = &state->stream->video_frames_q.video_frames[state->rtp.frame_seq % VIDEO_FRAMES_Q_SLOTS];
     return frame->n_pkts_total != 0 && frame->frame_seq == state->rtp.frame_seq ? frame : nullptr;
 }
 
-static bool __hand_out(stream_state *state, video_frame *frame, const zeb_ts_t *now_p)
+bool frame_hand_out(stream_state *state, video_frame *frame, const zeb_ts_t *now_p)
 {
     channel_frame out = {};
     out.rtp_timestamp = state->rtp.timestamp;
@@ -66,7 +74,7 @@ static bool __hand_out(stream_state *state, video_frame *frame, const zeb_ts_t *
     return is_out;
 }
 
-static void __lose(stream_state *state, frame_drop_e reason)
+void frame_lose(stream_state *state, frame_drop_e reason)
 {
     if (reason == FRAME_DROP_MALFORMED) {
         frame_output_drop_malformed(state, state->rtp.fault);
@@ -79,26 +87,26 @@ static void __lose(stream_state *state, frame_drop_e reason)
     }
 }
 
-static void __decide(stream_state *state, const zeb_ts_t *now_p)
+void frame_decide(stream_state *state, const zeb_ts_t *now_p)
 {
     rtp_delivery *self = &state->rtp;
-    const frame_drop_e refusal = __refusal_at_end(self);
+    const frame_drop_e refusal = refusal_at_end(self);
     if (refusal != kNoRefusal) {
-        __lose(state, refusal);
+        frame_lose(state, refusal);
         return;
     }
-    video_frame *frame = __queued_frame(state);
-    if (frame == nullptr || !__hand_out(state, frame, now_p)) {
+    video_frame *frame = queued_frame(state);
+    if (frame == nullptr || !frame_hand_out(state, frame, now_p)) {
         self->needs_key_frame = true;
         state->wants_key_frame = true;
         return;
     }
     self->needs_key_frame = false;
     self->has_output = true;
-    self->output_number = __last_number(self);
+    self->output_number = last_number(self);
 }
 
-static void __close(stream_state *state, const zeb_ts_t *now_p)
+void frame_close(stream_state *state, const zeb_ts_t *now_p)
 {
     rtp_delivery *self = &state->rtp;
     if (!self->is_open) {
@@ -107,9 +115,9 @@ static void __close(stream_state *state, const zeb_ts_t *now_p)
     self->is_open = false;
     // Packets without payload fill the path and the numbering; they stand for no picture.
     if (self->has_media || self->refusal != kNoRefusal) {
-        __decide(state, now_p);
+        frame_decide(state, now_p);
     }
-    video_frame *frame = __queued_frame(state);
+    video_frame *frame = queued_frame(state);
     if (frame != nullptr) {
         video_stream_remove_frame(state->stream, frame);
     }
@@ -118,10 +126,15 @@ static void __close(stream_state *state, const zeb_ts_t *now_p)
     }
 }
 
+} // namespace
+
 void rtp_delivery_finish(stream_state *state, const zeb_ts_t *now_p)
 {
-    __close(state, now_p);
+    frame_close(state, now_p);
 }
+
+namespace
+{
 
 // ---- Opening a frame ----
 
@@ -129,7 +142,7 @@ void rtp_delivery_finish(stream_state *state, const zeb_ts_t *now_p)
 // before it belongs to another frame, handed over or at least seen, or if it says itself that it begins a picture. In a
 // stream's very first packet the first slice, and what stands in front of it, do too when the parameter sets were
 // described: sets that the stream brought itself may be those of a later key frame, and this one's own were lost.
-static bool __is_beginning_proven(const stream_state *state, const delivered_packet *packet)
+bool is_beginning_proven(const stream_state *state, const delivered_packet *packet)
 {
     const uint8_t codec = packet->video->header.codec;
     const rtp_view *view = &packet->view;
@@ -145,12 +158,12 @@ static bool __is_beginning_proven(const stream_state *state, const delivered_pac
 }
 
 // Stands for a number that belongs to no picture.
-static bool __is_filler(const rtp_delivery *self, const delivered_packet *packet)
+bool is_filler(const rtp_delivery *self, const delivered_packet *packet)
 {
     return self->n_pkts == 1 && packet->view.payload_size == 0;
 }
 
-static frame_drop_e __refusal_at_start(const stream_state *state, const delivered_packet *packet)
+frame_drop_e refusal_at_start(const stream_state *state, const delivered_packet *packet)
 {
     const rtp_delivery *self = &state->rtp;
     if (self->has_output && !zeb_uint32_after(self->first_number, self->output_number)) {
@@ -159,20 +172,20 @@ static frame_drop_e __refusal_at_start(const stream_state *state, const delivere
     if (self->n_pkts == 0 || self->n_pkts > VIDEO_FRAMES_Q_PKT_INDEX) {
         return FRAME_DROP_NOT_ASSEMBLED;
     }
-    if (__is_filler(self, packet)) {
+    if (is_filler(self, packet)) {
         return kNoRefusal;
     }
     if (!self->is_key && self->needs_key_frame) {
         return FRAME_DROP_AFTER_GAP;
     }
-    return __is_beginning_proven(state, packet) ? kNoRefusal : FRAME_DROP_TORN;
+    return is_beginning_proven(state, packet) ? kNoRefusal : FRAME_DROP_TORN;
 }
 
 // What lost padding is told from lost pictures by.
-static void __note_pace(stream_state *state, const delivered_packet *packet)
+void note_pace(stream_state *state, const delivered_packet *packet)
 {
     rtp_delivery *self = &state->rtp;
-    if (__is_filler(self, packet)) {
+    if (is_filler(self, packet)) {
         return;
     }
     frame_pace_note(&self->pace, self->timestamp, self->is_continuous);
@@ -183,14 +196,14 @@ static void __note_pace(stream_state *state, const delivered_packet *packet)
     }
 }
 
-static bool __is_new_frame(const rtp_delivery *self, const Video4Header *header)
+bool is_new_frame(const rtp_delivery *self, const Video4Header *header)
 {
     return !self->is_open || self->numbering_restarts || header->frame_seq != self->frame_seq ||
            header->subseq < self->next_subseq;
 }
 
 // The cache still holds the frame while it hands over its packets.
-static zeb_ts_t __began_at(const stream_state *state, const delivered_packet *packet)
+zeb_ts_t began_at(const stream_state *state, const delivered_packet *packet)
 {
     const webrtc_video_packet_t *ring = state->stream->video_cache_q.pkt_arr;
     const webrtc_video_frame_t *frame =
@@ -198,7 +211,7 @@ static zeb_ts_t __began_at(const stream_state *state, const delivered_packet *pa
     return frame == nullptr ? state->now : frame->ts;
 }
 
-static void __open(stream_state *state, const delivered_packet *packet, bool is_key)
+void frame_open(stream_state *state, const delivered_packet *packet, bool is_key)
 {
     rtp_delivery *self = &state->rtp;
     const Video4Header *header = &packet->video->header;
@@ -213,7 +226,7 @@ static void __open(stream_state *state, const delivered_packet *packet, bool is_
     self->has_media = false;
     self->frame_seq = header->frame_seq;
     self->timestamp = packet->view.timestamp;
-    self->began_at = __began_at(state, packet);
+    self->began_at = began_at(state, packet);
     self->first_number = stream_state_inner_number(state, packet->video->common.seq) - header->subseq;
     self->n_pkts = header->n_pkts;
     self->next_subseq = 0;
@@ -221,18 +234,18 @@ static void __open(stream_state *state, const delivered_packet *packet, bool is_
     const bool is_same_codec = self->codec == packet->video->header.codec;
     self->needs_key_frame = self->needs_key_frame || !self->is_continuous || !is_same_codec;
     self->codec = packet->video->header.codec;
-    self->refusal = __refusal_at_start(state, packet);
+    self->refusal = refusal_at_start(state, packet);
     self->n_handed_over += 1;
-    __note_pace(state, packet);
+    note_pace(state, packet);
     if (self->refusal != FRAME_DROP_OUT_OF_ORDER) {
         self->has_previous = true;
-        self->previous_number = __last_number(self);
+        self->previous_number = last_number(self);
     }
 }
 
 // ---- Taking packets ----
 
-static frame_drop_e __refusal_of_packet(const stream_state *state, const delivered_packet *packet)
+frame_drop_e refusal_of_packet(const stream_state *state, const delivered_packet *packet)
 {
     const rtp_delivery *self = &state->rtp;
     const Video4Header *header = &packet->video->header;
@@ -245,7 +258,7 @@ static frame_drop_e __refusal_of_packet(const stream_state *state, const deliver
     return header->subseq == self->next_subseq ? kNoRefusal : FRAME_DROP_INCOMPLETE;
 }
 
-static bool __insert(stream_state *state, PVideoData4 *video, const zeb_ts_t *now_p)
+bool packet_insert(stream_state *state, PVideoData4 *video, const zeb_ts_t *now_p)
 {
     rtp_delivery *self = &state->rtp;
     // Counted from 0 in each frame: the packet index has no room for a frame of more than 256 packets across the wrap
@@ -259,7 +272,7 @@ static bool __insert(stream_state *state, PVideoData4 *video, const zeb_ts_t *no
     return frame != nullptr && zeb_dynamic_array_is_empty(&video->payload);
 }
 
-static bool __read(PVideoData4 *video, delivered_packet *packet)
+bool packet_read(PVideoData4 *video, delivered_packet *packet)
 {
     const auto *bytes = static_cast<const uint8_t *>(video->payload.values);
     if (bytes == nullptr || rtp_parse(bytes, video->payload.count, &packet->view) != PACKET_DROP_REASONS) {
@@ -269,9 +282,6 @@ static bool __read(PVideoData4 *video, delivered_packet *packet)
     packet->payload = bytes + packet->view.header_size;
     return true;
 }
-
-namespace
-{
 
 // What the packet adds to its frame. Returns kNoRefusal, or why the frame is lost with it.
 frame_drop_e payload_note(rtp_delivery *self, const delivered_packet *packet)
@@ -283,21 +293,19 @@ frame_drop_e payload_note(rtp_delivery *self, const delivered_packet *packet)
     return self->fault == PAYLOAD_FAULTS ? kNoRefusal : FRAME_DROP_MALFORMED;
 }
 
-} // namespace
-
-static int __add_packet(stream_state *state, PVideoData4 *video, bool is_key, const zeb_ts_t *now_p)
+int add_packet(stream_state *state, PVideoData4 *video, bool is_key, const zeb_ts_t *now_p)
 {
     rtp_delivery *self = &state->rtp;
     delivered_packet packet;
-    if (!__read(video, &packet)) {
+    if (!packet_read(video, &packet)) {
         return -1;
     }
-    if (__is_new_frame(self, &video->header)) {
-        __close(state, now_p);
-        __open(state, &packet, is_key);
+    if (is_new_frame(self, &video->header)) {
+        frame_close(state, now_p);
+        frame_open(state, &packet, is_key);
     }
     if (self->refusal == kNoRefusal) {
-        self->refusal = __refusal_of_packet(state, &packet);
+        self->refusal = refusal_of_packet(state, &packet);
     }
     if (self->refusal == kNoRefusal) {
         self->refusal = payload_note(self, &packet);
@@ -305,12 +313,14 @@ static int __add_packet(stream_state *state, PVideoData4 *video, bool is_key, co
     if (self->refusal != kNoRefusal) {
         return -1;
     }
-    if (!__insert(state, video, now_p)) {
+    if (!packet_insert(state, video, now_p)) {
         self->refusal = FRAME_DROP_NOT_ASSEMBLED;
         return -1;
     }
     return 0;
 }
+
+} // namespace
 
 int rtc_video_add_packet(user_video_stream *stream, PVideoData4 *video, int is_retrans, int is_key,
                          const zeb_ts_t *now_p)
@@ -321,7 +331,7 @@ int rtc_video_add_packet(user_video_stream *stream, PVideoData4 *video, int is_r
     if (state == nullptr || video == nullptr) {
         return -1;
     }
-    return __add_packet(state, video, is_key != 0, &state->now);
+    return add_packet(state, video, is_key != 0, &state->now);
 }
 
 void rtc_video_stream_reset_state(user_video_stream *stream, const zeb_ts_t *ts)

@@ -5,10 +5,12 @@
 #include "byte_order.h"
 #include "rtp.h"
 
+namespace
+{
+
 constexpr size_t kOriginalSeqSize = 2;
 
-static void __original_write(const uint8_t *packet, const rtp_view *view, uint8_t payload_type, uint32_t ssrc,
-                             uint8_t *original)
+void original_write(const uint8_t *packet, const rtp_view *view, uint8_t payload_type, uint32_t ssrc, uint8_t *original)
 {
     const uint8_t *payload = packet + view->header_size;
     // Read before anything is written: the buffer may be the packet itself.
@@ -21,6 +23,8 @@ static void __original_write(const uint8_t *packet, const rtp_view *view, uint8_
     be16_write(original + 2, seq);
     be32_write(original + 8, ssrc);
 }
+
+} // namespace
 
 rtx_result rtx_restore(const uint8_t *packet, size_t size, uint8_t payload_type, uint32_t ssrc, uint8_t *buffer,
                        size_t capacity, size_t *restored_size)
@@ -40,7 +44,7 @@ rtx_result rtx_restore(const uint8_t *packet, size_t size, uint8_t payload_type,
     if (original_size > capacity) {
         return RTX_NO_ROOM;
     }
-    __original_write(packet, &view, payload_type, ssrc, buffer);
+    original_write(packet, &view, payload_type, ssrc, buffer);
     *restored_size = original_size;
     return RTX_RESTORED;
 }

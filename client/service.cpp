@@ -17,7 +17,10 @@ rtc_service *rtc_service_create()
     return &state->service;
 }
 
-static void __channels_free(service_state *state)
+namespace
+{
+
+void channels_free(service_state *state)
 {
     list_head *node = list_remove_head(&state->channels.head);
     while (node != nullptr) {
@@ -26,7 +29,7 @@ static void __channels_free(service_state *state)
     }
 }
 
-static void __pool_free(rtc_list_t *pool)
+void pool_free(rtc_list_t *pool)
 {
     list_head *node = list_remove_head(&pool->head);
     while (node != nullptr) {
@@ -35,14 +38,16 @@ static void __pool_free(rtc_list_t *pool)
     }
 }
 
+} // namespace
+
 void rtc_service_destroy(rtc_service *service)
 {
     if (service == nullptr || service->state == nullptr || service_is_in_callback(service)) {
         return;
     }
     service_state *state = service->state;
-    __channels_free(state);
-    __pool_free(&service->free_user_video_streams);
+    channels_free(state);
+    pool_free(&service->free_user_video_streams);
     zeb_free_impl(state);
 }
 

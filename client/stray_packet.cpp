@@ -2,23 +2,28 @@
 
 #include "packet.h"
 
-static packet_drop_e __drop(stream_state *state, PVideoData4 *video, packet_drop_e reason)
+namespace
+{
+
+packet_drop_e packet_drop(stream_state *state, PVideoData4 *video, packet_drop_e reason)
 {
     video_data4_release(video);
     state->report.packets_dropped[reason] += 1;
     return reason;
 }
 
+} // namespace
+
 packet_drop_e stray_packet_keep(stream_state *state, PVideoData4 *video, bool is_retrans)
 {
     if (is_retrans) {
-        return __drop(state, video, PACKET_DROP_LATE);
+        return packet_drop(state, video, PACKET_DROP_LATE);
     }
     stray_packet_forget(state);
     held_packet packet = {};
     video_data4_take(&packet.video, video);
     if (!packet_hold_add(&state->stray, &packet)) {
-        return __drop(state, &packet.video, PACKET_DROP_NO_MEMORY);
+        return packet_drop(state, &packet.video, PACKET_DROP_NO_MEMORY);
     }
     return PACKET_DROP_REASONS;
 }

@@ -3,9 +3,12 @@
 #include "receive_quality.h"
 #include "user.h"
 
+namespace
+{
+
 constexpr uint32_t kVideoClockRate = 90000; // Hz
 
-static void __count_bytes(user_video_stream *stream, const counted_packet *packet)
+void count_bytes(user_video_stream *stream, const counted_packet *packet)
 {
     const auto size = static_cast<uint32_t>(packet->arrival.size);
     stream->n_xfer_packets += 1;
@@ -29,7 +32,7 @@ static void __count_bytes(user_video_stream *stream, const counted_packet *packe
 
 // Losses and jitter of one numbering say nothing about the next. The module releases the old analyser only beside a
 // current one.
-static void __quality_begin(user_video_stream *stream)
+void quality_begin(user_video_stream *stream)
 {
     seq_lost_calculator_init(&stream->lost_calculator);
     jitter_calculator_init(&stream->jitter_calculator);
@@ -47,10 +50,10 @@ static void __quality_begin(user_video_stream *stream)
 
 // A number that no other confirmed would make losses of all numbers up to it. A retransmission is a packet of another
 // stream that came for this one (RFC 4588, 4): what the path lost stays lost, and its time of arrival is no sample.
-static void __quality_note(user_video_stream *stream, const counted_packet *packet, zeb_ts_t now)
+void quality_note(user_video_stream *stream, const counted_packet *packet, zeb_ts_t now)
 {
     if (packet->verdict == RECEPTION_RESTARTED) {
-        __quality_begin(stream);
+        quality_begin(stream);
     }
     if (packet->verdict == RECEPTION_STRAY || packet->arrival.is_retrans) {
         return;
@@ -63,12 +66,12 @@ static void __quality_note(user_video_stream *stream, const counted_packet *pack
     }
 }
 
-static bool __is_first_of_new_ssrc(const stream_state *state)
+bool is_first_of_new_ssrc(const stream_state *state)
 {
     return !state->restarts.has_packet && !state->is_native && state->stream->channel->state->users.count > 1;
 }
 
-static void __report_count(stream_state *state, const counted_packet *packet, zeb_ts_t now)
+void report_count(stream_state *state, const counted_packet *packet, zeb_ts_t now)
 {
     stream_report *report = &state->report;
     switch (packet->verdict) {
@@ -87,18 +90,20 @@ static void __report_count(stream_state *state, const counted_packet *packet, ze
         report->packets_unique += 1;
         break;
     }
-    report->restarts[RESTART_NEW_SSRC] += __is_first_of_new_ssrc(state) ? 1 : 0;
+    report->restarts[RESTART_NEW_SSRC] += is_first_of_new_ssrc(state) ? 1 : 0;
     restart_watch_note(&state->restarts, report, packet->verdict, state->stream->codec, packet->arrival.timestamp, now);
 }
+
+} // namespace
 
 void stream_counters_note(stream_state *state, const counted_packet *packet, zeb_ts_t now)
 {
     user_video_stream *stream = state->stream;
-    __count_bytes(stream, packet);
+    count_bytes(stream, packet);
     stream->last_received_at = now;
     stream->received_ts_last = packet->sent_ts;
     stream->ehsnr = packet->highest;
     stream->received_seq_max = static_cast<uint16_t>(packet->highest);
-    __quality_note(stream, packet, now);
-    __report_count(state, packet, now);
+    quality_note(stream, packet, now);
+    report_count(state, packet, now);
 }

@@ -2,13 +2,16 @@
 
 #include "stream_state.h"
 
+namespace
+{
+
 constexpr uint64_t kTicksPerMillisecond = 90;  // RFC 6184 and RFC 7798: a 90 kHz clock
 constexpr uint32_t kTimestampReach = 90000000; // timestamp units; beyond, the sender's clock was set anew
 
 // ---- What a whole second tells ----
 
 // Repairs may come in the second after the loss, so that a second can lose less than nothing.
-static uint8_t __percent(int64_t part, int64_t whole)
+uint8_t percent_of(int64_t part, int64_t whole)
 {
     if (part <= 0 || whole <= 0) {
         return 0;
@@ -16,7 +19,7 @@ static uint8_t __percent(int64_t part, int64_t whole)
     return static_cast<uint8_t>(part < whole ? (part * 100 + whole / 2) / whole : 100);
 }
 
-static void __loss_work_out(stream_state *state)
+void loss_work_out(stream_state *state)
 {
     const stream_seconds *start = &state->seconds;
     const stream_report *report = &state->report;
@@ -24,14 +27,14 @@ static void __loss_work_out(stream_state *state)
     const auto repaired = static_cast<int64_t>(report->packets_repaired - start->packets_repaired);
     const int64_t expected = lost + static_cast<int64_t>(report->packets_unique - start->packets_unique);
     user_video_stream *stream = state->stream;
-    stream->percent_loss_raw = __percent(lost + repaired, expected);
-    stream->percent_lost_after_arq = __percent(lost, expected);
+    stream->percent_loss_raw = percent_of(lost + repaired, expected);
+    stream->percent_lost_after_arq = percent_of(lost, expected);
     // Packets of forward error correction are counted and located, not decoded: they bring nothing back.
     stream->percent_lost_after_fec = stream->percent_lost_after_arq;
 }
 
 // Milliseconds that passed here in 1000 of the sender's.
-static void __pace_work_out(stream_state *state)
+void pace_work_out(stream_state *state)
 {
     const stream_seconds *start = &state->seconds;
     const uint32_t remote = state->restarts.timestamp - start->newest_timestamp;
@@ -44,7 +47,7 @@ static void __pace_work_out(stream_state *state)
 
 // ---- Rolling over ----
 
-static void __second_keep(stream_second *second, const user_video_stream *stream)
+void second_keep(stream_second *second, const user_video_stream *stream)
 {
     second->bytes = stream->n_xfer_bytes_recent;
     second->bytes_original = stream->n_xfer_origin_bytes_recent;
@@ -58,7 +61,7 @@ static void __second_keep(stream_second *second, const user_video_stream *stream
     second->percent_lost_after_arq = stream->percent_lost_after_arq;
 }
 
-static void __freezes_keep(user_video_stream *stream)
+void freezes_keep(user_video_stream *stream)
 {
     stream->freeze_time_600ms_last = stream->freeze_time_600ms;
     stream->freeze_time_500ms_last = stream->freeze_time_500ms;
@@ -68,7 +71,7 @@ static void __freezes_keep(user_video_stream *stream)
     stream->freeze_count_200ms_last = stream->freeze_count_200ms;
 }
 
-static void __received_clear(user_video_stream *stream)
+void received_clear(user_video_stream *stream)
 {
     stream->n_key_recent = 0;
     stream->n_key_req_sent_recent = 0;
@@ -88,7 +91,7 @@ static void __received_clear(user_video_stream *stream)
     seq_lost_calculator_init(&stream->lost_calculator);
 }
 
-static void __begin(stream_state *state, zeb_ts_t at)
+void second_begin(stream_state *state, zeb_ts_t at)
 {
     const stream_report *report = &state->report;
     state->seconds = {true,
@@ -101,7 +104,7 @@ static void __begin(stream_state *state, zeb_ts_t at)
 }
 
 // What came before the first tick belongs to the first second.
-static void __begin_first(stream_state *state)
+void begin_first(stream_state *state)
 {
     stream_seconds *self = &state->seconds;
     self->has_begun = true;
@@ -110,19 +113,21 @@ static void __begin_first(stream_state *state)
     self->newest_at = state->restarts.at;
 }
 
+} // namespace
+
 void stream_seconds_tick(stream_state *state, zeb_ts_t now)
 {
     if (!state->seconds.has_begun && state->restarts.has_packet) {
-        __begin_first(state);
+        begin_first(state);
     }
     const zeb_ts_t elapsed = now - state->seconds.began_at;
     if (!state->seconds.has_begun || elapsed < kStatisticsInterval) {
         return;
     }
-    __loss_work_out(state);
-    __pace_work_out(state);
-    __second_keep(&state->report.last_second, state->stream);
-    __freezes_keep(state->stream);
-    __received_clear(state->stream);
-    __begin(state, now - elapsed % kStatisticsInterval);
+    loss_work_out(state);
+    pace_work_out(state);
+    second_keep(&state->report.last_second, state->stream);
+    freezes_keep(state->stream);
+    received_clear(state->stream);
+    second_begin(state, now - elapsed % kStatisticsInterval);
 }

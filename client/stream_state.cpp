@@ -4,14 +4,19 @@
 
 #include "user.h"
 
-static user_state *__user_of(const user_video_stream *stream)
+namespace
+{
+
+user_state *user_of(const user_video_stream *stream)
 {
     return stream != nullptr && stream->user != nullptr ? stream->user->state : nullptr;
 }
 
+} // namespace
+
 stream_state *stream_state_of(const user_video_stream *stream)
 {
-    user_state *user = __user_of(stream);
+    user_state *user = user_of(stream);
     if (user == nullptr) {
         return nullptr;
     }
@@ -23,7 +28,10 @@ stream_state *stream_state_of(const user_video_stream *stream)
     return nullptr;
 }
 
-static stream_state **__place_find(user_state *user)
+namespace
+{
+
+stream_state **place_find(user_state *user)
 {
     for (stream_state *&place : user->streams) {
         if (place == nullptr) {
@@ -33,10 +41,12 @@ static stream_state **__place_find(user_state *user)
     return nullptr;
 }
 
+} // namespace
+
 stream_state *stream_state_attach(user_video_stream *stream)
 {
-    user_state *user = __user_of(stream);
-    stream_state **place = user != nullptr ? __place_find(user) : nullptr;
+    user_state *user = user_of(stream);
+    stream_state **place = user != nullptr ? place_find(user) : nullptr;
     if (place == nullptr) {
         return nullptr;
     }

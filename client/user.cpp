@@ -40,7 +40,10 @@ user_state *channel_find_user(channel_state *channel, uint32_t uid)
     return nullptr;
 }
 
-static user_state *__user_find_most_silent(channel_state *channel)
+namespace
+{
+
+user_state *user_find_most_silent(channel_state *channel)
 {
     user_state *found = nullptr;
     list_head *head = &channel->users.head;
@@ -53,7 +56,7 @@ static user_state *__user_find_most_silent(channel_state *channel)
     return found;
 }
 
-static user_state *__user_create(channel_state *channel, uint32_t uid)
+user_state *user_create(channel_state *channel, uint32_t uid)
 {
     auto *user = static_cast<user_state *>(zeb_malloc_impl_dbg(sizeof(user_state), __func__, __LINE__));
     if (user == nullptr) {
@@ -67,6 +70,8 @@ static user_state *__user_create(channel_state *channel, uint32_t uid)
     return user;
 }
 
+} // namespace
+
 void user_destroy(channel_state *channel, user_state *user)
 {
     rtc_list_del(&channel->users, &user->node);
@@ -77,12 +82,15 @@ void user_destroy(channel_state *channel, user_state *user)
     zeb_free_impl(user);
 }
 
-static bool __make_room(channel_state *channel, zeb_ts_t now)
+namespace
+{
+
+bool make_room(channel_state *channel, zeb_ts_t now)
 {
     if (channel->users.count < channel->max_senders) {
         return true;
     }
-    user_state *silent = __user_find_most_silent(channel);
+    user_state *silent = user_find_most_silent(channel);
     if (silent == nullptr || now - silent->last_packet_at < kUserSilence) {
         return false;
     }
@@ -91,24 +99,21 @@ static bool __make_room(channel_state *channel, zeb_ts_t now)
     return true;
 }
 
-static user_state *__user_admit(channel_state *channel, uint32_t uid, zeb_ts_t now, packet_drop_e *reason)
+user_state *user_admit(channel_state *channel, uint32_t uid, zeb_ts_t now, packet_drop_e *reason)
 {
     user_state *user = channel_find_user(channel, uid);
     if (user != nullptr) {
         return user;
     }
-    if (!__make_room(channel, now)) {
+    if (!make_room(channel, now)) {
         *reason = PACKET_DROP_TOO_MANY_SENDERS;
         return nullptr;
     }
     *reason = PACKET_DROP_NO_MEMORY;
-    return __user_create(channel, uid);
+    return user_create(channel, uid);
 }
 
 // ---- Streams ----
-
-namespace
-{
 
 // The module ends the process when it gets no memory for a new stream's statistics. They are made in front of it, so that
 // a stream without is refused.
@@ -151,7 +156,7 @@ stream_state *user_find_stream(user_state *user, uint8_t stream_id)
 stream_state *channel_admit_stream(channel_state *channel, uint32_t uid, uint8_t stream_id, const zeb_ts_t *now_p,
                                    packet_drop_e *reason)
 {
-    user_state *user = __user_admit(channel, uid, *now_p, reason);
+    user_state *user = user_admit(channel, uid, *now_p, reason);
     if (user == nullptr) {
         return nullptr;
     }

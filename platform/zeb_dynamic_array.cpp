@@ -7,13 +7,18 @@ struct zeb_obj_type {
     void (*fini)(void *obj);
 };
 
-static void dynamic_array_fini(void *obj)
+namespace
+{
+
+void dynamic_array_fini(void *obj)
 {
     auto *array = static_cast<zeb_dynamic_array_t *>(obj);
 
     zeb_free_impl(array->values);
     zeb_dynamic_array_init(array);
 }
+
+} // namespace
 
 const zeb_obj_type zeb_dynamic_bytes_type = {dynamic_array_fini};
 

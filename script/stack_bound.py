@@ -15,14 +15,15 @@ INDIRECT = '__indirect_call'
 # top.
 NOBODY = r'$^'
 POINTERS = [
-    (r'empty_ring', r'release_payload|^webrtc_video_packet_reset$'),
+    (r'empty_ring|empty_slot', r'release_payload|^webrtc_video_packet_reset$'),
     (r'append_depacketized|^video_frame_regroup_pkts$', r'^depacketizer_h26[45]_packet$'),
     (r'zeb_fini_typed_obj', r'dynamic_array_fini'),
     (r'zeb_find_rb_node|zeb_rb_insert_node', r'webrtc_video_frame_cmp'),
     (r'zeb_rb_traverse_ldr', r'webrtc_video_frame_walk_impl'),
     (r'kelvra_rtc_log', NOBODY),
-    (r'KelvraBcmStat_|bcm_stat_', r'delay_loss_estimator\.cpp:_ZL'),
-    (r'nal_|/nal\.cpp:|annexb|parameter_sets', r'nal\.cpp:_ZL\d+__h26|depacketizer_h26[45]\.cpp:_ZL'),
+    (r'KelvraBcmStat_|bcm_stat_', r'delay_loss_estimator\.cpp:_ZN12_GLOBAL__N_1'),
+    (r'nal_|/nal\.cpp:|unit_chain|annexb|parameter_sets',
+     r'/nal\.cpp:_ZN12_GLOBAL__N_1\d+h26|depacketizer_h26[45]\.cpp:_ZN12_GLOBAL__N_1'),
     (r'frame_output|feedback', NOBODY),
 ]
 NO_RETURN = 'abort'

@@ -4,9 +4,12 @@
 
 #include "log.h"
 
-static freertos_log_writer g_write = nullptr;
+namespace
+{
 
-static void __log_take(void * /*context*/, int /*level*/, const char *format, va_list args)
+freertos_log_writer g_write = nullptr;
+
+void log_take(void * /*context*/, int /*level*/, const char *format, va_list args)
 {
     char line[kFreertosLogLineMax];
     const int size = vsnprintf(line, sizeof line, format, args);
@@ -17,8 +20,10 @@ static void __log_take(void * /*context*/, int /*level*/, const char *format, va
     g_write(line, length < sizeof line ? length : sizeof line - 1);
 }
 
+} // namespace
+
 void freertos_log_start(freertos_log_writer write)
 {
     g_write = write;
-    rtc_log_set_sink(__log_take, nullptr);
+    rtc_log_set_sink(log_take, nullptr);
 }

@@ -7,6 +7,9 @@
 
 #include "freertos_clock.h"
 
+namespace
+{
+
 // A tick that is late by more than this is not made up for one by one, milliseconds.
 constexpr zeb_ts_t kLateTicksMax = 1000;
 constexpr size_t kDatagramMax = 65535; // bytes
@@ -22,6 +25,8 @@ struct posting {
     void *context;
 };
 
+} // namespace
+
 struct service_task {
     service_task_config config;
     QueueHandle_t queue; // of posting
@@ -31,7 +36,10 @@ struct service_task {
     uint32_t dropped; // the poster's
 };
 
-static void __tick(service_task *self, zeb_ts_t time)
+namespace
+{
+
+void service_tick_at(service_task *self, zeb_ts_t time)
 {
     self->now = time;
     const zeb_ts_t next_at = rtc_service_tick(self->config.service, &self->now);
@@ -40,18 +48,18 @@ static void __tick(service_task *self, zeb_ts_t time)
 
 // Lives up to `time`, with the ticks that fall into it, each at its own time: what comes out does not depend on how
 // promptly the task runs.
-static void __advance(service_task *self, zeb_ts_t time)
+void time_advance(service_task *self, zeb_ts_t time)
 {
     if (time > self->next_at + kLateTicksMax) {
-        __tick(self, time);
+        service_tick_at(self, time);
     }
     while (self->next_at <= time) {
-        __tick(self, self->next_at);
+        service_tick_at(self, self->next_at);
     }
     self->now = time > self->now ? time : self->now;
 }
 
-static void __take(service_task *self, const posting *taken)
+void datagram_take(service_task *self, const posting *taken)
 {
     rtc_channel *channel = self->config.channel;
     switch (taken->kind) {
@@ -69,30 +77,30 @@ static void __take(service_task *self, const posting *taken)
 }
 
 // A time that is past is now: no tick goes back behind what has been taken in.
-static void __tick_sooner(service_task *self, zeb_ts_t time)
+void tick_sooner(service_task *self, zeb_ts_t time)
 {
     const zeb_ts_t soonest = time > self->now ? time : self->now;
     self->next_at = soonest < self->next_at ? soonest : self->next_at;
 }
 
 // Waits for what is posted or the next tick. Returns false when the task is to end.
-static bool __step(service_task *self)
+bool task_step(service_task *self)
 {
     posting taken = {};
     if (xQueueReceive(self->queue, &taken, freertos_clock_until(&self->clock, self->next_at)) != pdTRUE) {
-        __advance(self, freertos_clock_at(&self->clock, xTaskGetTickCount()));
+        time_advance(self, freertos_clock_at(&self->clock, xTaskGetTickCount()));
         return true;
     }
-    __advance(self, freertos_clock_at(&self->clock, taken.posted_at));
+    time_advance(self, freertos_clock_at(&self->clock, taken.posted_at));
     if (taken.kind == kStop) {
         return false;
     }
-    __take(self, &taken);
-    __tick_sooner(self, rtc_service_next_at(self->config.service));
+    datagram_take(self, &taken);
+    tick_sooner(self, rtc_service_next_at(self->config.service));
     return true;
 }
 
-static void __release(service_task *self)
+void task_release(service_task *self)
 {
     if (self->queue != nullptr) {
         vQueueDelete(self->queue);
@@ -100,19 +108,21 @@ static void __release(service_task *self)
     zeb_free_impl(self);
 }
 
-static void __run(void *parameter)
+void task_run(void *parameter)
 {
     auto *self = static_cast<service_task *>(parameter);
-    __advance(self, freertos_clock_at(&self->clock, xTaskGetTickCount()));
-    while (__step(self)) {
+    time_advance(self, freertos_clock_at(&self->clock, xTaskGetTickCount()));
+    while (task_step(self)) {
     }
     const service_task_config config = self->config;
-    __release(self);
+    task_release(self);
     if (config.on_stopped != nullptr) {
         config.on_stopped(config.context);
     }
     vTaskDelete(nullptr);
 }
+
+} // namespace
 
 service_task *service_task_create(const service_task_config *config)
 {
@@ -125,19 +135,22 @@ service_task *service_task_create(const service_task_config *config)
     self->clock.ticks = xTaskGetTickCount();
     self->queue = xQueueCreate(config->queue_length, sizeof(posting));
     if (self->queue == nullptr ||
-        xTaskCreate(__run, "service", config->stack_depth, self, config->priority, nullptr) != pdPASS) {
-        __release(self);
+        xTaskCreate(task_run, "service", config->stack_depth, self, config->priority, nullptr) != pdPASS) {
+        task_release(self);
         return nullptr;
     }
     return self;
 }
 
-static bool __post(service_task *self, const posting *sent, TickType_t patience)
+namespace
+{
+
+bool datagram_post(service_task *self, const posting *sent, TickType_t patience)
 {
     return xQueueSend(self->queue, sent, patience) == pdTRUE;
 }
 
-static bool __post_copy(service_task *self, uint8_t kind, const uint8_t *bytes, size_t size, TickType_t patience)
+bool post_copy(service_task *self, uint8_t kind, const uint8_t *bytes, size_t size, TickType_t patience)
 {
     posting sent = {kind, xTaskGetTickCount(), nullptr, size, nullptr, nullptr};
     sent.bytes = static_cast<uint8_t *>(zeb_malloc_impl_dbg(size, __func__, __LINE__));
@@ -145,18 +158,20 @@ static bool __post_copy(service_task *self, uint8_t kind, const uint8_t *bytes, 
         return false;
     }
     memcpy(sent.bytes, bytes, size);
-    if (!__post(self, &sent, patience)) {
+    if (!datagram_post(self, &sent, patience)) {
         zeb_free_impl(sent.bytes);
         return false;
     }
     return true;
 }
 
+} // namespace
+
 int service_task_post(service_task *self, service_task_kind kind, const uint8_t *datagram, size_t size,
                       TickType_t patience)
 {
     const bool is_sized = size != 0 && size <= kDatagramMax;
-    if (!is_sized || !__post_copy(self, static_cast<uint8_t>(kind), datagram, size, patience)) {
+    if (!is_sized || !post_copy(self, static_cast<uint8_t>(kind), datagram, size, patience)) {
         self->dropped++;
         return -1;
     }
@@ -166,13 +181,13 @@ int service_task_post(service_task *self, service_task_kind kind, const uint8_t 
 int service_task_call(service_task *self, service_task_work work, void *context, TickType_t patience)
 {
     const posting sent = {kCall, xTaskGetTickCount(), nullptr, 0, work, context};
-    return __post(self, &sent, patience) ? 0 : -1;
+    return datagram_post(self, &sent, patience) ? 0 : -1;
 }
 
 void service_task_stop(service_task *self)
 {
     const posting sent = {kStop, xTaskGetTickCount(), nullptr, 0, nullptr, nullptr};
-    while (!__post(self, &sent, portMAX_DELAY)) {
+    while (!datagram_post(self, &sent, portMAX_DELAY)) {
     }
 }
 
