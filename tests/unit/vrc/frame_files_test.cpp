@@ -124,7 +124,7 @@ TEST(FrameFiles, KeepsFewFilesOpenForAnyNumberOfSenders)
     const temporary_file place;
     frame_files files(place.path(), true, {1000, 8});
     const size_t open_before = open_descriptors();
-    for (const uint8_t letter : {'a', 'b'}) {
+    for (const uint8_t letter : {uint8_t{'a'}, uint8_t{'b'}}) {
         for (uint32_t ssrc = 1; ssrc <= senders; ++ssrc) {
             ASSERT_TRUE(write(&files, 0, ssrc, {letter})) << ssrc;
             ASSERT_LE(open_descriptors(), open_before + 8);
@@ -160,7 +160,7 @@ TEST(FrameFiles, CreatesNoMoreThanItMayAndGoesOn)
 {
     const temporary_file place;
     frame_files files(place.path(), true, {3, 2});
-    for (const uint8_t letter : {'a', 'b'}) {
+    for (const uint8_t letter : {uint8_t{'a'}, uint8_t{'b'}}) {
         for (uint32_t ssrc = 1; ssrc <= 5; ++ssrc) {
             EXPECT_TRUE(write(&files, 0, ssrc, {letter}));
         }
