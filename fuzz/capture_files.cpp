@@ -5,11 +5,11 @@
 
 #include <string>
 
-#include "capture_reader.h"
+#include "capture/capture_reader.h"
+#include "capture/rtp_finder.h"
 #include "check.h"
 #include "failure.h"
 #include "fuzz_input.h"
-#include "rtp_finder.h"
 
 namespace
 {

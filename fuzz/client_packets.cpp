@@ -8,19 +8,19 @@
 #include <map>
 #include <memory>
 
-#include "byte_order.h"
-#include "channel_state.h"
+#include "api/service.h"
 #include "check.h"
+#include "commands/session_description.h"
 #include "failing_memory.h"
 #include "fuzz_input.h"
 #include "heap_budget.h"
-#include "rtcp.h"
 #include "sdp.h"
-#include "service.h"
 #include "service_memory.h"
-#include "session_description.h"
+#include "session/channel_state.h"
+#include "session/user.h"
 #include "test_stream.h"
-#include "user.h"
+#include "wire/byte_order.h"
+#include "wire/rtcp.h"
 
 namespace
 {

@@ -5,12 +5,12 @@
 #include <cstring>
 #include <vector>
 
-#include "annexb.h"
 #include "check.h"
+#include "codec/annexb.h"
+#include "codec/unit_chain.h"
 #include "depacketizer.h"
 #include "fuzz_input.h"
 #include "payload_model.h"
-#include "unit_chain.h"
 
 namespace fuzz
 {

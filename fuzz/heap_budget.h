@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "packet_hold.h"
-#include "user.h"
+#include "arrival/packet_hold.h"
+#include "session/user.h"
 
 namespace fuzz
 {

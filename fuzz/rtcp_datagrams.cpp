@@ -5,7 +5,7 @@
 
 #include "check.h"
 #include "fuzz_input.h"
-#include "rtcp.h"
+#include "wire/rtcp.h"
 
 namespace
 {

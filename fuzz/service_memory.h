@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "owned_memory.h"
-#include "user.h"
+#include "session/user.h"
 
 namespace fuzz
 {

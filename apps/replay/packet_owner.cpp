@@ -1,8 +1,8 @@
 #include "packet_owner.h"
 
-#include "byte_order.h"
-#include "rtcp.h"
-#include "rtp.h"
+#include "wire/byte_order.h"
+#include "wire/rtcp.h"
+#include "wire/rtp.h"
 
 namespace vrc
 {

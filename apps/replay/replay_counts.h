@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "stream_report.h"
+#include "api/stream_report.h"
 
 namespace vrc
 {

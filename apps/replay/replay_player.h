@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "channel.h"
-#include "service.h"
+#include "api/channel.h"
+#include "api/service.h"
 
 namespace vrc
 {

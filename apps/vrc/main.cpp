@@ -1,6 +1,6 @@
 #include <csignal>
 
-#include "command_line.h"
+#include "commands/command_line.h"
 
 int main(int argc, char **argv)
 {

@@ -1,9 +1,9 @@
 // A client with one channel, whose frames are counted.
 #pragma once
 
+#include "api/channel.h"
+#include "api/service.h"
 #include "bench_stream.h"
-#include "channel.h"
-#include "service.h"
 
 namespace bench
 {

@@ -1,5 +1,5 @@
 // Counts the instructions of calls: without messages, and with all of them made and thrown away.
-#include "log.h"
+#include "api/log.h"
 #include "scenes.h"
 
 namespace

@@ -1,6 +1,6 @@
 // Prints what the module and the client take while they run: heap, and on the board the depth of the stack.
+#include "api/log.h"
 #include "held_memory.h"
-#include "log.h"
 #include "stack_depth.h"
 
 namespace

@@ -12,12 +12,12 @@
 #include <FreeRTOS.h>
 #include <task.h>
 
+#include "api/log.h"
 #include "footprint.h"
 #include "freertos_log.h"
 #include "kernel_heap.h"
 #include "kernel_network.h"
 #include "live_client.h"
-#include "log.h"
 #include "service_task.h"
 
 namespace

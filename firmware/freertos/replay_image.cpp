@@ -13,11 +13,11 @@
 #include <FreeRTOS.h>
 #include <task.h>
 
+#include "api/log.h"
 #include "capture_clock.h"
 #include "footprint.h"
 #include "freertos_log.h"
 #include "kernel_heap.h"
-#include "log.h"
 #include "pcap_reader.h"
 #include "replay_options.h"
 #include "service_task.h"

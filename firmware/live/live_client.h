@@ -5,8 +5,8 @@
 
 #include <cstdio>
 
-#include "channel.h"
-#include "service.h"
+#include "api/channel.h"
+#include "api/service.h"
 
 // After the sender's BYE, milliseconds: longer than the receiver waits for what is missing.
 constexpr zeb_ts_t kLiveSettled = 2'100;

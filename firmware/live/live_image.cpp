@@ -8,9 +8,9 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "api/log.h"
 #include "board_clock.h"
 #include "live_client.h"
-#include "log.h"
 #include "network.h"
 
 namespace

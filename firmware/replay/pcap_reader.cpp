@@ -1,6 +1,6 @@
 #include "pcap_reader.h"
 
-#include "byte_order.h"
+#include "wire/byte_order.h"
 
 namespace
 {

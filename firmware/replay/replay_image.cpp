@@ -7,8 +7,8 @@
 // write.
 #include <cstdio>
 
+#include "api/log.h"
 #include "capture_clock.h"
-#include "log.h"
 #include "pcap_reader.h"
 #include "replay_counts.h"
 #include "replay_options.h"

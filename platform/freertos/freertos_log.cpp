@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "log.h"
+#include "api/log.h"
 
 namespace
 {

@@ -2,8 +2,8 @@
 // application among it, happens in the task, so that nothing of the client needs a lock.
 #pragma once
 
-#include "channel.h"
-#include "service.h"
+#include "api/channel.h"
+#include "api/service.h"
 
 #include <FreeRTOS.h>
 

@@ -11,7 +11,7 @@
 #include "lossy_link.h"
 #include "real_senders.h"
 #include "restarts.h"
-#include "user.h"
+#include "session/user.h"
 
 namespace
 {

@@ -17,9 +17,9 @@
 
 #include "capture_builder.h"
 #include "listen_bench.h"
-#include "srtp_context.h"
-#include "srtp_key.h"
-#include "srtp_session.h"
+#include "srtp/srtp_context.h"
+#include "srtp/srtp_key.h"
+#include "srtp/srtp_session.h"
 
 using namespace vrc_test;
 

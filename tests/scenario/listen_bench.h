@@ -22,7 +22,7 @@
 #include <thread>
 
 #include "capture_builder.h"
-#include "rtcp.h"
+#include "wire/rtcp.h"
 
 namespace vrc_test
 {

@@ -11,11 +11,11 @@
 #include <vector>
 
 #include "capture_builder.h"
-#include "frame_files.h"
-#include "listen_media.h"
-#include "sender_succession.h"
-#include "srtp_key.h"
-#include "srtp_protector.h"
+#include "live/listen_media.h"
+#include "live/sender_succession.h"
+#include "output/frame_files.h"
+#include "srtp/srtp_key.h"
+#include "srtp/srtp_protector.h"
 #include "video_stream.h"
 
 namespace

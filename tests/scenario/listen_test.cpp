@@ -14,7 +14,7 @@
 
 #include "capture_builder.h"
 #include "listen_bench.h"
-#include "rtcp.h"
+#include "wire/rtcp.h"
 
 using namespace vrc_test;
 

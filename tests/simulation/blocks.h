@@ -1,7 +1,7 @@
 // The blocks of memory that a service holds, by walking its records.
 #pragma once
 
-#include "channel.h"
+#include "api/channel.h"
 
 namespace simulation
 {

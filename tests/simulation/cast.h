@@ -3,7 +3,7 @@
 
 #include <map>
 
-#include "channel.h"
+#include "api/channel.h"
 #include "presets.h"
 #include "sender.h"
 

@@ -5,7 +5,7 @@
 #include <set>
 #include <string>
 
-#include "channel.h"
+#include "api/channel.h"
 #include "encoder.h"
 
 namespace simulation

@@ -6,11 +6,11 @@
 #include <numeric>
 
 #include "blocks.h"
-#include "byte_order.h"
 #include "failing_memory.h"
-#include "rtp.h"
+#include "session/user.h"
 #include "test_stream.h"
-#include "user.h"
+#include "wire/byte_order.h"
+#include "wire/rtp.h"
 
 namespace simulation
 {

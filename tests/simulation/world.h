@@ -8,10 +8,10 @@
 #include <set>
 #include <utility>
 
+#include "api/service.h"
 #include "cast.h"
-#include "rtcp.h"
 #include "samples.h"
-#include "service.h"
+#include "wire/rtcp.h"
 
 namespace simulation
 {

@@ -6,9 +6,9 @@
 
 #include <gtest/gtest.h>
 
-#include "log.h"
+#include "api/log.h"
+#include "session/user.h"
 #include "test_stream.h"
-#include "user.h"
 
 namespace allocation_sweep
 {

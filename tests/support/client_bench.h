@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "channel.h"
+#include "api/channel.h"
+#include "api/service.h"
 #include "rtp_builder.h"
-#include "service.h"
 
 namespace client_bench
 {

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "client_bench.h"
-#include "rtcp.h"
+#include "wire/rtcp.h"
 
 namespace live_scene
 {

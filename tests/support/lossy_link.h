@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "client_bench.h"
-#include "rtcp.h"
+#include "wire/rtcp.h"
 
 namespace lossy_link
 {

@@ -1,8 +1,8 @@
 // Senders that break off and go on in another way.
 #pragma once
 
+#include "arrival/packet_hold.h"
 #include "live_scene.h"
-#include "packet_hold.h"
 
 namespace restarts
 {

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "client_bench.h"
-#include "rtcp.h"
+#include "wire/rtcp.h"
 
 namespace client_bench
 {

@@ -5,8 +5,8 @@
 #include <memory>
 #include <vector>
 
-#include "bcm_feedback.h"
-#include "rate_estimator.h"
+#include "rate/bcm_feedback.h"
+#include "rate/rate_estimator.h"
 
 namespace
 {

@@ -1,12 +1,12 @@
 // What the channel refuses, whom it lets in, and what it keeps of them.
-#include "channel.h"
+#include "api/channel.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 
+#include "api/log.h"
 #include "client_bench.h"
-#include "log.h"
 
 using namespace client_bench;
 using rtp_builder::frame;

@@ -1,4 +1,4 @@
-#include "delay_gradient.h"
+#include "rate/delay_gradient.h"
 
 #include <gtest/gtest.h>
 

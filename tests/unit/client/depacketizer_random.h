@@ -7,7 +7,7 @@
 #include <random>
 #include <vector>
 
-#include "annexb.h"
+#include "codec/annexb.h"
 #include "depacketizer_frame.h"
 
 // The NAL units of a stream whose units hold no start code.

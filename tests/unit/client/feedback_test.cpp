@@ -1,8 +1,8 @@
-#include "feedback.h"
+#include "session/feedback.h"
 
 #include <gtest/gtest.h>
 
-#include "loss_policy.h"
+#include "repair/loss_policy.h"
 #include "sent_feedback.h"
 
 namespace

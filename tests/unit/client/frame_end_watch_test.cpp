@@ -1,4 +1,4 @@
-#include "frame_end_watch.h"
+#include "repair/frame_end_watch.h"
 
 #include <gtest/gtest.h>
 

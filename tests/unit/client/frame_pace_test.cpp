@@ -1,4 +1,4 @@
-#include "frame_pace.h"
+#include "repair/frame_pace.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "log.h"
+#include "api/log.h"
 
 #include <gtest/gtest.h>
 

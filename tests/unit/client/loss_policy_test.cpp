@@ -1,4 +1,4 @@
-#include "loss_policy.h"
+#include "repair/loss_policy.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "loss_watch.h"
+#include "repair/loss_watch.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "nack_list.h"
+#include "repair/nack_list.h"
 
 #include <cstdint>
 #include <string>

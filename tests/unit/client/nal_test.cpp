@@ -1,4 +1,4 @@
-#include "nal.h"
+#include "codec/nal.h"
 
 #include <gtest/gtest.h>
 

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "client_bench.h"
-#include "native_delivery.h"
+#include "path/native_delivery.h"
 
 using namespace client_bench;
 using rtp_builder::rtp_fields;

@@ -1,4 +1,4 @@
-#include "packet_hold.h"
+#include "arrival/packet_hold.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "packet_numbering.h"
+#include "arrival/packet_numbering.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 // Packets without payload, with which senders probe the path: in order, late, lost, and in the middle of a frame.
 #include <gtest/gtest.h>
 
-#include "byte_order.h"
 #include "client_bench.h"
 #include "sent_feedback.h"
+#include "wire/byte_order.h"
 
 using namespace client_bench;
 using rtp_builder::frame;

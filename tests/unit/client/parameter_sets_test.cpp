@@ -1,4 +1,4 @@
-#include "parameter_sets.h"
+#include "codec/parameter_sets.h"
 
 #include <vector>
 

@@ -1,4 +1,4 @@
-#include "rate_control.h"
+#include "rate/rate_control.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "rate_meter.h"
+#include "rate/rate_meter.h"
 
 #include <gtest/gtest.h>
 

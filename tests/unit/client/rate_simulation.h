@@ -7,8 +7,8 @@
 #include <optional>
 #include <vector>
 
-#include "bcm_feedback.h"
 #include "bottleneck.h"
+#include "rate/bcm_feedback.h"
 
 struct rate_simulation_settings {
     bottleneck::path_settings path;

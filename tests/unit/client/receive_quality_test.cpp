@@ -1,4 +1,4 @@
-#include "receive_quality.h"
+#include "stats/receive_quality.h"
 
 #include <gtest/gtest.h>
 

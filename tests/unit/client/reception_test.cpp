@@ -1,4 +1,4 @@
-#include "reception.h"
+#include "arrival/reception.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // Which ways to restart are told from the newest packets of a stream.
-#include "restart_watch.h"
+#include "arrival/restart_watch.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "rtcp.h"
+#include "wire/rtcp.h"
 
 #include <gtest/gtest.h>
 

@@ -8,7 +8,7 @@
 
 #include "exact_copy.h"
 #include "hex_bytes.h"
-#include "rtcp.h"
+#include "wire/rtcp.h"
 
 namespace rtcp_text_detail
 {

@@ -5,8 +5,8 @@
 #include <random>
 #include <set>
 
-#include "rtcp.h"
 #include "rtcp_text.h"
+#include "wire/rtcp.h"
 
 namespace
 {

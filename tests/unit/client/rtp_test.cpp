@@ -1,4 +1,4 @@
-#include "rtp.h"
+#include "wire/rtp.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "rtx_intake.h"
+#include "session/rtx_intake.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "rtx.h"
+#include "wire/rtx.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include "exact_copy.h"
 #include "hex_bytes.h"
 #include "random_damage.h"
-#include "rtp.h"
+#include "wire/rtp.h"
 
 namespace
 {

@@ -1,4 +1,4 @@
-#include "service.h"
+#include "api/service.h"
 
 #include <gtest/gtest.h>
 

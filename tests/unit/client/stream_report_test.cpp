@@ -1,4 +1,4 @@
-#include "stream_report.h"
+#include "api/stream_report.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "client_bench.h"
-#include "receive_quality.h"
+#include "stats/receive_quality.h"
 
 namespace
 {

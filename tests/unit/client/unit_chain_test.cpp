@@ -1,4 +1,4 @@
-#include "unit_chain.h"
+#include "codec/unit_chain.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "client_bench.h"
-#include "user.h"
+#include "session/user.h"
 
 using namespace client_bench;
 using rtp_builder::Sender;

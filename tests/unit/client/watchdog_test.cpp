@@ -1,5 +1,5 @@
 // Packet sequences that a reorder cache cannot get over by its own rules, and how the service tick gets it going again.
-#include "watchdog.h"
+#include "module/watchdog.h"
 
 #include <gtest/gtest.h>
 

@@ -7,7 +7,7 @@
 
 #include "freertos_clock.h"
 #include "freertos_double.h"
-#include "nack_list.h"
+#include "repair/nack_list.h"
 #include "rtp_builder.h"
 
 namespace

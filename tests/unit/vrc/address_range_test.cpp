@@ -1,4 +1,4 @@
-#include "address_range.h"
+#include "live/address_range.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "capture_reader.h"
+#include "capture/capture_reader.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "codec_evidence.h"
+#include "capture/codec_evidence.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "datagram_parser.h"
+#include "capture/datagram_parser.h"
 
 #include <gtest/gtest.h>
 #include <pcap/dlt.h>

@@ -1,4 +1,4 @@
-#include "feedback_address.h"
+#include "live/feedback_address.h"
 
 #include <gtest/gtest.h>
 #include <netinet/in.h>

@@ -1,4 +1,4 @@
-#include "frame_files.h"
+#include "output/frame_files.h"
 
 #include <gtest/gtest.h>
 

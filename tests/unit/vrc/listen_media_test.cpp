@@ -1,4 +1,4 @@
-#include "listen_media.h"
+#include "live/listen_media.h"
 
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -7,9 +7,9 @@
 #include <cstring>
 
 #include "capture_builder.h"
-#include "rtcp.h"
-#include "srtp_key.h"
+#include "srtp/srtp_key.h"
 #include "video_stream.h"
+#include "wire/rtcp.h"
 
 using namespace vrc;
 using namespace vrc_test;

@@ -1,10 +1,10 @@
-#include "listen_session.h"
+#include "live/listen_session.h"
 
 #include <gtest/gtest.h>
 
 #include "capture_builder.h"
-#include "listen_command.h"
-#include "srtp_key.h"
+#include "commands/listen_command.h"
+#include "srtp/srtp_key.h"
 #include "video_stream.h"
 
 using namespace vrc;

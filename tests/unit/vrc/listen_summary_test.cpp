@@ -1,4 +1,4 @@
-#include "listen_summary.h"
+#include "report/listen_summary.h"
 
 #include <gtest/gtest.h>
 

@@ -1,12 +1,12 @@
-#include "live_receiver.h"
+#include "live/live_receiver.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
 #include "capture_builder.h"
-#include "rtcp.h"
 #include "video_stream.h"
+#include "wire/rtcp.h"
 
 using namespace vrc;
 using namespace vrc_test;

@@ -4,8 +4,8 @@
 
 #include "capture_builder.h"
 #include "failure.h"
-#include "output_file.h"
-#include "progress_bar.h"
+#include "output/output_file.h"
+#include "output/progress_bar.h"
 
 using namespace vrc;
 using namespace vrc_test;

@@ -1,9 +1,9 @@
-#include "packet_recorder.h"
+#include "output/packet_recorder.h"
 
 #include <gtest/gtest.h>
 
+#include "capture/capture_reader.h"
 #include "capture_builder.h"
-#include "capture_reader.h"
 
 using namespace vrc;
 using namespace vrc_test;

@@ -1,4 +1,4 @@
-#include "payload_type_search.h"
+#include "live/payload_type_search.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "replay.h"
+#include "commands/replay.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "report_sum.h"
+#include "report/report_sum.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "rtp_finder.h"
+#include "capture/rtp_finder.h"
 
 #include <gtest/gtest.h>
 

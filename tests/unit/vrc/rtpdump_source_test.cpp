@@ -1,9 +1,9 @@
-#include "rtpdump_source.h"
+#include "capture/rtpdump_source.h"
 
 #include <gtest/gtest.h>
 
+#include "capture/capture_reader.h"
 #include "capture_builder.h"
-#include "capture_reader.h"
 #include "failure.h"
 
 using namespace vrc;

@@ -14,7 +14,7 @@
 #include <string>
 
 #include "failure.h"
-#include "sandbox.h"
+#include "live/sandbox.h"
 
 using namespace vrc;
 

@@ -1,4 +1,4 @@
-#include "sender_succession.h"
+#include "live/sender_succession.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "sequence_tracker.h"
+#include "capture/sequence_tracker.h"
 
 #include <gtest/gtest.h>
 

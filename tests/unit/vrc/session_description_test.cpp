@@ -1,13 +1,13 @@
-#include "session_description.h"
+#include "commands/session_description.h"
 
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
 
+#include "api/service.h"
 #include "capture_builder.h"
 #include "failure.h"
-#include "service.h"
 #include "video_stream.h"
 
 using namespace vrc;

@@ -1,4 +1,4 @@
-#include "srtp_search_budget.h"
+#include "srtp/srtp_search_budget.h"
 
 #include <gtest/gtest.h>
 

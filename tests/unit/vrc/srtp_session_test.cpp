@@ -1,4 +1,4 @@
-#include "srtp_session.h"
+#include "srtp/srtp_session.h"
 
 #include <gtest/gtest.h>
 #include <srtp2/srtp.h>
@@ -8,8 +8,8 @@
 
 #include "capture_builder.h"
 #include "failure.h"
-#include "srtp_key.h"
-#include "srtp_protector.h"
+#include "srtp/srtp_key.h"
+#include "srtp/srtp_protector.h"
 
 using namespace vrc;
 using namespace vrc_test;

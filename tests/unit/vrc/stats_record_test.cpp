@@ -1,4 +1,4 @@
-#include "stats_record.h"
+#include "report/stats_record.h"
 
 #include <gtest/gtest.h>
 

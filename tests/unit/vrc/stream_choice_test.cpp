@@ -1,4 +1,4 @@
-#include "stream_choice.h"
+#include "capture/stream_choice.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "summary.h"
+#include "report/summary.h"
 
 #include <gtest/gtest.h>
 

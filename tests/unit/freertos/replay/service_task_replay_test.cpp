@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "capture_file.h"
+#include "capture/capture_file.h"
+#include "capture/stream_choice.h"
+#include "commands/replay.h"
 #include "freertos_double.h"
-#include "replay.h"
 #include "service_task.h"
-#include "stream_choice.h"
 
 namespace
 {
