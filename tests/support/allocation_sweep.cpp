@@ -45,13 +45,13 @@ const asker kAskers[] = {
      loss::one},
     {"video_frame_parse_payload", {}, loss::one},
     {"video_frame_regroup_pkts", {}, loss::one},
-    {"__parameter_sets_prepend", {}, loss::one},
-    {"__payload_copy", {}, loss::one},
+    {"parameter_sets_prepend", {}, loss::one},
+    {"payload_copy", {}, loss::one},
     {"packet_hold_add", {}, loss::one},
-    {"__user_create", {}, loss::one},
+    {"user_create", {}, loss::one},
     {"KelvraBcmStat_Create", {}, loss::one},
-    {"__create", {}, loss::one}, // the statistics' estimator
-    {"__receive_rtx", {}, loss::one},
+    {"estimator_create", {}, loss::one}, // the statistics' estimator
+    {"receive_rtx", {}, loss::one},
     {"stream_state_attach", {}, loss::none},   // is tried twice
     {"net_rcv_analyzer_new", {}, loss::maybe}, // a stream does without its own, and not without its estimator's
     {"deliver_native", {}, loss::none},        // the scene's own
