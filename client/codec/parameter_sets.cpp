@@ -62,53 +62,157 @@ uint8_t identifier_of(nal_bytes unit, size_t offset)
     return static_cast<uint8_t>((bits >> (15 - 2 * zeros)) - 1);
 }
 
+// ---- Versions ----
+
+// A set that came, whose bytes are somebody else's.
+struct shown_set {
+    uint8_t codec;
+    uint8_t type;
+    uint8_t id;
+    set_start start;
+    nal_bytes unit;
+};
+
+bool is_before(const set_start *one, const set_start *other)
+{
+    if (one->is_described || other->is_described) {
+        return one->is_described && !other->is_described;
+    }
+    return zeb_uint32_after(other->number, one->number) != 0;
+}
+
+bool holds_at(const set_start *start, uint32_t number)
+{
+    return start->is_described || zeb_uint32_after(start->number, number) == 0;
+}
+
+bool is_same_kind(const parameter_set *set, const parameter_set *other)
+{
+    return set->size != 0 && set->codec == other->codec && set->type == other->type && set->id == other->id;
+}
+
+// Of the sets of one kind the last one holds that began up to `number`.
+bool is_in_force(const parameter_sets *self, const parameter_set *set, uint32_t number)
+{
+    for (const parameter_set &other : self->sets) {
+        if (is_same_kind(&other, set) && holds_at(&other.start, number) && is_before(&set->start, &other.start)) {
+            return false;
+        }
+    }
+    return holds_at(&set->start, number);
+}
+
 // ---- Keeping ----
 
-parameter_set *slot_for(parameter_sets *self, uint8_t codec, uint8_t type, uint8_t id)
+// The versions of a set that are kept, null for none: two at most.
+struct kept_versions {
+    parameter_set *older; // when there are two
+    parameter_set *newer;
+};
+
+kept_versions versions_of(parameter_sets *self, const shown_set *shown)
 {
-    parameter_set *empty = nullptr;
+    kept_versions kept = {};
     for (parameter_set &set : self->sets) {
-        if (set.size != 0 && set.codec == codec && set.type == type && set.id == id) {
+        if (set.size == 0 || set.codec != shown->codec || set.type != shown->type || set.id != shown->id) {
+            continue;
+        }
+        const bool is_newer = kept.newer == nullptr || is_before(&kept.newer->start, &set.start);
+        kept.older = is_newer ? kept.newer : &set;
+        kept.newer = is_newer ? &set : kept.newer;
+    }
+    return kept;
+}
+
+// A set that another one follows; null when there is none.
+parameter_set *superseded_one(parameter_sets *self)
+{
+    for (parameter_set &set : self->sets) {
+        for (const parameter_set &other : self->sets) {
+            if (is_same_kind(&other, &set) && is_before(&set.start, &other.start)) {
+                return &set;
+            }
+        }
+    }
+    return nullptr;
+}
+
+// An empty place, else that of a superseded set, else that of the one that has been there for the longest time.
+parameter_set *place_find(parameter_sets *self)
+{
+    for (parameter_set &set : self->sets) {
+        if (set.size == 0) {
             return &set;
         }
-        if (set.size == 0 && empty == nullptr) {
-            empty = &set;
-        }
     }
-    if (empty == nullptr) {
-        empty = &self->sets[self->next];
+    parameter_set *place = superseded_one(self);
+    if (place == nullptr) {
+        place = &self->sets[self->next];
         self->next = static_cast<uint8_t>((self->next + 1) % kParameterSetsMax);
     }
-    return empty;
+    return place;
 }
 
-} // namespace
+void set_write(parameter_set *set, const shown_set *shown)
+{
+    set->codec = shown->codec;
+    set->type = shown->type;
+    set->id = shown->id;
+    set->start = shown->start;
+    set->size = static_cast<uint16_t>(shown->unit.size);
+    memcpy(set->nal, shown->unit.data, shown->unit.size);
+}
 
-void parameter_sets_note(parameter_sets *self, uint8_t codec, const uint8_t *nal, size_t size)
+bool has_bytes(const parameter_set *set, nal_bytes unit)
+{
+    return set->size == unit.size && memcmp(set->nal, unit.data, unit.size) == 0;
+}
+
+void version_keep(parameter_sets *self, const shown_set *shown)
+{
+    const kept_versions kept = versions_of(self, shown);
+    parameter_set *before = nullptr; // in force where the set was shown
+    parameter_set *after = nullptr;  // the next one
+    parameter_set *const versions[] = {kept.older, kept.newer};
+    for (parameter_set *version : versions) {
+        if (version != nullptr && !is_before(&shown->start, &version->start)) {
+            before = version;
+        } else if (version != nullptr && after == nullptr) {
+            after = version;
+        }
+    }
+    if (before != nullptr && has_bytes(before, shown->unit)) {
+        return;
+    }
+    if (after != nullptr && has_bytes(after, shown->unit)) {
+        after->start = shown->start;
+    } else if (before != nullptr && !is_before(&before->start, &shown->start)) {
+        set_write(before, shown); // at the same place
+    } else if (kept.older == nullptr) {
+        set_write(place_find(self), shown);
+    } else if (before != nullptr) {
+        set_write(kept.older, shown);
+    }
+}
+
+void set_note(parameter_sets *self, uint8_t codec, nal_bytes unit, const set_start *start)
 {
     const set_kinds *kinds = kinds_of(codec);
-    if (kinds == nullptr || nal == nullptr || size == 0 || size > kParameterSetMax) {
+    if (kinds == nullptr || unit.data == nullptr || unit.size == 0 || unit.size > kParameterSetMax) {
         return;
     }
-    const uint8_t type = kinds->format->unit_type({nal, size});
+    const uint8_t type = kinds->format->unit_type(unit);
     const size_t place = place_of(kinds, type);
-    if (place == kinds->count || (nal[0] & 0x80) != 0) {
+    if (place == kinds->count || (unit.data[0] & 0x80) != 0) {
         return;
     }
-    const uint8_t id = identifier_of({nal, size}, kinds->id_offset[place]);
-    parameter_set *set = slot_for(self, codec, type, id);
-    set->codec = codec;
-    set->type = type;
-    set->id = id;
-    set->size = static_cast<uint16_t>(size);
-    memcpy(set->nal, nal, size);
+    const shown_set shown = {codec, type, identifier_of(unit, kinds->id_offset[place]), *start, unit};
+    version_keep(self, &shown);
 }
 
-namespace
-{
-
 // One that is cut or holds something else is damaged, and where its units begin is not certain.
-void note_aggregate(parameter_sets *self, uint8_t codec, const nal_format *format, const nal_payload *aggregate)
+void note_aggregate(parameter_sets *self, uint8_t codec, const nal_format *format, const nal_payload *aggregate,
+                    const set_start *start)
 {
     if (nal_contents_inspect(format, aggregate).fault != PAYLOAD_FAULTS) {
         return;
@@ -116,12 +220,12 @@ void note_aggregate(parameter_sets *self, uint8_t codec, const nal_format *forma
     nal_bytes rest = aggregate->bytes;
     nal_bytes unit;
     while (nal_aggregate_next(&rest, &unit)) {
-        parameter_sets_note(self, codec, unit.data, unit.size);
+        set_note(self, codec, unit, start);
     }
 }
 
 // A unit in one fragment.
-void note_whole_fragment(parameter_sets *self, uint8_t codec, const nal_payload *fragment)
+void note_whole_fragment(parameter_sets *self, uint8_t codec, const nal_payload *fragment, const set_start *start)
 {
     uint8_t unit[kParameterSetMax];
     const size_t size = fragment->header_size + fragment->bytes.size;
@@ -132,13 +236,21 @@ void note_whole_fragment(parameter_sets *self, uint8_t codec, const nal_payload 
     if (fragment->bytes.size > 0) {
         memcpy(unit + fragment->header_size, fragment->bytes.data, fragment->bytes.size);
     }
-    parameter_sets_note(self, codec, unit, size);
+    set_note(self, codec, {unit, size}, start);
 }
 
 } // namespace
 
-void parameter_sets_note_payload(parameter_sets *self, uint8_t codec, const uint8_t *payload, size_t size)
+void parameter_sets_describe(parameter_sets *self, uint8_t codec, const uint8_t *nal, size_t size)
 {
+    const set_start beginning = {true, 0};
+    set_note(self, codec, {nal, size}, &beginning);
+}
+
+void parameter_sets_note_payload(parameter_sets *self, uint8_t codec, const uint8_t *payload, size_t size,
+                                 uint32_t number)
+{
+    const set_start start = {false, number};
     const set_kinds *kinds = kinds_of(codec);
     if (kinds == nullptr || payload == nullptr) {
         return;
@@ -146,13 +258,13 @@ void parameter_sets_note_payload(parameter_sets *self, uint8_t codec, const uint
     const nal_payload parsed = kinds->format->payload_parse({payload, size});
     switch (parsed.kind) {
     case NAL_PAYLOAD_SINGLE:
-        parameter_sets_note(self, codec, parsed.bytes.data, parsed.bytes.size);
+        set_note(self, codec, parsed.bytes, &start);
         break;
     case NAL_PAYLOAD_AGGREGATE:
-        note_aggregate(self, codec, kinds->format, &parsed);
+        note_aggregate(self, codec, kinds->format, &parsed, &start);
         break;
     case NAL_PAYLOAD_FRAGMENT:
-        note_whole_fragment(self, codec, &parsed);
+        note_whole_fragment(self, codec, &parsed, &start);
         break;
     case NAL_PAYLOAD_OTHER:
         break;
@@ -206,7 +318,8 @@ bool needs_sets(const set_kinds *kinds, const uint8_t *frame, size_t size)
 
 } // namespace
 
-size_t parameter_sets_missing_size(const parameter_sets *self, uint8_t codec, const uint8_t *frame, size_t size)
+size_t parameter_sets_missing_size(const parameter_sets *self, uint8_t codec, uint32_t last, const uint8_t *frame,
+                                   size_t size)
 {
     const set_kinds *kinds = kinds_of(codec);
     if (kinds == nullptr || !needs_sets(kinds, frame, size)) {
@@ -214,18 +327,20 @@ size_t parameter_sets_missing_size(const parameter_sets *self, uint8_t codec, co
     }
     size_t total = 0;
     for (const parameter_set &set : self->sets) {
-        total += set.size != 0 && set.codec == codec ? kStartCodeSize + set.size : 0;
+        const bool is_written = set.size != 0 && set.codec == codec && is_in_force(self, &set, last);
+        total += is_written ? kStartCodeSize + set.size : 0;
     }
     return total;
 }
 
-void parameter_sets_write(const parameter_sets *self, uint8_t codec, uint8_t *out)
+void parameter_sets_write(const parameter_sets *self, uint8_t codec, uint32_t last, uint8_t *out)
 {
     static const uint8_t start_code[kStartCodeSize] = {0, 0, 0, 1};
     const set_kinds *kinds = kinds_of(codec);
     for (size_t place = 0; kinds != nullptr && place < kinds->count; place++) {
         for (const parameter_set &set : self->sets) {
-            if (set.size == 0 || set.codec != codec || set.type != kinds->types[place]) {
+            if (set.size == 0 || set.codec != codec || set.type != kinds->types[place] ||
+                !is_in_force(self, &set, last)) {
                 continue;
             }
             memcpy(out, start_code, kStartCodeSize);

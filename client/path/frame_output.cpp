@@ -76,13 +76,14 @@ uint8_t *bitstream_make(const stream_state *state, const video_frame *frame, siz
 // memory.
 uint8_t *parameter_sets_prepend(const stream_state *state, uint8_t codec, uint8_t *bitstream, size_t *size)
 {
-    const size_t sets_size = parameter_sets_missing_size(&state->sets, codec, bitstream, *size);
+    const uint32_t last = rtp_delivery_last_number(&state->rtp);
+    const size_t sets_size = parameter_sets_missing_size(&state->sets, codec, last, bitstream, *size);
     if (sets_size == 0) {
         return bitstream;
     }
     auto *whole = static_cast<uint8_t *>(zeb_malloc_impl_dbg(sets_size + *size, __func__, __LINE__));
     if (whole != nullptr) {
-        parameter_sets_write(&state->sets, codec, whole);
+        parameter_sets_write(&state->sets, codec, last, whole);
         memcpy(whole + sets_size, bitstream, *size);
         *size += sets_size;
     }

@@ -37,13 +37,13 @@ void rtp_delivery_restart(rtp_delivery *self)
     self->n_handed_over = n_handed_over;
 }
 
-namespace
-{
-
-uint32_t last_number(const rtp_delivery *self)
+uint32_t rtp_delivery_last_number(const rtp_delivery *self)
 {
     return self->first_number + self->n_pkts - 1;
 }
+
+namespace
+{
 
 // ---- Closing a frame ----
 
@@ -103,7 +103,7 @@ void frame_decide(stream_state *state, const zeb_ts_t *now_p)
     }
     self->needs_key_frame = false;
     self->has_output = true;
-    self->output_number = last_number(self);
+    self->output_number = rtp_delivery_last_number(self);
 }
 
 void frame_close(stream_state *state, const zeb_ts_t *now_p)
@@ -239,7 +239,7 @@ void frame_open(stream_state *state, const delivered_packet *packet, bool is_key
     note_pace(state, packet);
     if (self->refusal != FRAME_DROP_OUT_OF_ORDER) {
         self->has_previous = true;
-        self->previous_number = last_number(self);
+        self->previous_number = rtp_delivery_last_number(self);
     }
 }
 

@@ -47,5 +47,8 @@ void rtp_delivery_init(rtp_delivery *self);
 // Forgets what came before: the sender numbers anew.
 void rtp_delivery_restart(rtp_delivery *self);
 
+// The number of the last packet of the frame that is open or was closed last, the module's extended sequence number.
+uint32_t rtp_delivery_last_number(const rtp_delivery *self);
+
 // Closes the frame that is still open, when the cache has done its work. No packet may come for it any more.
 void rtp_delivery_finish(stream_state *state, const zeb_ts_t *now_p);

@@ -129,7 +129,8 @@ void sets_note(stream_state *state, const PVideoData4 *video)
     const auto *bytes = static_cast<const uint8_t *>(video->payload.values);
     rtp_view view;
     if (rtp_parse(bytes, video->payload.count, &view) == PACKET_DROP_REASONS) {
-        parameter_sets_note_payload(&state->sets, video->header.codec, bytes + view.header_size, view.payload_size);
+        parameter_sets_note_payload(&state->sets, video->header.codec, bytes + view.header_size, view.payload_size,
+                                    stream_state_inner_number(state, video->common.seq));
     }
 }
 

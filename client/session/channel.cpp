@@ -137,7 +137,7 @@ void rtc_channel_pair_ssrc(rtc_channel *channel, uint32_t ssrc, uint32_t rtx_ssr
 void rtc_channel_set_parameter_set(rtc_channel *channel, uint8_t codec, const uint8_t *nal, size_t size)
 {
     if (channel != nullptr && channel->state != nullptr) {
-        parameter_sets_note(&channel->state->described_sets, codec, nal, size);
+        parameter_sets_describe(&channel->state->described_sets, codec, nal, size);
     }
 }
 

@@ -52,11 +52,10 @@ encoder_settings draw_encoder(const call_terms &terms, bool is_native, double fp
     return drawn;
 }
 
-// A receiver that takes a sender for a new one forgets its parameter sets; and a key frame that waits behind a loss gets
-// those that it brought last.
+// A receiver that takes a sender for a new one forgets its parameter sets.
 bool may_omit_sets(const preset &kind)
 {
-    return !kind.link.corrupted_arrive && kind.link.outage_every == 0 && kind.restart_every == 0;
+    return !kind.link.corrupted_arrive && kind.link.outage_every == 0;
 }
 
 // A frame has at most 1280 packets; a native one 256, as the frame queue's index has no room for more across the wrap of

@@ -125,4 +125,20 @@ TEST_F(ParameterSetLearning, TakesNothingFromAnAggregateThatIsCut)
     EXPECT_EQ(bare_key_frame(), annexb_of({kSps, kPps, kIdr}));
 }
 
+// The sender goes on with its numbers and another encoder.
+TEST_F(ParameterSetLearning, GivesAKeyFrameThatWaitedThoseOfItsOwnEncoder)
+{
+    receive_frame({kSps, kPps, kIdr});
+    const uint16_t lost = next.seq++;
+    receive_frame({kSlice});
+    receive_frame({kIdr});
+    receive_frame({kOtherSps, kPps, kIdr});
+    EXPECT_EQ(client.frames.size(), 1u) << "behind the loss nothing comes out";
+    receive(lost, next.timestamp - 9000, kSlice);
+    ASSERT_EQ(client.frames.size(), 4u);
+    EXPECT_EQ(client.frames.at(2).data, annexb_of({kSps, kPps, kIdr}));
+    EXPECT_EQ(client.frames.at(3).data, annexb_of({kOtherSps, kPps, kIdr}));
+    EXPECT_EQ(bare_key_frame(), annexb_of({kOtherSps, kPps, kIdr}));
+}
+
 } // namespace

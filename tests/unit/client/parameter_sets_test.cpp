@@ -1,5 +1,7 @@
 #include "codec/parameter_sets.h"
 
+#include <sstream>
+#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -26,6 +28,8 @@ const Bytes kHevcPps = {0x44, 0x01, 0x80, 0x02};
 const Bytes kIdrNLp = {0x28, 0x01, 0xAF};
 const Bytes kTrail = {0x02, 0x01, 0xD0};
 
+constexpr uint32_t kFrame = 0x10005; // a packet of the frame that the sets are for
+
 Bytes annexb(const std::vector<Bytes> &units)
 {
     Bytes frame;
@@ -39,18 +43,33 @@ Bytes annexb(const std::vector<Bytes> &units)
 class ParameterSets : public testing::Test
 {
   protected:
+    void describe(const Bytes &nal, uint8_t codec = VIDEO_TYPE_H264)
+    {
+        parameter_sets_describe(&sets, codec, nal.data(), nal.size());
+    }
+
     void note(const Bytes &nal, uint8_t codec = VIDEO_TYPE_H264)
     {
-        parameter_sets_note(&sets, codec, nal.data(), nal.size());
+        note_at(kFrame, nal, codec);
+    }
+
+    void note_at(uint32_t number, const Bytes &nal, uint8_t codec = VIDEO_TYPE_H264)
+    {
+        parameter_sets_note_payload(&sets, codec, nal.data(), nal.size(), number);
     }
 
     // What is to stand in front of the frame.
     Bytes missing(const std::vector<Bytes> &units, uint8_t codec = VIDEO_TYPE_H264) const
     {
+        return missing_at(kFrame, units, codec);
+    }
+
+    Bytes missing_at(uint32_t last, const std::vector<Bytes> &units, uint8_t codec = VIDEO_TYPE_H264) const
+    {
         const Bytes frame = annexb(units);
-        Bytes written(parameter_sets_missing_size(&sets, codec, frame.data(), frame.size()));
+        Bytes written(parameter_sets_missing_size(&sets, codec, last, frame.data(), frame.size()));
         if (!written.empty()) {
-            parameter_sets_write(&sets, codec, written.data());
+            parameter_sets_write(&sets, codec, last, written.data());
         }
         return written;
     }
@@ -113,32 +132,32 @@ TEST_F(ParameterSets, AreKeptApartByCodec)
 TEST_F(ParameterSets, AreTakenOutOfAggregates)
 {
     const Bytes stap = {0x78, 0, 6, 0x67, 0x42, 0xC0, 0x1E, 0x80, 0x11, 0, 3, 0x68, 0x80, 0x55, 0, 3, 0x65, 0x88, 0x01};
-    parameter_sets_note_payload(&sets, VIDEO_TYPE_H264, stap.data(), stap.size());
+    parameter_sets_note_payload(&sets, VIDEO_TYPE_H264, stap.data(), stap.size(), kFrame);
     EXPECT_EQ(missing({kIdr}), annexb({kSps0, kPps0}));
 }
 
 TEST_F(ParameterSets, AreNotTakenOutOfAggregatesThatAreCutOrHoldPackets)
 {
     const Bytes cut = {0x78, 0, 6, 0x67, 0x42, 0xC0, 0x1E, 0x80, 0x11, 0, 3, 0x68, 0x80};
-    parameter_sets_note_payload(&sets, VIDEO_TYPE_H264, cut.data(), cut.size());
+    parameter_sets_note_payload(&sets, VIDEO_TYPE_H264, cut.data(), cut.size(), kFrame);
     const Bytes nested = {0x78, 0, 6, 0x67, 0x42, 0xC0, 0x1E, 0x80, 0x11, 0, 3, 0x78, 0x00, 0x00};
-    parameter_sets_note_payload(&sets, VIDEO_TYPE_H264, nested.data(), nested.size());
+    parameter_sets_note_payload(&sets, VIDEO_TYPE_H264, nested.data(), nested.size(), kFrame);
     EXPECT_EQ(missing({kIdr}), Bytes());
 }
 
 TEST_F(ParameterSets, AreNotTakenOutOfPartsOfAUnit)
 {
     const Bytes start = {0x7C, 0x87, 0x42, 0xC0};
-    parameter_sets_note_payload(&sets, VIDEO_TYPE_H264, start.data(), start.size());
+    parameter_sets_note_payload(&sets, VIDEO_TYPE_H264, start.data(), start.size(), kFrame);
     const Bytes end = {0x7C, 0x47, 0x42, 0xC0};
-    parameter_sets_note_payload(&sets, VIDEO_TYPE_H264, end.data(), end.size());
+    parameter_sets_note_payload(&sets, VIDEO_TYPE_H264, end.data(), end.size(), kFrame);
     EXPECT_EQ(missing({kIdr}), Bytes());
 }
 
 TEST_F(ParameterSets, AreTakenOutOfAUnitInOneFragment)
 {
     const Bytes whole = {0x7C, 0xC7, 0x42, 0xC0, 0x1E, 0x80, 0x11};
-    parameter_sets_note_payload(&sets, VIDEO_TYPE_H264, whole.data(), whole.size());
+    parameter_sets_note_payload(&sets, VIDEO_TYPE_H264, whole.data(), whole.size(), kFrame);
     EXPECT_EQ(missing({kIdr}), annexb({kSps0}));
 }
 
@@ -164,6 +183,79 @@ TEST_F(ParameterSets, MakeRoomForNewOnes)
         note({0x68, static_cast<uint8_t>(0x10 + i), 0x55});
     }
     EXPECT_FALSE(missing({kIdr}).empty());
+}
+
+// What holds at the numbers 0 to 9 when sets a, b and c of one kind came at those that are given; d is described.
+struct version_row {
+    const char *came; // "a2 b5": a in packet 2, then b in packet 5
+    const char *holds;
+};
+
+const version_row kVersionRows[] = {
+    {"a2", "--aaaaaaaa"},       {"a2 b5", "--aaabbbbb"},    {"b5 a2", "--aaabbbbb"}, // a packet came late
+    {"a2 a5", "--aaaaaaaa"},                                                         // shown again
+    {"a5 a2", "--aaaaaaaa"},                                                         // the same, late
+    {"a2 b5 a7", "-----bbaaa"},                                                      // as before, and two are kept
+    {"a7 b5 a2", "-----bbaaa"},                                                      // older than both that are kept
+    {"a2 b5 c7", "-----bbccc"},                                                      // two are kept
+    {"a2 c7 b5", "-----bbccc"}, {"a2 b5 b3", "--abbbbbbb"},                          // seen earlier
+    {"a2 b2", "--bbbbbbbb"},                                                         // of one packet the last
+    {"d b5", "dddddbbbbb"},     {"b5 d", "dddddbbbbb"},     {"d b5 c7", "-----bbccc"}, {"d d5", "dddddddddd"},
+};
+
+class ParameterSetVersions : public ParameterSets, public testing::WithParamInterface<uint32_t>
+{
+  protected:
+    static Bytes version(char name)
+    {
+        return {0x67, 0x42, 0xC0, 0x1E, 0x80, static_cast<uint8_t>(name)};
+    }
+
+    void come(const std::string &words)
+    {
+        std::istringstream stream(words);
+        for (std::string word; stream >> word;) {
+            if (word.size() == 1) {
+                describe(version(word[0]));
+            } else {
+                note_at(GetParam() + static_cast<uint32_t>(word[1] - '0'), version(word[0]));
+            }
+        }
+    }
+
+    std::string held() const
+    {
+        std::string names;
+        for (uint32_t number = 0; number < 10; number++) {
+            const Bytes before = missing_at(GetParam() + number, {kIdr});
+            names += before.empty() ? '-' : static_cast<char>(before.back());
+            EXPECT_LE(before.size(), annexb({version('a')}).size()) << "one of a kind";
+        }
+        return names;
+    }
+};
+
+TEST_P(ParameterSetVersions, HoldFromThePacketThatBroughtThem)
+{
+    for (const version_row &row : kVersionRows) {
+        sets = {};
+        come(row.came);
+        EXPECT_EQ(held(), row.holds) << row.came;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Anywhere, ParameterSetVersions, testing::Values(0x10000u, 0xFFFFFFFBu));
+
+TEST_F(ParameterSets, ThatHoldAreNotGivenUpForNewOnesWhileOthersAreSuperseded)
+{
+    for (uint8_t id = 0; id < kParameterSetsMax - 1; id++) { // identifiers 0 to 6: 1, 010, 011, 00100 to 00111
+        const uint8_t codes[] = {0x80, 0x40, 0x60, 0x20, 0x28, 0x30, 0x38};
+        note_at(kFrame, {0x68, codes[id], id});
+    }
+    note_at(kFrame + 1, {0x68, 0x80, 0x77}); // takes the last place
+    note_at(kFrame + 2, kSps0);
+    const Bytes all = missing_at(kFrame + 2, {kIdr});
+    EXPECT_EQ(all.size(), annexb({kSps0}).size() + 7 * annexb({kPps0}).size());
 }
 
 } // namespace
