@@ -210,6 +210,7 @@ class Library
 };
 
 const function_depth kLibrary[] = {
+    FUNCTION(Library, memcmp, g_bytes, g_text, s.size),
     FUNCTION(Library, memcpy, g_bytes, g_text, s.size),
     FUNCTION(Library, memmove, g_bytes + 1, g_bytes, s.size),
     FUNCTION(Library, memset, g_bytes, 0, s.size),
