@@ -201,6 +201,7 @@ const function_depth kModule[] = {
 
 uint8_t g_bytes[64];
 char g_text[64];
+volatile int g_result;
 
 class Library
 {
@@ -209,8 +210,15 @@ class Library
     void *block = zeb_malloc_impl_dbg(8, "bench", __LINE__);
 };
 
+// Without its result the call would be left out.
+size_t comparison_depth()
+{
+    const Library s;
+    return depth_of([&] { g_result = memcmp(g_bytes, g_text, s.size); });
+}
+
 const function_depth kLibrary[] = {
-    FUNCTION(Library, memcmp, g_bytes, g_text, s.size),
+    {"memcmp", comparison_depth},
     FUNCTION(Library, memcpy, g_bytes, g_text, s.size),
     FUNCTION(Library, memmove, g_bytes + 1, g_bytes, s.size),
     FUNCTION(Library, memset, g_bytes, 0, s.size),
