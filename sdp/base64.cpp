@@ -24,7 +24,7 @@ base64_result base64_decode(const char *text, size_t size, uint8_t *bytes, size_
     }
     const bool is_padded = size > 0 && text[size - 1] == '=';
     const int variant = is_padded ? sodium_base64_VARIANT_ORIGINAL : sodium_base64_VARIANT_ORIGINAL_NO_PADDING;
-    std::vector<uint8_t> decoded(size);
+    std::vector<uint8_t> decoded(size + 1); // the library wants an address for no bytes as well
     size_t n_decoded = 0;
     if (sodium_base642bin(decoded.data(), decoded.size(), text, size, nullptr, &n_decoded, nullptr, variant) != 0) {
         return BASE64_BAD;
