@@ -168,18 +168,23 @@ bool has_bytes(const parameter_set *set, nal_bytes unit)
     return set->size == unit.size && memcmp(set->nal, unit.data, unit.size) == 0;
 }
 
+bool has_begun(const parameter_set *version, const set_start *start)
+{
+    return version != nullptr && !is_before(start, &version->start);
+}
+
 void version_keep(parameter_sets *self, const shown_set *shown)
 {
     const kept_versions kept = versions_of(self, shown);
     parameter_set *before = nullptr; // in force where the set was shown
     parameter_set *after = nullptr;  // the next one
-    parameter_set *const versions[] = {kept.older, kept.newer};
-    for (parameter_set *version : versions) {
-        if (version != nullptr && !is_before(&shown->start, &version->start)) {
-            before = version;
-        } else if (version != nullptr && after == nullptr) {
-            after = version;
-        }
+    if (has_begun(kept.newer, &shown->start)) {
+        before = kept.newer;
+    } else if (has_begun(kept.older, &shown->start)) {
+        before = kept.older;
+        after = kept.newer;
+    } else {
+        after = kept.older != nullptr ? kept.older : kept.newer;
     }
     if (before != nullptr && has_bytes(before, shown->unit)) {
         return;

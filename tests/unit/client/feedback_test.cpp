@@ -517,7 +517,7 @@ std::vector<stranger> strangers()
 {
     std::vector<stranger> rows;
     for (const channel_feedback &kind : feedback_kinds()) {
-        for (const size_t size : {12, 13, 14, 20, 21, 34, 36, 40, 60, 100, 400, 1400}) {
+        for (const size_t size : {12u, 13u, 14u, 20u, 21u, 34u, 36u, 40u, 60u, 100u, 400u, 1400u}) {
             for (const int n_packets : {1, 2, 3, 5, 10, 20}) {
                 for (const uint16_t step : {uint16_t{1}, uint16_t{2}, uint16_t{60}}) {
                     rows.push_back({size, n_packets, step % 2 == 0, step, kind});
